@@ -1,0 +1,219 @@
+// XmlDocument: construction, copies, the slab chain and the name table.
+//
+// Copies share the element tree. While two or more documents share a slab
+// chain they are listed in one XmlBlockShare: all of them keep the same head
+// in m_elementBlocks, a name added through any of them is added to all their
+// name tables (so a node's name id means the same wherever it is read), and
+// none of them frees or resets a shared slab. A document that clears,
+// reparses, is assigned to or is destroyed leaves the share instead: the
+// slabs it made are handed to a remaining member, and the last member left
+// owns the chain alone again.
+#include <algorithm>
+#include <new>
+
+#include "input/xmlcharstream.h"
+#include "ozmmem.h"
+
+struct XmlBlockShare {
+    std::vector<XmlDocument*> members;
+};
+
+XmlDocument::XmlDocument() = default;
+
+XmlDocument::XmlDocument(const XmlDocument& other)
+    : m_errorMessage(other.m_errorMessage),
+      m_errorFile(other.m_errorFile),
+      m_errorLine(other.m_errorLine),
+      m_errorCol(other.m_errorCol),
+      m_line(other.m_line),
+      m_col(other.m_col),
+      m_fileName(other.m_fileName),
+      m_validate(other.m_validate),
+      m_rootElement(other.m_rootElement),
+      m_elementStack(other.m_elementStack),
+      m_version(other.m_version),
+      m_encoding(other.m_encoding),
+      m_standalone(other.m_standalone),
+      m_trackMaxLen(other.m_trackMaxLen),
+      m_pushBack(other.m_pushBack),
+      m_pushTop(other.m_pushTop),
+      m_hasPushTop(other.m_hasPushTop),
+      m_pushPending(other.m_pushPending),
+      m_sourceDir(other.m_sourceDir),
+      m_token(other.m_token),
+      m_refText(other.m_refText),
+      m_names(other.m_names),
+      m_nameIndex(other.m_nameIndex),
+      m_errorFileStale(true),
+      m_dataNulls(other.m_dataNulls) {
+    for (int i = 0; i < MaxDepth; ++i)
+        m_depthData[i] = other.m_depthData[i];
+    // The input source belongs to the parse call of the original; a copy is
+    // idle, with no source, whenever it is taken.
+    JoinBlocks(other);
+}
+
+XmlDocument& XmlDocument::operator=(const XmlDocument& other) {
+    if (this == &other)
+        return *this;
+    ReleaseBlocks();
+    m_errorMessage = other.m_errorMessage;
+    m_errorFile = other.m_errorFile;
+    m_errorLine = other.m_errorLine;
+    m_errorCol = other.m_errorCol;
+    m_line = other.m_line;
+    m_col = other.m_col;
+    m_fileName = other.m_fileName;
+    m_validate = other.m_validate;
+    m_rootElement = other.m_rootElement;
+    m_elementStack = other.m_elementStack;
+    m_version = other.m_version;
+    m_encoding = other.m_encoding;
+    m_standalone = other.m_standalone;
+    m_trackMaxLen = other.m_trackMaxLen;
+    m_pushBack = other.m_pushBack;
+    m_pushTop = other.m_pushTop;
+    m_hasPushTop = other.m_hasPushTop;
+    m_pushPending = other.m_pushPending;
+    m_sourceFile = nullptr;
+    m_sourceDir = other.m_sourceDir;
+    m_sourceString = nullptr;
+    m_stringCursor = nullptr;
+    m_stringEnd = nullptr;
+    m_lwio = nullptr;
+    m_notifier = nullptr;
+    for (int i = 0; i < MaxDepth; ++i)
+        m_depthData[i] = other.m_depthData[i];
+    m_token = other.m_token;
+    m_refText = other.m_refText;
+    m_names = other.m_names;
+    m_nameIndex = other.m_nameIndex;
+    m_errorFileStale = true;
+    m_dataNulls = other.m_dataNulls;
+    std::fill(std::begin(m_nameCache), std::end(m_nameCache), 0);
+    JoinBlocks(other);
+    return *this;
+}
+
+XmlDocument::~XmlDocument() {
+    Clear();
+    ReleaseBlocks();
+}
+
+// Makes this document a member of other's slab chain.
+void XmlDocument::JoinBlocks(const XmlDocument& other) {
+    m_elementBlocks = other.m_elementBlocks;
+    if (!m_elementBlocks)
+        return;
+    XmlDocument& owner = const_cast<XmlDocument&>(other);
+    if (!owner.m_blockShare) {
+        owner.m_blockShare = new XmlBlockShare;
+        owner.m_blockShare->members.push_back(&owner);
+    }
+    m_blockShare = owner.m_blockShare;
+    m_blockShare->members.push_back(this);
+}
+
+static void DestroyBlock(XmlElementBlock* b) {
+    b->~XmlElementBlock();
+    OzmMemFree(b);
+}
+
+// Gives up this document's hold on its slab chain: frees it when this
+// document owns it alone, otherwise leaves the share.
+void XmlDocument::ReleaseBlocks() {
+    if (m_blockShare) {
+        std::vector<XmlDocument*>& members = m_blockShare->members;
+        members.erase(std::remove(members.begin(), members.end(), this), members.end());
+        XmlDocument* heir = members.front();
+        for (XmlElementBlock* b = m_elementBlocks; b; b = b->m_nextBlock)
+            if (b->m_document == this)
+                b->m_document = heir;
+        if (members.size() == 1) {
+            heir->m_blockShare = nullptr;
+            delete m_blockShare;
+        }
+        m_blockShare = nullptr;
+    } else {
+        while (m_elementBlocks) {
+            XmlElementBlock* next = m_elementBlocks->m_nextBlock;
+            DestroyBlock(m_elementBlocks);
+            m_elementBlocks = next;
+        }
+    }
+    m_elementBlocks = nullptr;
+}
+
+void XmlDocument::Clear() {
+    m_rootElement = nullptr;
+    if (m_blockShare) {
+        ReleaseBlocks();
+    } else if (m_elementBlocks) {
+        while (m_elementBlocks->m_nextBlock) {
+            XmlElementBlock* old = m_elementBlocks;
+            m_elementBlocks = old->m_nextBlock;
+            DestroyBlock(old);
+        }
+        m_elementBlocks->Reset();
+    }
+    m_elementStack.clear();
+}
+
+void XmlDocument::InitParser() {
+    m_encoding = csetUTF8;
+    m_version = 1.0;
+    m_standalone = true;
+    m_pushBack.clear();
+    m_hasPushTop = false;
+    m_pushPending = false;
+    Clear();
+}
+
+XmlElement* XmlDocument::NewElement() {
+    if (m_elementBlocks && m_elementBlocks->FreeCount() != 0)
+        return m_elementBlocks->NewElement();
+    void* mem = OzmMemAlloc(sizeof(XmlElementBlock));
+    if (!mem)
+        return nullptr;
+    XmlElementBlock* block = new (mem) XmlElementBlock(this);
+    block->m_nextBlock = m_elementBlocks;
+    if (m_blockShare) {
+        for (XmlDocument* d : m_blockShare->members)
+            d->m_elementBlocks = block;
+    } else {
+        m_elementBlocks = block;
+    }
+    return block->NewElement();
+}
+
+int XmlDocument::AddName(const UCChar* name) { return AddName(name, UCString::traits_type::length(name)); }
+
+int XmlDocument::AddName(const UCChar* name, size_t length) {
+    // Most names of a document are few and repeat: a hashed cache answers
+    // them without walking the ordered map.
+    unsigned h = unsigned(length) * 31u;
+    if (length)
+        h += name[0] * 7u + name[length - 1] * 3u + name[length / 2];
+    int& slot = m_nameCache[(h ^ (h >> 8)) & 255];
+    std::u16string_view view(name, length);
+    if (slot > 0 && size_t(slot) <= m_names.size() && view == m_names[size_t(slot - 1)])
+        return slot - 1;
+    auto it = m_nameIndex.find(view);
+    if (it != m_nameIndex.end()) {
+        slot = it->second + 1;
+        return it->second;
+    }
+    UCString key(view);
+    int index = int(m_names.size());
+    slot = index + 1;
+    if (m_blockShare) {
+        for (XmlDocument* d : m_blockShare->members) {
+            d->m_names.push_back(key);
+            d->m_nameIndex.emplace(key, index);
+        }
+    } else {
+        m_names.push_back(key);
+        m_nameIndex.emplace(std::move(key), index);
+    }
+    return index;
+}

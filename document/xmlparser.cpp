@@ -1,0 +1,191 @@
+// Document parsing: the prolog, the start tags and the content, into the tree.
+#include "input/xmlcharstream.h"
+
+BATCHERR XmlDocument::ParseString(const UCString& text, bool validate, bool ignoreDtd) {
+    FileName(u"string");
+    m_sourceFile = nullptr;
+    m_lwio = nullptr;
+    m_sourceString = &text;
+    m_stringCursor = text.data();
+    m_stringEnd = text.data() + text.size();
+    BATCHERR result = ParseDocument(validate, ignoreDtd);
+    m_sourceString = nullptr;
+    m_stringCursor = m_stringEnd = nullptr;
+    return result;
+}
+
+BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
+    (void)ignoreDtd;
+    Clear();
+    m_errorMessage.clear();
+    m_errorFile.clear();
+    m_errorFileStale = true;
+    m_errorLine = m_errorCol = 1;
+    m_line = 1;
+    m_col = 0;
+    m_validate = validate;
+    m_trackMaxLen = false;
+    m_markupNesting = 0;
+    InitParser();
+
+    UCString token;
+    BATCHERR result = errNone;
+    // 0: nothing that counts read yet, 1: XML declaration read, 2: DOCTYPE read.
+    int state = 0;
+    int kind = PrologToken(token, state == 0);
+    while (result == errNone && kind != tokNone && kind != tokEndProlog) {
+        switch (kind) {
+        case tokComment:
+            break;
+        case tokPIStart:
+            // Target and data are dropped. An instruction still open at the
+            // end of the input ends the prolog there.
+            for (;;) {
+                kind = PrologToken(token, false);
+                if (kind == tokPIEnd)
+                    break;
+                if (kind == tokError) {
+                    result = errSyntax;
+                    break;
+                }
+                if (kind == tokNone && token.size() == 1 && token[0] == UCEof)
+                    break;
+            }
+            break;
+        case tokXmlDecl:
+            result = ParseTextDecl(m_encoding, m_version, m_standalone);
+            state = 1;
+            break;
+        case tokError:
+            // The tokeniser has set the message already.
+            result = errSyntax;
+            break;
+        case tokElementDecl:
+        case tokEntityDecl:
+            UxToken(token);
+            result = errDeclInProlog;
+            break;
+        default:
+            result = UxToken(token);
+            break;
+        }
+        if (result == errNone)
+            kind = PrologToken(token, state == 0);
+    }
+    if (result != errNone || kind != tokEndProlog)
+        return result;
+
+    PushBack(u'<');
+    kind = ContentToken(token);
+    if (kind != tokStartTag)
+        return UxToken(token);
+    bool isEmpty = false;
+    m_rootElement = ParseElementBegin(token, isEmpty);
+    if (!m_rootElement)
+        return errSyntax;
+    if (!isEmpty) {
+        m_elementStack.push_back(m_rootElement);
+        result = ParseContent(0);
+    }
+    return result;
+}
+
+XmlElement* XmlDocument::ParseElementBegin(const UCString& name, bool& isEmpty) {
+    isEmpty = false;
+    XmlElement* element = NewElement();
+    if (!element) {
+        SetUpError(errSyntax, u"Out of memory for element '%s'", name.c_str());
+        return nullptr;
+    }
+    element->m_nameId = AddName(name.data(), name.size()) + 1;
+    UCString attrName;
+    UCString attrValue;
+    int kind;
+    while (element) {
+        kind = ElementBeginToken(attrName);
+        if (kind == tokClose || kind == tokEmptyClose)
+            break;
+        if (kind != tokName) {
+            UxToken(attrName);
+            element->Release();
+            element = nullptr;
+            break;
+        }
+        if (ElementBeginToken(attrValue) != tokEquals || ElementBeginToken(attrValue) != tokQuoted) {
+            UxToken(attrValue);
+            element->Release();
+            element = nullptr;
+            break;
+        }
+        element->m_attributes.emplace_back(attrName, attrValue);
+    }
+    if (element && kind == tokEmptyClose)
+        isEmpty = true;
+    return element;
+}
+
+BATCHERR XmlDocument::ParseContent(int depth) {
+    if (depth >= MaxDepth)
+        return SetUpError(errSyntax, u"Element nesting too deep");
+    UCString& data = m_depthData[depth];
+    data.clear();
+    const unsigned nullsBefore = m_dataNulls;
+    XmlElement* current = m_elementStack.back();
+    // The last child attached so far: appending behind it gives what Child()
+    // gives, without walking the whole chain of siblings for each child.
+    XmlElement* lastChild = current->m_child ? current->m_child->Last() : nullptr;
+    if (current->m_child && !lastChild)
+        lastChild = current->m_child;
+    BATCHERR result = errNone;
+    // The index, not a reference: the table may grow while children are read.
+    const size_t nameIndex = size_t(current->m_nameId - 1);
+    int kind = ContentToken(m_token, &data);
+    while (result == errNone) {
+        if (kind == tokEndTag) {
+            if (m_token != m_names[nameIndex])
+                result = SetUpError(errSyntax, u"Improper element nesting");
+            m_elementStack.pop_back();
+            break;
+        }
+        switch (kind) {
+        case tokComment:
+            break;
+        case tokCharData:
+            break;  // the text went straight into data
+        case tokStartTag: {
+            bool isEmpty = false;
+            XmlElement* child = ParseElementBegin(m_token, isEmpty);
+            if (!child) {
+                result = errSyntax;
+                break;
+            }
+            if (lastChild) {
+                child->m_parentPos = int(current->DataLength());
+                lastChild->m_next = child;
+                child->m_parent = current;
+            } else {
+                current->Child(child);
+            }
+            lastChild = child;
+            if (!isEmpty) {
+                m_elementStack.push_back(child);
+                result = ParseContent(depth + 1);
+            }
+            break;
+        }
+        default:
+            result = UxToken(m_token);
+            break;
+        }
+        if (result == errNone)
+            kind = ContentToken(m_token, &data);
+    }
+    if (result != errNone)
+        return result;
+    // The text ends at a unit of value 0, if one came in.
+    if (m_dataNulls == nullsBefore)
+        current->m_data = data;
+    else
+        current->Data(data.c_str());
+    return errNone;
+}

@@ -1,0 +1,80 @@
+// The ways into a document that bring a source of their own: a text file and
+// an I/O module.
+#include <memory>
+
+#include "xmldocument.h"
+
+BATCHERR XmlDocument::ParseFile(const UCChar* path, bool validate, bool ignoreDtd) {
+    FileName(path);
+    m_sourceString = nullptr;
+    m_lwio = nullptr;
+    std::unique_ptr<OzmUCFile> file(new OzmUCFile);
+    if (file->Open(path, u"r", 1, csetDefault) < 0) {
+        m_errorMessage = u"Unable to open source file ";
+        m_errorMessage += path;
+        return errOpenSource;
+    }
+    m_sourceFile = file.get();
+
+    UCChar dir[OZM_MAX_PATH];
+    UCChar name[OZM_MAX_PATH];
+    UCChar ext[OZM_MAX_PATH];
+    size_t n = UCString::traits_type::length(path);
+    if (n >= size_t(OZM_MAX_PATH))
+        n = OZM_MAX_PATH - 1;
+    UCString::traits_type::copy(dir, path, n);
+    dir[n] = 0;
+    OzmGlob::sepfile(dir, name, ext);
+    m_sourceDir = dir;
+
+    // A byte-order mark of either order switches to 16-bit reading; the
+    // rewind leaves the mark to the file layer, and the column untouched.
+    UCChar first = m_sourceFile->Getc();
+    UCChar second = m_sourceFile->Getc();
+    if ((first == 0xFF && second == 0xFE) || (first == 0xFE && second == 0xFF))
+        m_sourceFile->Format(4);
+    m_sourceFile->Seek(0, 0);
+
+    BATCHERR result = ParseDocument(validate, ignoreDtd);
+    m_sourceFile->Close();
+    m_sourceFile = nullptr;
+    return result;
+}
+
+BATCHERR XmlDocument::ParseDLL(const UCChar* spec, bool validate, bool designMode, OzmNotifier* notifier,
+                               bool ignoreDtd) {
+    FileName(spec);
+    m_sourceString = nullptr;
+    m_sourceFile = nullptr;
+    m_sourceDir.clear();
+    OzmWString module, resource, options;
+    if (!OzmLightweightIO::ParseDLLName(spec, module, resource, options)) {
+        m_errorMessage = u"Unable to parse DLL specification '";
+        m_errorMessage += spec;
+        m_errorMessage += u"'";
+        return errOpenSource;
+    }
+    std::unique_ptr<OzmLightweightIO> lwio(new OzmLightweightIO);
+    m_lwio = lwio.get();
+    BATCHERR result = m_lwio->SetModule(module);
+    if (result == errNone)
+        result = m_lwio->Open(resource, options, short(-32768), false);
+    if (result != errNone) {
+        m_errorMessage = u"XML API: ";
+        m_errorMessage += m_lwio->LastErrorMessage();
+    } else {
+        m_lwio->SetDesignMode(designMode);
+        m_notifier = notifier;
+        result = ParseDocument(validate, ignoreDtd);
+    }
+    if (m_lwio->IsConnected())
+        m_lwio->Close();
+    m_lwio = nullptr;
+    m_notifier = nullptr;
+    return result;
+}
+
+void XmlDocument::DesignMode(bool on) {
+    if (m_lwio && m_lwio->IsConnected())
+        m_lwio->SetDesignMode(on);
+}

@@ -1,0 +1,82 @@
+// xmltree - parses an XML file and prints its element tree, or the error as
+// file:line:col: message.
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "xmlapi.h"
+
+namespace {
+
+std::string Utf8(const UCChar* text) {
+    std::string out;
+    OzmGlob::WStringToString(UCString(text), out, csetUTF8);
+    return out;
+}
+
+// Prints the text with control characters made visible, on one line.
+std::string Shown(const UCChar* text) {
+    std::string out;
+    for (const char ch : Utf8(text)) {
+        if (ch == '\n')
+            out += "\\n";
+        else if (ch == '\t')
+            out += "\\t";
+        else
+            out += ch;
+    }
+    return out;
+}
+
+void Print(const XmlElement* root) {
+    // Iterative walk: a tree built by a program may be deeper than the stack.
+    int depth = 0;
+    const XmlElement* e = root;
+    while (e) {
+        std::string line(size_t(depth) * 2, ' ');
+        line += Utf8(e->Name());
+        for (int i = 0; i < e->AttributeCount(); ++i)
+            line += " " + Utf8(e->GetAttributeName(i)) + "=\"" + Utf8(e->GetAttributeValue(i)) + "\"";
+        if (e->DataLength() > 0)
+            line += " : \"" + Shown(e->Data()) + "\"";
+        std::printf("%s\n", line.c_str());
+        if (e->Child()) {
+            e = e->Child();
+            ++depth;
+            continue;
+        }
+        while (e && e != root && !e->Next()) {
+            e = e->Parent();
+            --depth;
+        }
+        e = (e && e != root) ? e->Next() : nullptr;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: xmltree FILE.xml\n");
+        return 2;
+    }
+    std::ifstream in(argv[1], std::ios::binary);
+    if (!in) {
+        std::fprintf(stderr, "%s: cannot open\n", argv[1]);
+        return 2;
+    }
+    std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    UCString text;
+    OzmGlob::DecodeUTF8(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), text);
+
+    XmlDocument doc;
+    BATCHERR result = doc.ParseString(text, false, false);
+    if (doc.RootElement())
+        Print(doc.RootElement());
+    if (result != errNone) {
+        std::fprintf(stderr, "%s:%d:%d: %s\n", argv[1], doc.ErrorLine(), doc.ErrorCol(), Utf8(doc.ErrorMessage()).c_str());
+        return 1;
+    }
+    return 0;
+}

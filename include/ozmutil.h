@@ -1,0 +1,322 @@
+// ozmutil.h - the platform layer the library stands on: character and error
+// types, Unicode character classes, encoding names, paths, buffered files with
+// character-set handling, pluggable I/O modules and wide formatted printing.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#ifndef OZM_API
+#define OZM_API __attribute__((visibility("default")))
+#endif
+
+typedef char16_t UCChar;
+typedef std::u16string UCString;
+
+// The end-of-input character of every character stream.
+constexpr UCChar UCEof = 0xFFFF;
+
+// The shared error enumeration. The underlying type is fixed so that values
+// passed through from I/O modules beyond those named here stay well defined.
+enum BATCHERR : int {
+    errNone = 0,
+    errSyntax = 4,
+    errOpenSource = 12,
+    errOpenUri = 19,
+    errDeclInProlog = 20,
+    errNotReady = 62
+};
+
+// Character sets. 0 is the platform's narrow set, which is UTF-8 here.
+enum OZM_CSET : int {
+    csetUnknown = -1,
+    csetDefault = 0,
+    csetUTF8 = 1,
+    csetUTF16 = 2,
+    csetUTF16LE = 3,
+    csetUTF16BE = 4,
+    csetASCII = 5,
+    csetISO8859_1 = 11,  // csetISO8859_1 + n - 1 is ISO-8859-n, n = 1..15
+    csetISO8859_15 = 25,
+    csetWindows1250 = 30,  // csetWindows1250 + n is windows-125n, n = 0..8
+    csetWindows1258 = 38
+};
+
+// Longest path, in UCChar with the terminator, that the fixed path buffers
+// of sepfile, appndnam and appndext hold.
+constexpr int OZM_MAX_PATH = 4096;
+
+class OZM_API OzmGlob {
+public:
+    // XML white space: 0x20, 0x09, 0x0A, 0x0D.
+    static bool IsUCSpace(UCChar c) { return c == 0x20 || c == 0x09 || c == 0x0A || c == 0x0D; }
+
+    // Attribute word of a character from its Unicode general category.
+    // Name starters (Lu Ll Lt Lo Nl) carry a bit of 0x2E04, further name
+    // characters (Mn Mc Me Lm Nd) a bit of 0x1007 and none of 0x2E04.
+    static unsigned short GetUCAttrs(UCChar c) { return s_ucAttrValues[s_ucAttrIndex[c >> 8]][c & 0xFF]; }
+
+    enum : unsigned short {
+        ucNameStartMask = 0x2E04,
+        ucNameCharMask = 0x1007,
+        ucUpper = 0x0200,    // Lu
+        ucLower = 0x0400,    // Ll
+        ucTitle = 0x0800,    // Lt
+        ucOtherLetter = 0x2000,  // Lo
+        ucLetterNumber = 0x0004, // Nl
+        ucMark = 0x0001,     // Mn Mc Me
+        ucDigit = 0x0002,    // Nd
+        ucModifier = 0x1000, // Lm
+        ucSpace = 0x0008,    // Zs Zl Zp
+        ucPunct = 0x0010,    // P*
+        ucSymbol = 0x0020,   // S*
+        ucControl = 0x0040,  // Cc
+        ucFormat = 0x0080,   // Cf
+        ucSurrogate = 0x0100, // Cs
+        ucPrivate = 0x4000,  // Co
+        ucOtherNumber = 0x8000 // No
+    };
+
+    // Case-insensitive comparison (ASCII and Latin-1 letters fold); 0 when
+    // equal, otherwise the sign of the first difference.
+    static int wcscmpi(const UCChar* a, const UCChar* b);
+
+    // Character set of an encoding name, in any letter case; -1 when unknown.
+    static OZM_CSET EncodingByName(const UCChar* name);
+    // Canonical name of a character set; "" for an unknown value. Never null.
+    static const UCChar* EncodingToName(OZM_CSET set);
+    // ISO form of a character set (the default set maps to UTF-8).
+    static OZM_CSET ISOEncoding(OZM_CSET set);
+
+    // Writes the UTF-8 form of one unit and a terminating zero byte to out
+    // (room for 4 bytes); returns the number of bytes before the terminator.
+    // A surrogate unit is encoded on its own, as three bytes.
+    static int UnicodeToUTF8(UCChar c, unsigned char* out);
+    // Replaces out with in, converted to the character set (0 and 1: UTF-8,
+    // pairs joined; Latin-1 and ASCII: '?' for what does not fit).
+    static bool WStringToString(const UCString& in, std::string& out, OZM_CSET set);
+    // Replaces out with the UTF-16 form of UTF-8 bytes. A byte that neither
+    // begins nor continues a valid sequence becomes the unit of its Latin-1
+    // value; a byte-order mark at the start is dropped; characters beyond
+    // U+FFFF become two units.
+    static void DecodeUTF8(const unsigned char* data, size_t length, UCString& out);
+
+    // Splits path in place into directory (kept in path, with its trailing
+    // '/', empty for a bare file name), file name and extension (with its
+    // dot). appndnam and appndext put the three together again. All buffers
+    // hold OZM_MAX_PATH units; longer results are cut. Returns 0.
+    static int sepfile(UCChar* path, UCChar* name, UCChar* ext);
+    static void appndnam(UCChar* path, const UCChar* name);
+    static void appndext(UCChar* path, const UCChar* ext);
+
+private:
+    static const unsigned char s_ucAttrIndex[256];
+    static const unsigned short s_ucAttrValues[][256];
+};
+
+// Formatted printing into UCChar buffers. Directives: %s and %S (a
+// const UCChar* text, null prints "(null)"), %c (a unit passed as int),
+// %d %i %u %x %X (int; with l or ll for long and long long), %f (double,
+// always with '.' whatever the locale), %%; flags '-' and '0', field widths
+// and precisions, '*' for either. Each returns the number of units written,
+// the terminator not counted.
+OZM_API int wsfmt(UCChar* buffer, const UCChar* format, ...);
+OZM_API int vwsfmt(UCChar* buffer, const UCChar* format, va_list args);
+// Writes at most limit units, the terminator included; output that does not
+// fit is cut. A limit below 1 writes nothing.
+OZM_API int vwsnfmt(UCChar* buffer, int limit, const UCChar* format, va_list args);
+
+// Byte file with its own buffer: one system call per buffer, never per
+// character. A copy gets a duplicate of the descriptor, so each object
+// closes its own and nothing is closed twice.
+class OZM_API OzmBFile {
+public:
+    OzmBFile();
+    OzmBFile(const OzmBFile& other);
+    OzmBFile& operator=(const OzmBFile& other);
+    virtual ~OzmBFile();
+
+    // mode as for fopen: "r", "w", "a", optionally with "b" and "+".
+    // Returns 0, or -1 when the file cannot be opened.
+    int OpenBytes(const char* path, const char* mode);
+    // Takes over an open descriptor; it is closed by Close only if owned.
+    int AttachDescriptor(int fd, bool writable, bool owned);
+    int Close();
+    bool IsOpen() const { return m_handle != -1; }
+    int Handle() const { return m_handle; }
+
+    // Next byte, or -1 at the end of the file or on a read error.
+    int GetByte() { return m_readPos < m_readEnd ? *m_readPos++ : FillAndGet(); }
+    // Reads up to n bytes; returns the count, 0 at the end.
+    size_t ReadBytes(unsigned char* out, size_t n);
+    int PutBytes(const void* data, size_t n);
+    int Flush();
+    // origin 0, 1, 2 as SEEK_SET, SEEK_CUR, SEEK_END; returns 0 or -1.
+    int SeekBytes(int64_t offset, int origin);
+
+protected:
+    int m_handle = -1;
+
+private:
+    // OzmUCFile decodes straight out of the byte buffer and encodes into it.
+    friend class OzmUCFile;
+    static constexpr size_t kBufferSize = 65536;
+    // Room in front of the data for the bytes of a character that was cut
+    // off at the end of the previous block.
+    static constexpr size_t kHeadroom = 4;
+
+    int FillAndGet();
+    long FillBuffer();
+    void ResetBuffers();
+    void DropReadAhead();
+    void CopyFrom(const OzmBFile& other);
+    int WriteOut(const unsigned char* data, size_t n);
+    bool m_owned = false;
+    bool m_writable = false;
+    unsigned char* m_buffer = nullptr;  // kHeadroom + kBufferSize bytes while open
+    const unsigned char* m_readPos = nullptr;
+    const unsigned char* m_readEnd = nullptr;
+    size_t m_writeUsed = 0;
+};
+
+// Text file of UCChar units. Formats: 1 and 8 UTF-8 (a leading byte-order
+// mark is skipped; invalid bytes read as their Latin-1 value); 4 UTF-16 in
+// the order of its byte-order mark (little-endian without one; written
+// little-endian with a mark); 0x6004 and 0xA004 little- and big-endian
+// UTF-16 without a mark. Getc is inline over a buffer of decoded units.
+class OZM_API OzmUCFile : public OzmBFile {
+public:
+    OzmUCFile();
+    OzmUCFile(const OzmUCFile& other);
+    OzmUCFile& operator=(const OzmUCFile& other);
+    ~OzmUCFile() override;
+
+    // Returns 0, or a negative value when the file cannot be opened or the
+    // format is not one of the above. set is the character set of path
+    // (0: the platform's own).
+    int Open(const UCChar* path, const UCChar* mode, int format, OZM_CSET set);
+    int Close();
+
+    // Next unit, or UCEof at the end of the file or on a read error.
+    UCChar Getc() { return m_ucPos < m_ucEnd ? *m_ucPos++ : Refill(); }
+    int Putc(UCChar c);
+    int PutString(const UCChar* text, long length = -1);
+    // Only (0, 0) is needed: back to the start, the decoded buffer dropped.
+    int Seek(int64_t offset, int origin);
+
+    int Format() const { return m_format; }
+    void Format(int format) { m_format = format; }
+
+    // Decoded units that Getc has not yet returned; a reader may consume
+    // them in bulk and then call Skip with their count.
+    const UCChar* Pending() const { return m_ucPos; }
+    const UCChar* PendingEnd() const { return m_ucEnd; }
+    void Skip(size_t count) { m_ucPos += count; }
+
+private:
+    static constexpr size_t kUnits = 16384;  // decoded units per refill
+
+    UCChar Refill();
+    UCChar Deliver(size_t units);
+    UCChar EndOfInput();
+    void ResetDecoding();
+    void CopyState(const OzmUCFile& other);
+    int PutUnits(const UCChar* text, size_t count);
+    int m_format = 0;
+    UCChar m_pendingHigh = 0;  // UTF-8 output: high surrogate awaiting its partner
+    UCChar* m_ucBuffer = nullptr;  // kUnits units, allocated by the first read
+    const UCChar* m_ucPos = nullptr;
+    const UCChar* m_ucEnd = nullptr;
+    int m_byteOrder = 0;   // format 4: 0 not yet known, 1 little, 2 big
+    bool m_atStart = true; // a byte-order mark may still follow
+    bool m_ended = false;  // end of input or read error seen
+    unsigned char m_carry[4] = {0, 0, 0, 0};
+    int m_carryCount = 0;
+};
+
+// A string class, used as the out-arguments of ParseDLLName.
+class OZM_API OzmWString {
+public:
+    OzmWString() = default;
+    explicit OzmWString(const UCString& s) : m_text(s) {}
+    virtual ~OzmWString() = default;
+    const UCChar* Text() const { return m_text.c_str(); }
+    operator const UCChar*() const { return m_text.c_str(); }
+    const UCString& Str() const { return m_text; }
+    void Assign(const UCString& s) { m_text = s; }
+
+private:
+    UCString m_text;
+};
+
+// A consumer's notifier, asked while an I/O module has no character ready.
+class OZM_API OzmNotifier {
+public:
+    virtual ~OzmNotifier() = default;
+    // Not called by the library.
+    virtual int Notify(int code, int value);
+    virtual void BeginRead(int phase);
+    // 0: go on waiting; anything else: give up, the input ends.
+    virtual int PollRead(int phase, int step);
+    virtual void EndRead(int phase);
+};
+
+// What an I/O module implements. Modules come built in ("file", "fd"), from
+// an in-process registration, or from a shared object that exports
+// extern "C" OzmIOModule* OzmCreateIOModule().
+class OZM_API OzmIOModule {
+public:
+    virtual ~OzmIOModule() = default;
+    // mode: bit 0x8000 read; otherwise write, bit 0x2000 appending.
+    virtual BATCHERR Open(const UCChar* resource, const UCChar* options, short mode) = 0;
+    virtual BATCHERR Close() = 0;
+    // Up to capacity units into buffer; errNone with count > 0, errNotReady
+    // when nothing is there yet, any other value at the end or on failure.
+    virtual BATCHERR Read(UCChar* buffer, size_t capacity, size_t& count) = 0;
+    virtual BATCHERR Write(const UCChar* text, size_t count) = 0;
+    virtual void SetDesignMode(bool on) { (void)on; }
+    // Text of the last failure; never null.
+    virtual const UCChar* LastErrorMessage() const = 0;
+};
+
+typedef OzmIOModule* (*OzmIOModuleFactory)();
+
+// A pluggable I/O module. Copies share one connection: closing any of them
+// closes it once for all.
+class OZM_API OzmLightweightIO {
+public:
+    OzmLightweightIO();
+    OzmLightweightIO(const OzmLightweightIO& other);
+    OzmLightweightIO& operator=(const OzmLightweightIO& other);
+    ~OzmLightweightIO();
+
+    // "MODULE:RESOURCE" optionally followed by "?OPTIONS"; false when there
+    // is no ':' or MODULE is empty.
+    static bool ParseDLLName(const UCChar* spec, OzmWString& module, OzmWString& resource, OzmWString& options);
+    // A name containing '/' is loaded as a shared object; other names are
+    // looked up among the registered and built-in modules.
+    static bool RegisterModule(const UCChar* name, OzmIOModuleFactory factory);
+    static bool UnregisterModule(const UCChar* name);
+
+    BATCHERR SetModule(const UCChar* module);
+    BATCHERR Open(const UCChar* resource, const UCChar* options, short mode, bool flag);
+    BATCHERR Close();
+    BATCHERR GetC(UCChar& c);
+    BATCHERR PutC(UCChar c);
+    BATCHERR Flush();
+    const UCChar* LastErrorMessage();
+    void SetDesignMode(bool on);
+    bool IsConnected() const;
+
+private:
+    struct Connection;
+    // Drops one reference; the last one closes, frees the module and
+    // unloads its shared object.
+    static void Release(Connection* conn);
+    BATCHERR Fail(BATCHERR code, const UCString& message);
+    BATCHERR FlushOutput();
+    Connection* m_conn = nullptr;
+};

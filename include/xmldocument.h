@@ -1,0 +1,227 @@
+// xmldocument.h - the document object: the parsed tree, the name table, the
+// error state and the whole parser state.
+#pragma once
+
+#include <map>
+#include <string_view>
+#include <vector>
+
+#include "ozmutil.h"
+#include "xmldeque.h"
+#include "xmltree.h"
+
+// Token kinds of the tokenisers. The values have gaps.
+enum XmlToken : int {
+    tokError = -1,  // the tokeniser has already reported a failure
+    tokNone = 0,
+    tokName = 1,
+    tokPIStart = 2,
+    tokPIEnd = 3,
+    tokXmlDecl = 4,
+    tokEquals = 5,
+    tokQuoted = 6,
+    tokDoctype = 7,
+    tokElementDecl = 8,
+    tokAttlistDecl = 9,
+    tokEntityDecl = 10,
+    tokNotationDecl = 11,
+    tokOpenBracket = 12,
+    tokCloseBracket = 13,
+    tokPercent = 14,
+    tokClose = 15,
+    tokEndProlog = 16,
+    tokParamRef = 17,
+    tokComment = 18,
+    tokOpenParen = 19,
+    tokCloseParen = 20,
+    tokBar = 21,
+    tokComma = 22,
+    tokStar = 23,
+    tokQuestion = 24,
+    tokPlus = 25,
+    tokCdata = 26,
+    tokConditional = 27,
+    tokStartTag = 30,
+    tokEndTag = 31,
+    tokCharData = 32,
+    tokEmptyClose = 33,
+    tokAny = 40,
+    tokEmpty = 41,
+    tokPcdata = 42,
+    tokId = 50,
+    tokIdref = 51,
+    tokIdrefs = 52,
+    tokEntities = 53,
+    tokNmtoken = 54,
+    tokNmtokens = 55,
+    tokNotation = 56,
+    tokImplied = 57,
+    tokRequired = 58,
+    tokFixed = 59,
+    tokEntity = 60
+};
+
+struct XmlBlockShare;
+
+class OZM_API XmlDocument {
+public:
+    // Deepest level at which an element may have content.
+    static constexpr int MaxDepth = 20;
+
+    XmlDocument();
+    // Copies share the element tree; see the notes in xmldocument.cpp on who
+    // releases the slabs.
+    XmlDocument(const XmlDocument& other);
+    XmlDocument& operator=(const XmlDocument& other);
+    virtual ~XmlDocument();
+
+    BATCHERR ParseString(const UCString& text, bool validate = false, bool ignoreDtd = false);
+    // Reads a file: UTF-8, or UTF-16 in either order when it starts with a
+    // byte-order mark.
+    BATCHERR ParseFile(const UCChar* path, bool validate = false, bool ignoreDtd = false);
+    // Reads through an I/O module given as "MODULE:RESOURCE?OPTIONS". The
+    // notifier, if any, is asked while the module has no character ready.
+    BATCHERR ParseDLL(const UCChar* spec, bool validate = false, bool designMode = false,
+                      OzmNotifier* notifier = nullptr, bool ignoreDtd = false);
+    // Hands the mode to the I/O module while one is open.
+    void DesignMode(bool on);
+    void Clear();
+
+    double Version() const { return m_version; }
+    void Version(double v) { m_version = v; }
+    OZM_CSET Encoding() const { return m_encoding; }
+    void Encoding(OZM_CSET e) { m_encoding = e; }
+    XmlElement* RootElement() const { return m_rootElement; }
+    void RootElement(XmlElement* e) { m_rootElement = e; }
+
+    const UCChar* ErrorMessage() const { return m_errorMessage.c_str(); }
+    const UCChar* ErrorFile() const { return m_errorFile.c_str(); }
+    int ErrorLine() const { return m_errorLine; }
+    int ErrorCol() const { return m_errorCol; }
+
+    // Name table.
+    int AddName(const UCChar* name);
+    int AddName(const UCChar* name, size_t length);
+    const UCChar* GetName(int index) const {
+        return index >= 0 && size_t(index) < m_names.size() ? m_names[size_t(index)].c_str() : u"";
+    }
+    // A node in use, attached to nothing; null when no slab can be had.
+    XmlElement* NewElement();
+
+    // The head of the slab chain (the newest slab), or null.
+    XmlElementBlock* ElementBlocks() const { return m_elementBlocks; }
+
+    // Writing (output/): declarations of the writers go here.
+    // parts: 1 the XML declaration, 2 the document type declaration, 4 the
+    // element tree. Always returns errNone (output/xmlwriter.cpp).
+    BATCHERR Write(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,
+                   bool writeEmpty) const;
+
+private:
+    friend class XmlElement;
+
+    // Document parsing.
+    void InitParser();
+    BATCHERR ParseDocument(bool validate, bool ignoreDtd);
+    XmlElement* ParseElementBegin(const UCString& name, bool& isEmpty);
+    BATCHERR ParseContent(int depth);
+    BATCHERR ParseTextDecl(OZM_CSET& encoding, double& version, bool& standalone);
+
+    // Error state.
+    void SaveErrorPos() {
+        m_errorLine = m_line;
+        m_errorCol = m_col;
+        if (m_errorFileStale) {
+            m_errorFile = m_fileName;
+            m_errorFileStale = false;
+        }
+    }
+    // Sets the name of the source being read.
+    void FileName(const UCChar* name) {
+        m_fileName = name;
+        m_errorFileStale = true;
+    }
+    BATCHERR SetUpError(BATCHERR code, const UCChar* format, ...);
+    BATCHERR UxToken(const UCString& token);
+
+    // Character stream (inline, in input/xmlcharstream.h).
+    inline UCChar OneChar();
+    inline UCChar NextChar();
+    inline UCChar SkipSpace();
+    inline void PushBack(UCChar c);
+    inline UCChar PopPushed();
+    void PushBack(const UCChar* text);
+    UCChar ModuleChar();
+    static inline bool IsNameStart(UCChar c);
+    static inline bool IsNameChar(UCChar c);
+    inline UCChar ReadName(UCString& token);
+    inline size_t PendingRun(const UCChar*& run);
+    inline void ConsumeRun(size_t count);
+    void ScanRun(UCString& token, UCChar stop1, UCChar stop2);
+
+    // Tokenisers.
+    int PrologToken(UCString& token, bool allowXmlDecl);
+    // With charData set, character data is appended there instead of to token.
+    int ContentToken(UCString& token, UCString* charData = nullptr);
+    int ElementBeginToken(UCString& token);
+    int ReadQuoted(UCString& token, UCChar quote);
+    int ReadComment(UCString& token);
+    int ReadReference(UCString& token);
+
+    // Slab chain ownership.
+    void ReleaseBlocks();
+    void JoinBlocks(const XmlDocument& other);
+
+    UCString m_errorMessage;
+    UCString m_errorFile;
+    int m_errorLine = 0;
+    int m_errorCol = 0;
+    int m_line = 1;
+    int m_col = 0;
+    UCString m_fileName;
+    bool m_validate = true;
+    XmlElement* m_rootElement = nullptr;
+    XmlDeque<XmlElement*> m_elementStack;
+    double m_version = 1.0;
+    OZM_CSET m_encoding = csetUTF8;
+    bool m_standalone = true;
+    bool m_trackMaxLen = false;
+    XmlDeque<UCChar> m_pushBack;
+    // The top of the push-back stack lives in m_pushTop while m_hasPushTop is
+    // set, so that the one unit of look-ahead that most tokens push costs no
+    // queue operation; m_pushBack holds what lies below it. m_pushPending
+    // tells whether anything at all is pushed.
+    UCChar m_pushTop = 0;
+    bool m_hasPushTop = false;
+    bool m_pushPending = false;
+    OzmUCFile* m_sourceFile = nullptr;
+    UCString m_sourceDir;
+    const UCString* m_sourceString = nullptr;
+    const UCChar* m_stringCursor = nullptr;
+    const UCChar* m_stringEnd = nullptr;
+    OzmLightweightIO* m_lwio = nullptr;
+    OzmNotifier* m_notifier = nullptr;
+    XmlElementBlock* m_elementBlocks = nullptr;
+    UCString m_depthData[MaxDepth];
+    UCString m_token;
+    UCString m_refText;
+    std::vector<UCString> m_names;
+    std::map<UCString, int, std::less<>> m_nameIndex;
+
+    // False while m_errorFile is known to equal m_fileName, which spares
+    // SaveErrorPos a string copy per token. Whatever changes either of the two
+    // sets it.
+    bool m_errorFileStale = true;
+    // Count of units of value 0 that went into character data; an element's
+    // text is cut at such a unit, which needs a scan only when one was seen.
+    unsigned m_dataNulls = 0;
+    // Direct-mapped cache in front of m_nameIndex: index + 1 of a name by a
+    // hash of its text, 0 when empty. Each hit is verified against m_names.
+    int m_nameCache[256] = {};
+
+    // Set while the slab chain is shared with copies of this document.
+    XmlBlockShare* m_blockShare = nullptr;
+    // Depth of '<?' and '<!' openings that PrologToken is reading inside
+    // each other; bounded so that a run of them cannot exhaust the stack.
+    int m_markupNesting = 0;
+};

@@ -1,0 +1,141 @@
+// xmltree.h - the element tree: nodes, attributes and the slabs nodes live in.
+#pragma once
+
+#include "ozmutil.h"
+#include "xmldeque.h"
+
+class XmlDocument;
+class XmlElementBlock;
+class XmlOutputStream;
+
+// A name and value pair on an element.
+class OZM_API XmlAttribute {
+public:
+    XmlAttribute() = default;
+    XmlAttribute(const UCChar* name, const UCChar* value) : m_name(name), m_value(value) {}
+    XmlAttribute(const UCString& name, const UCString& value) : m_name(name), m_value(value) {}
+    XmlAttribute(const XmlAttribute&) = default;
+    XmlAttribute& operator=(const XmlAttribute& other) {
+        if (this != &other) {
+            m_name = other.m_name;
+            m_value = other.m_value;
+        }
+        return *this;
+    }
+
+    const UCChar* Name() const { return m_name.c_str(); }
+    void Name(const UCChar* name) { m_name = name; }
+    const UCChar* Value() const { return m_value.c_str(); }
+    void Value(const UCChar* value) { m_value = value; }
+
+private:
+    UCString m_name;
+    UCString m_value;
+};
+
+// A node of the document tree. Nodes live in the slabs of their document:
+// get one from XmlDocument::NewElement and give it back with Release.
+class OZM_API XmlElement {
+public:
+    XmlElement(const XmlElement& other) = default;
+    XmlElement& operator=(const XmlElement& other) = default;
+
+    const UCChar* Name() const;
+    void Name(const UCChar* name);
+
+    const UCChar* Data() const { return m_data.c_str(); }
+    void Data(const UCChar* text) { m_data = text; }
+    void AddData(const UCChar* text) { m_data += text; }
+    long DataLength() const { return long(m_data.size()); }
+
+    XmlElement* Next() const { return m_next; }
+    XmlElement* Child() const { return m_child; }
+    XmlElement* Parent() const { return m_parent; }
+
+    // Appends e behind the last sibling of this node's chain.
+    void Next(XmlElement* e);
+    // Puts e directly behind this node.
+    void InsertNext(XmlElement* e);
+    // First sibling behind this node named name, or null.
+    XmlElement* FindNext(const UCChar* name) const;
+    // Last node of the chain behind this node; null when there is no next.
+    XmlElement* Last() const;
+    // Appends e as the last child.
+    void Child(XmlElement* e);
+    // Makes e the first child.
+    void InsertChild(XmlElement* e);
+
+    int ParentPos() const { return m_parentPos; }
+    int Mark() const { return m_mark; }
+    int Mark(int value) {
+        int old = m_mark;
+        m_mark = value;
+        return old;
+    }
+
+    int AttributeCount() const { return int(m_attributes.size()); }
+    void AddAttribute(const UCChar* name, const UCChar* value) { m_attributes.emplace_back(name, value); }
+    const UCChar* GetAttributeValue(const UCChar* name) const;
+    const UCChar* GetAttributeValue(int i) const;
+    const UCChar* GetAttributeName(int i) const;
+
+    // Writing (output/): declarations of the writers go here.
+    // What GetData collects: the element's own data; with the data of all
+    // descendants, depth first; the same with each descendant in its tags.
+    enum XMLD : int { XMLD_Own = 0, XMLD_Text = 1, XMLD_Markup = 2 };
+    // Writes this element and everything below it (output/xmlwriter.cpp).
+    void Write(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep, bool writeEmpty) const;
+    // Appends the text of this element, and by mode that of its descendants,
+    // to out without clearing it.
+    void GetData(UCString& out, XMLD mode) const;
+
+    // Empties the node for its next use; links of other nodes are untouched.
+    void Clear();
+    // Gives the node back to its slab.
+    void Release();
+
+private:
+    friend class XmlElementBlock;
+    friend class XmlDocument;
+    XmlElement() = default;
+    ~XmlElement() = default;
+
+    int m_nameId = 0;
+    UCString m_data;
+    XmlDeque<XmlAttribute> m_attributes;
+    XmlElement* m_next = nullptr;
+    XmlElement* m_child = nullptr;
+    XmlElement* m_parent = nullptr;
+    XmlElementBlock* m_block = nullptr;
+    int m_mark = 0;
+    int m_parentPos = 0;
+};
+
+// A slab of exactly 1000 nodes with a free list threaded through m_next.
+class OZM_API XmlElementBlock {
+public:
+    static constexpr int Capacity = 1000;
+
+    explicit XmlElementBlock(XmlDocument* document);
+    XmlElementBlock(const XmlElementBlock& other) = default;
+    XmlElementBlock& operator=(const XmlElementBlock& other) = default;
+    ~XmlElementBlock() = default;
+
+    // Puts all nodes on the free list, in index order.
+    void Reset();
+    // A node off the free list, cleared; null when the list is spent.
+    XmlElement* NewElement();
+    void FreeElement(XmlElement* e);
+    int FreeCount() const { return m_freeCount; }
+    XmlElementBlock* Next() const { return m_nextBlock; }
+    void Next(XmlElementBlock* b) { m_nextBlock = b; }
+    XmlDocument* Document() const { return m_document; }
+
+private:
+    friend class XmlDocument;
+    XmlElement m_nodes[Capacity];
+    XmlElement* m_firstFree = nullptr;
+    XmlElementBlock* m_nextBlock = nullptr;
+    int m_freeCount = Capacity;
+    XmlDocument* m_document = nullptr;
+};

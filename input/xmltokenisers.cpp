@@ -1,0 +1,319 @@
+// The tokenisers of the prolog, of element content and of start tags.
+#include <emmintrin.h>
+
+#include "input/xmlcharstream.h"
+
+namespace {
+// How many '<?' and '<!' openings PrologToken follows inside each other
+// before it gives up on the innermost; each one only leads to a failure.
+constexpr int kMaxMarkupNesting = 256;
+
+bool EndsWithCommentClose(const UCString& s) {
+    size_t n = s.size();
+    return n >= 3 && s[n - 3] == '-' && s[n - 2] == '-' && s[n - 1] == '>';
+}
+}  // namespace
+
+void XmlDocument::PushBack(const UCChar* text) {
+    size_t n = UCString::traits_type::length(text);
+    while (n > 0)
+        PushBack(text[--n]);
+}
+
+// Appends units to token up to stop1, stop2, a carriage return or a UCEof
+// unit, taking them straight from the source while nothing is pushed back.
+// Line ends among them are counted as NextChar counts them, and units of
+// value 0 are counted in m_dataNulls. The stopping unit is left unread.
+// Eight units at a time are tested for anything of interest.
+void XmlDocument::ScanRun(UCString& token, UCChar stop1, UCChar stop2) {
+    const UCChar* run;
+    size_t n = PendingRun(run);
+    if (n == 0)
+        return;
+    size_t i = 0;
+    size_t lineStart = 0;
+    int lines = 0;
+    const __m128i vStop1 = _mm_set1_epi16(short(stop1));
+    const __m128i vStop2 = _mm_set1_epi16(short(stop2));
+    const __m128i vCr = _mm_set1_epi16(13);
+    const __m128i vLf = _mm_set1_epi16(10);
+    const __m128i vLs = _mm_set1_epi16(short(0x2028));
+    const __m128i vEof = _mm_set1_epi16(short(UCEof));
+    const __m128i vZero = _mm_setzero_si128();
+    for (;;) {
+        while (i + 8 <= n) {
+            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(run + i));
+            __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, vStop1), _mm_cmpeq_epi16(v, vStop2)),
+                                       _mm_or_si128(_mm_cmpeq_epi16(v, vCr), _mm_cmpeq_epi16(v, vLf)));
+            hit = _mm_or_si128(hit, _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, vLs), _mm_cmpeq_epi16(v, vEof)),
+                                                 _mm_cmpeq_epi16(v, vZero)));
+            int mask = _mm_movemask_epi8(hit);
+            if (mask) {
+                i += size_t(__builtin_ctz(unsigned(mask))) / 2;
+                break;
+            }
+            i += 8;
+        }
+        if (i >= n)
+            break;
+        UCChar u = run[i];
+        if (u == stop1 || u == stop2 || u == 13 || u == UCEof)
+            break;
+        if (u == 10 || u == 0x2028) {
+            ++lines;
+            lineStart = i + 1;
+        } else if (u == 0) {
+            ++m_dataNulls;
+        }
+        ++i;
+    }
+    if (i == 0)
+        return;
+    token.append(run, i);
+    ConsumeRun(i);
+    if (lines) {
+        m_line += lines;
+        m_col = int(i - lineStart);
+    }
+}
+
+int XmlDocument::ReadQuoted(UCString& token, UCChar quote) {
+    token.clear();
+    for (;;) {
+        ScanRun(token, quote, quote);
+        UCChar c = NextChar();
+        if (c == quote)
+            return tokQuoted;
+        if (c == UCEof)
+            return tokNone;
+        token.push_back(c);
+    }
+}
+
+// Reads a comment after "<!--": the text up to "-->", which is dropped.
+int XmlDocument::ReadComment(UCString& token) {
+    token.clear();
+    for (;;) {
+        // Every '-' and '>' goes through the test for the end.
+        ScanRun(token, '-', '>');
+        UCChar c = NextChar();
+        if (c == UCEof)
+            return tokNone;
+        token.push_back(c);
+        if (c == '>' && EndsWithCommentClose(token)) {
+            token.erase(token.size() - 3);
+            return tokComment;
+        }
+    }
+}
+
+int XmlDocument::PrologToken(UCString& token, bool allowXmlDecl) {
+    UCChar c = SkipSpace();
+    token.clear();
+    token.push_back(c);
+    SaveErrorPos();
+    if (IsNameStart(c)) {
+        PushBack(ReadName(token));
+        return tokName;
+    }
+    switch (c) {
+    case '\'':
+    case '"':
+        return ReadQuoted(token, c);
+    case '%': {
+        UCChar d = NextChar();
+        if (IsNameStart(d)) {
+            token.push_back(d);
+            return ReadName(token) == ';' ? tokParamRef : tokNone;
+        }
+        PushBack(d);
+        return tokPercent;
+    }
+    case '<': {
+        UCChar d = NextChar();
+        if (d == '?' || d == '!') {
+            if (m_markupNesting >= kMaxMarkupNesting) {
+                token.push_back(d);
+                return tokNone;
+            }
+            UCString inner;
+            int kind;
+            if (d == '?') {
+                ++m_markupNesting;
+                kind = PrologToken(inner, false);
+                --m_markupNesting;
+                if (kind == tokName) {
+                    token = inner;
+                    return allowXmlDecl && OzmGlob::wcscmpi(token.c_str(), u"XML") == 0 ? tokXmlDecl : tokPIStart;
+                }
+                UxToken(u"<?");
+                return tokError;
+            }
+            UCChar a = NextChar();
+            UCChar b = NextChar();
+            if (a == '-' && b == '-')
+                return ReadComment(token);
+            PushBack(b);
+            PushBack(a);
+            ++m_markupNesting;
+            kind = PrologToken(inner, false);
+            --m_markupNesting;
+            if (kind == tokName) {
+                token = u"<!" + inner;
+                static const struct {
+                    const UCChar* keyword;
+                    int kind;
+                } keywords[] = {{u"DOCTYPE", tokDoctype},
+                                {u"ENTITY", tokEntityDecl},
+                                {u"ELEMENT", tokElementDecl},
+                                {u"ATTLIST", tokAttlistDecl},
+                                {u"NOTATION", tokNotationDecl}};
+                for (const auto& k : keywords)
+                    if (OzmGlob::wcscmpi(inner.c_str(), k.keyword) == 0)
+                        return k.kind;
+                return tokNone;
+            }
+            if (kind == tokOpenBracket) {
+                token = u"<![";
+                return tokConditional;
+            }
+            UxToken(u"<!");
+            return tokError;
+        }
+        PushBack(d);
+        return tokEndProlog;
+    }
+    case '=':
+        return tokEquals;
+    case '>':
+        return tokClose;
+    case '?': {
+        UCChar d = NextChar();
+        if (d == '>') {
+            token.push_back(d);
+            return tokPIEnd;
+        }
+        PushBack(d);
+        return tokNone;
+    }
+    case '[':
+        return tokOpenBracket;
+    case ']':
+        return tokCloseBracket;
+    default:
+        return tokNone;
+    }
+}
+
+int XmlDocument::ContentToken(UCString& token, UCString* charData) {
+    token.clear();
+    SaveErrorPos();
+    UCChar c = NextChar();
+    token.push_back(c);
+    if (c == UCEof)
+        return tokNone;
+    if (c == '&')
+        return ReadReference(token);
+    if (c != '<') {
+        UCString& text = charData ? *charData : token;
+        if (charData)
+            text.push_back(c);
+        for (;;) {
+            if (c == 0)
+                ++m_dataNulls;
+            ScanRun(text, '<', '&');
+            c = NextChar();
+            if (c == '<' || c == '&') {
+                PushBack(c);
+                return tokCharData;
+            }
+            if (c == UCEof)
+                return tokCharData;
+            text.push_back(c);
+        }
+    }
+    c = NextChar();
+    if (IsNameStart(c)) {
+        token.clear();
+        token.push_back(c);
+        PushBack(ReadName(token));
+        return tokStartTag;
+    }
+    if (c == '/') {
+        c = NextChar();
+        if (!IsNameStart(c))
+            return tokNone;
+        token.clear();
+        token.push_back(c);
+        return ReadName(token) == '>' ? tokEndTag : tokNone;
+    }
+    if (c == '!') {
+        UCChar a = NextChar();
+        UCChar b = NextChar();
+        if (a == '-' && b == '-')
+            return ReadComment(token);
+    }
+    return tokNone;
+}
+
+// A reference in content, after its '&'. Character references and entity
+// references are not resolved yet: each ends the content with tokNone.
+int XmlDocument::ReadReference(UCString& token) {
+    UCChar c = NextChar();
+    if (c == '#') {
+        m_refText = u"&#";
+        do {
+            c = NextChar();
+            if (c == UCEof)
+                break;
+            m_refText.push_back(c);
+        } while (c != ';');
+        PushBack(m_refText.c_str() + 1);
+        return tokNone;
+    }
+    if (!IsNameStart(c)) {
+        PushBack(c);
+        return tokNone;
+    }
+    m_refText.assign(1, c);
+    for (;;) {
+        c = NextChar();
+        if (c == ';' || c == UCEof)
+            break;
+        m_refText.push_back(c);
+    }
+    token = u"&" + m_refText;
+    token.push_back(c);
+    return tokNone;
+}
+
+int XmlDocument::ElementBeginToken(UCString& token) {
+    UCChar c = SkipSpace();
+    token.clear();
+    token.push_back(c);
+    SaveErrorPos();
+    if (IsNameStart(c)) {
+        PushBack(ReadName(token));
+        return tokName;
+    }
+    switch (c) {
+    case '\'':
+    case '"':
+        return ReadQuoted(token, c);
+    case '/': {
+        UCChar d = NextChar();
+        if (d == '>') {
+            token.push_back(d);
+            return tokEmptyClose;
+        }
+        PushBack(d);
+        return tokNone;
+    }
+    case '=':
+        return tokEquals;
+    case '>':
+        return tokClose;
+    default:
+        return tokNone;
+    }
+}

@@ -1,0 +1,337 @@
+// Documents read from files and from I/O modules.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "xmlapi.h"
+
+namespace {
+
+std::string Utf8(const UCChar* text) {
+    std::string out;
+    OzmGlob::WStringToString(UCString(text), out, csetUTF8);
+    return out;
+}
+
+UCString U(const std::string& s) {
+    UCString out;
+    OzmGlob::DecodeUTF8(reinterpret_cast<const unsigned char*>(s.data()), s.size(), out);
+    return out;
+}
+
+class TempDir {
+public:
+    TempDir() {
+        char tmpl[] = "/tmp/ozmsrcXXXXXX";
+        m_path = mkdtemp(tmpl);
+    }
+    ~TempDir() { std::system(("rm -rf '" + m_path + "'").c_str()); }
+    std::string File(const std::string& name, const std::string& bytes) const {
+        std::string p = m_path + "/" + name;
+        std::ofstream(p, std::ios::binary) << bytes;
+        return p;
+    }
+    const std::string& Path() const { return m_path; }
+
+private:
+    std::string m_path;
+};
+
+std::string Utf16(const std::u16string& s, bool bigEndian, bool mark) {
+    std::string out;
+    auto put = [&](char16_t u) {
+        char hi = char(u >> 8), lo = char(u & 0xFF);
+        out += bigEndian ? std::string{hi, lo} : std::string{lo, hi};
+    };
+    if (mark)
+        put(0xFEFF);
+    for (char16_t u : s)
+        put(u);
+    return out;
+}
+
+TEST(ParseFileTest, ReadsEachEncodingOfTheSameDocument) {
+    TempDir dir;
+    const std::u16string doc = u"<r a=\"\u00e9\">\u03b1\u4e2d\U0001F600</r>";
+    const std::string utf8 = "<r a=\"\xc3\xa9\">\xce\xb1\xe4\xb8\xad\xf0\x9f\x98\x80</r>";
+    struct Case {
+        const char* name;
+        std::string bytes;
+    } cases[] = {
+        {"utf8", utf8},
+        {"utf8bom", "\xef\xbb\xbf" + utf8},
+        {"utf16le", Utf16(doc, false, true)},
+        {"utf16be", Utf16(doc, true, true)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        XmlDocument d;
+        std::string path = dir.File(c.name, c.bytes);
+        ASSERT_EQ(d.ParseFile(U(path).c_str()), errNone) << Utf8(d.ErrorMessage());
+        ASSERT_NE(d.RootElement(), nullptr);
+        EXPECT_EQ(UCString(d.RootElement()->Data()), u"\u03b1\u4e2d\U0001F600");
+        EXPECT_EQ(UCString(d.RootElement()->GetAttributeValue(u"a")), u"\u00e9");
+        EXPECT_EQ(UCString(d.ErrorFile()), U(path));
+    }
+}
+
+TEST(ParseFileTest, BytesThatAreNoUtf8ReadAsLatin1) {
+    TempDir dir;
+    XmlDocument d;
+    std::string path = dir.File("latin1.xml", "<r>caf\xe9 \xff</r>");
+    ASSERT_EQ(d.ParseFile(U(path).c_str()), errNone);
+    EXPECT_EQ(UCString(d.RootElement()->Data()), u"caf\u00e9 \u00ff");
+}
+
+TEST(ParseFileTest, EmptyFileHasNoRoot) {
+    TempDir dir;
+    XmlDocument d;
+    EXPECT_EQ(d.ParseFile(U(dir.File("empty.xml", "")).c_str()), errNone);
+    EXPECT_EQ(d.RootElement(), nullptr);
+}
+
+TEST(ParseFileTest, ColumnsAndLinesCountInTheFile) {
+    TempDir dir;
+    XmlDocument d;
+    std::string path = dir.File("bad.xml", "<r>\r\n  <a></b>\n</r>");
+    EXPECT_EQ(d.ParseFile(U(path).c_str()), errSyntax);
+    EXPECT_EQ(UCString(d.ErrorMessage()), u"Improper element nesting");
+    EXPECT_EQ(d.ErrorLine(), 2);
+    EXPECT_EQ(d.ErrorCol(), 5);  // the last unit read before "</b>"
+}
+
+TEST(ParseFileTest, MissingFileOrDirectoryKeepsThePreviousPosition) {
+    TempDir dir;
+    XmlDocument d;
+    ASSERT_EQ(d.ParseString(u"<a>\n <b x></a>"), errSyntax);
+    const UCString file = d.ErrorFile();
+    const int line = d.ErrorLine(), col = d.ErrorCol();
+    for (const std::string& path : {dir.Path() + "/missing.xml", dir.Path()}) {
+        SCOPED_TRACE(path);
+        EXPECT_EQ(d.ParseFile(U(path).c_str()), errOpenSource);
+        EXPECT_EQ(UCString(d.ErrorMessage()), u"Unable to open source file " + U(path));
+        EXPECT_EQ(UCString(d.ErrorFile()), file);
+        EXPECT_EQ(d.ErrorLine(), line);
+        EXPECT_EQ(d.ErrorCol(), col);
+        // The former document is still there.
+        ASSERT_NE(d.RootElement(), nullptr);
+        EXPECT_EQ(UCString(d.RootElement()->Name()), u"a");
+    }
+}
+
+// A module that serves a fixed text, answering errNotReady a number of
+// times before each unit, and recording what it was told.
+struct ScriptedModule : OzmIOModule {
+    static std::u16string text;
+    static int notReadyBeforeEach;
+    static BATCHERR openResult;
+    static int opens, closes, designOn, designOff;
+    static std::u16string lastResource, lastOptions;
+    static short lastMode;
+
+    size_t pos = 0;
+    int waits = 0;
+
+    BATCHERR Open(const UCChar* resource, const UCChar* options, short mode) override {
+        ++opens;
+        lastResource = resource;
+        lastOptions = options;
+        lastMode = mode;
+        return openResult;
+    }
+    BATCHERR Close() override {
+        ++closes;
+        return errNone;
+    }
+    BATCHERR Read(UCChar* buffer, size_t capacity, size_t& count) override {
+        count = 0;
+        if (pos >= text.size())
+            return BATCHERR(1);
+        if (waits < notReadyBeforeEach) {
+            ++waits;
+            return errNotReady;
+        }
+        waits = 0;
+        if (capacity == 0)
+            return errNone;
+        buffer[0] = text[pos++];
+        count = 1;
+        return errNone;
+    }
+    BATCHERR Write(const UCChar*, size_t) override { return errNone; }
+    void SetDesignMode(bool on) override { ++(on ? designOn : designOff); }
+    const UCChar* LastErrorMessage() const override { return u"scripted failure"; }
+
+    static void Reset(const std::u16string& t, int notReady = 0, BATCHERR open = errNone) {
+        text = t;
+        notReadyBeforeEach = notReady;
+        openResult = open;
+        opens = closes = designOn = designOff = 0;
+        lastResource.clear();
+        lastOptions.clear();
+        lastMode = 0;
+    }
+};
+std::u16string ScriptedModule::text;
+int ScriptedModule::notReadyBeforeEach = 0;
+BATCHERR ScriptedModule::openResult = errNone;
+int ScriptedModule::opens = 0, ScriptedModule::closes = 0, ScriptedModule::designOn = 0,
+    ScriptedModule::designOff = 0;
+std::u16string ScriptedModule::lastResource, ScriptedModule::lastOptions;
+short ScriptedModule::lastMode = 0;
+
+OzmIOModule* NewScripted() { return new ScriptedModule; }
+
+class ParseDllTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"scripted", NewScripted)); }
+    void TearDown() override { OzmLightweightIO::UnregisterModule(u"scripted"); }
+};
+
+struct CountingNotifier : OzmNotifier {
+    int begins = 0, polls = 0, ends = 0;
+    int giveUpAfterPolls = -1;  // -1: never
+    XmlDocument* doc = nullptr; // when set, switches design mode on at the first poll
+    void BeginRead(int phase) override {
+        EXPECT_EQ(phase, 1);
+        ++begins;
+    }
+    int PollRead(int phase, int step) override {
+        EXPECT_EQ(phase, 0);
+        EXPECT_EQ(step, 2);
+        ++polls;
+        if (doc && polls == 1)
+            doc->DesignMode(true);
+        return giveUpAfterPolls >= 0 && polls > giveUpAfterPolls ? 1 : 0;
+    }
+    void EndRead(int phase) override {
+        EXPECT_EQ(phase, 0);
+        ++ends;
+    }
+};
+
+TEST_F(ParseDllTest, ReadsThroughTheModuleAndPassesItsArguments) {
+    ScriptedModule::Reset(u"<a x='1'>hi</a>");
+    XmlDocument d;
+    ASSERT_EQ(d.ParseDLL(u"scripted:res/x?opt=1", false, true, nullptr, false), errNone);
+    EXPECT_EQ(UCString(d.RootElement()->Data()), u"hi");
+    EXPECT_EQ(ScriptedModule::lastResource, u"res/x");
+    EXPECT_EQ(ScriptedModule::lastOptions, u"opt=1");
+    EXPECT_EQ(ScriptedModule::lastMode, short(-32768));
+    EXPECT_EQ(ScriptedModule::opens, 1);
+    EXPECT_EQ(ScriptedModule::closes, 1);
+    EXPECT_EQ(ScriptedModule::designOn, 1);
+    EXPECT_EQ(UCString(d.ErrorFile()), u"scripted:res/x?opt=1");
+}
+
+TEST_F(ParseDllTest, WaitsOnNotReadyAndCallsTheNotifierAroundEachUnit) {
+    const std::u16string text = u"<a>xy</a>";
+    ScriptedModule::Reset(text, 3);
+    XmlDocument d;
+    CountingNotifier n;
+    ASSERT_EQ(d.ParseDLL(u"scripted:r", false, false, &n, false), errNone);
+    EXPECT_EQ(UCString(d.RootElement()->Data()), u"xy");
+    // The parse stops at the end of the root: every unit of the text is read
+    // once, each after three refusals.
+    EXPECT_EQ(n.begins, int(text.size()));
+    EXPECT_EQ(n.ends, int(text.size()));
+    EXPECT_EQ(n.polls, 3 * int(text.size()));
+}
+
+TEST_F(ParseDllTest, WaitsWithoutNotifierToo) {
+    ScriptedModule::Reset(u"<a>z</a>", 5);
+    XmlDocument d;
+    ASSERT_EQ(d.ParseDLL(u"scripted:r"), errNone);
+    EXPECT_EQ(UCString(d.RootElement()->Data()), u"z");
+}
+
+TEST_F(ParseDllTest, NotifierThatGivesUpEndsTheInput) {
+    ScriptedModule::Reset(u"<a>text</a>", 1);
+    XmlDocument d;
+    CountingNotifier n;
+    n.giveUpAfterPolls = 5;  // five units arrive: "<a>te"
+    EXPECT_EQ(d.ParseDLL(u"scripted:r", false, false, &n, false), errSyntax);
+    EXPECT_EQ(UCString(d.ErrorMessage()), u"Unexpected token '\uFFFF'");
+    EXPECT_EQ(d.ErrorCol(), 0);  // columns are not counted for modules
+    EXPECT_EQ(d.ErrorLine(), 1);
+    EXPECT_EQ(ScriptedModule::closes, 1);
+}
+
+TEST_F(ParseDllTest, DesignModeReachesTheModuleOnlyDuringTheParse) {
+    ScriptedModule::Reset(u"<a/>", 1);
+    XmlDocument d;
+    d.DesignMode(true);  // no module: nothing happens
+    EXPECT_EQ(ScriptedModule::designOn, 0);
+    CountingNotifier n;
+    n.doc = &d;
+    ASSERT_EQ(d.ParseDLL(u"scripted:r", false, false, &n, false), errNone);
+    EXPECT_EQ(ScriptedModule::designOff, 1);  // from ParseDLL, right after Open
+    EXPECT_EQ(ScriptedModule::designOn, 1);   // from the notifier, during the parse
+    d.DesignMode(false);
+    EXPECT_EQ(ScriptedModule::designOff, 1);
+}
+
+TEST_F(ParseDllTest, FailuresBeforeTheParseKeepTheFormerDocument) {
+    XmlDocument d;
+    ASSERT_EQ(d.ParseString(u"<keep/>"), errNone);
+    const int line = d.ErrorLine(), col = d.ErrorCol();
+
+    EXPECT_EQ(d.ParseDLL(u"no-colon-here"), errOpenSource);
+    EXPECT_EQ(UCString(d.ErrorMessage()), u"Unable to parse DLL specification 'no-colon-here'");
+
+    ScriptedModule::Reset(u"<a/>", 0, BATCHERR(77));
+    EXPECT_EQ(d.ParseDLL(u"scripted:r"), BATCHERR(77));
+    EXPECT_EQ(UCString(d.ErrorMessage()), u"XML API: scripted failure");
+    EXPECT_EQ(ScriptedModule::closes, 0);  // never opened, so never closed
+
+    BATCHERR unknown = d.ParseDLL(u"no-such-module:r");
+    EXPECT_NE(unknown, errNone);
+    EXPECT_EQ(Utf8(d.ErrorMessage()).rfind("XML API: ", 0), 0u);
+
+    ASSERT_NE(d.RootElement(), nullptr);
+    EXPECT_EQ(UCString(d.RootElement()->Name()), u"keep");
+    EXPECT_EQ(d.ErrorLine(), line);
+    EXPECT_EQ(d.ErrorCol(), col);
+}
+
+TEST(ParseDllStdinTest, ReadsStandardInputThroughFd0) {
+    int pipeFds[2];
+    ASSERT_EQ(pipe(pipeFds), 0);
+    int savedStdin = dup(0);
+    ASSERT_GE(savedStdin, 0);
+    ASSERT_EQ(dup2(pipeFds[0], 0), 0);
+    close(pipeFds[0]);
+    std::string doc = "<list>";
+    for (int i = 0; i < 20000; ++i)  // more than a pipe holds at once
+        doc += "<i n=\"" + std::to_string(i) + "\">\xc3\xa9</i>";
+    doc += "</list>";
+    std::thread writer([&] {
+        size_t off = 0;
+        while (off < doc.size()) {
+            ssize_t w = write(pipeFds[1], doc.data() + off, doc.size() - off);
+            if (w <= 0)
+                break;
+            off += size_t(w);
+        }
+        close(pipeFds[1]);
+    });
+    XmlDocument d;
+    BATCHERR r = d.ParseDLL(u"fd:0");
+    writer.join();
+    dup2(savedStdin, 0);
+    close(savedStdin);
+    ASSERT_EQ(r, errNone) << Utf8(d.ErrorMessage());
+    int count = 0;
+    for (XmlElement* e = d.RootElement()->Child(); e; e = e->Next()) {
+        EXPECT_EQ(UCString(e->Data()), u"\u00e9");
+        ++count;
+    }
+    EXPECT_EQ(count, 20000);
+    EXPECT_EQ(UCString(d.RootElement()->Child()->Last()->GetAttributeValue(u"n")), u"19999");
+}
+
+}  // namespace

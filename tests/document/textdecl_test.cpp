@@ -1,0 +1,90 @@
+// The XML declaration at the head of a document.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "xmlapi.h"
+
+namespace {
+
+struct DeclCase {
+    const char16_t* text;
+    BATCHERR result;
+    const char16_t* message;  // null: no message expected
+    double version;
+    bool standalone;
+};
+
+class TextDeclTest : public ::testing::TestWithParam<DeclCase> {};
+
+TEST_P(TextDeclTest, ParsesFromAString) {
+    const DeclCase& c = GetParam();
+    XmlDocument d;
+    EXPECT_EQ(d.ParseString(c.text), c.result);
+    if (c.message)
+        EXPECT_EQ(UCString(d.ErrorMessage()), c.message);
+    else
+        EXPECT_EQ(UCString(d.ErrorMessage()), u"");
+    EXPECT_EQ(d.Version(), c.version);
+    // From a string the encoding is never taken.
+    EXPECT_EQ(d.Encoding(), csetUTF8);
+    if (c.result == errNone)
+        EXPECT_NE(d.RootElement(), nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, TextDeclTest,
+    ::testing::Values(
+        DeclCase{u"<?xml?><a/>", errNone, nullptr, 1.0, true},
+        DeclCase{u"<?xml standalone=\"no\" version=\"1.0\"?><a/>", errNone, nullptr, 1.0, false},
+        DeclCase{u"<?XML VERSION='1'?><a/>", errNone, nullptr, 1.0, true},
+        DeclCase{u"<?xml version=\"1.00\"?><a/>", errNone, nullptr, 1.0, true},
+        DeclCase{u"<?xml version=\"1.0x\"?><a/>", errNone, nullptr, 1.0, true},
+        DeclCase{u"<?xml version=\"1.0\" version=\"1.0\"?><a/>", errNone, nullptr, 1.0, true},
+        DeclCase{u"<?xml standalone=\"YES\"?><a/>", errNone, nullptr, 1.0, true},
+        DeclCase{u"<?xml encoding=\"no-such-set\"?><a/>", errNone, nullptr, 1.0, true},
+        DeclCase{u"<!-- c --><?xml version=\"1.0\"?><a/>", errNone, nullptr, 1.0, true},
+        DeclCase{u"<?xml version=\"1.0\"?><?xml version=\"2.0\"?><a/>", errNone, nullptr, 1.0, true},
+        DeclCase{u"<?xml version=\"1.1\"?><a/>", errSyntax, u"Unsupported XML version 1.1", 1.1, true},
+        DeclCase{u"<?xml version=\"abc\"?><a/>", errSyntax, u"Unsupported XML version 0.0", 0.0, true},
+        DeclCase{u"<?xml standalone=\"never\"?><a/>", errSyntax, u"Standalone attribute must be 'yes' or 'no'", 1.0,
+                 true},
+        DeclCase{u"<?xml version \"1.0\"?><a/>", errSyntax, u"Unexpected token '1.0'", 1.0, true},
+        DeclCase{u"<?xml foo=\"1\"?><a/>", errSyntax, u"Invalid attribute 'foo' in XMLDecl", 1.0, true},
+        DeclCase{u"<?xml version=\"1.0\"><a/>", errSyntax, u"Unexpected token '>'", 1.0, true},
+        DeclCase{u"<?xml version=\"1.0\"", errSyntax, u"Unexpected token '\uFFFF'", 1.0, true},
+        DeclCase{u"<?xml version=1.0?><a/>", errSyntax, u"Unexpected token '1'", 1.0, true}));
+
+TEST(TextDeclFileTest, EncodingIsTestedAndKeptOnlyForFiles) {
+    char tmpl[] = "/tmp/ozmdeclXXXXXX";
+    int fd = mkstemp(tmpl);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    UCString path;
+    for (char c : std::string(tmpl))
+        path.push_back(UCChar(c));
+    struct {
+        const char* bytes;
+        BATCHERR result;
+        OZM_CSET encoding;
+        const char16_t* message;
+    } cases[] = {
+        {"<?xml version='1.0' encoding='ISO-8859-1'?><a/>", errNone, csetISO8859_1, u""},
+        {"<?xml encoding='utf-16'?><a/>", errNone, csetUTF16, u""},
+        {"<?xml encoding='no-such-set'?><a/>", errSyntax, csetUnknown, u"Unsupported encoding 'no-such-set'"},
+    };
+    XmlDocument d;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.bytes);
+        std::ofstream(tmpl, std::ios::binary) << c.bytes;
+        EXPECT_EQ(d.ParseFile(path.c_str()), c.result);
+        EXPECT_EQ(d.Encoding(), c.encoding);
+        EXPECT_EQ(UCString(d.ErrorMessage()), c.message);
+    }
+    std::remove(tmpl);
+}
+
+}  // namespace
