@@ -128,6 +128,7 @@ TEST(ParseFileTest, MissingFileOrDirectoryKeepsThePreviousPosition) {
 struct ScriptedModule : OzmIOModule {
     static std::u16string text;
     static int notReadyBeforeEach;
+    static int stallAfter;  // after this many units, nothing more is ever ready; -1: never
     static BATCHERR openResult;
     static int opens, closes, designOn, designOff;
     static std::u16string lastResource, lastOptions;
@@ -151,6 +152,8 @@ struct ScriptedModule : OzmIOModule {
         count = 0;
         if (pos >= text.size())
             return BATCHERR(1);
+        if (stallAfter >= 0 && pos >= size_t(stallAfter))
+            return errNotReady;
         if (waits < notReadyBeforeEach) {
             ++waits;
             return errNotReady;
@@ -169,6 +172,7 @@ struct ScriptedModule : OzmIOModule {
     static void Reset(const std::u16string& t, int notReady = 0, BATCHERR open = errNone) {
         text = t;
         notReadyBeforeEach = notReady;
+        stallAfter = -1;
         openResult = open;
         opens = closes = designOn = designOff = 0;
         lastResource.clear();
@@ -178,6 +182,7 @@ struct ScriptedModule : OzmIOModule {
 };
 std::u16string ScriptedModule::text;
 int ScriptedModule::notReadyBeforeEach = 0;
+int ScriptedModule::stallAfter = -1;
 BATCHERR ScriptedModule::openResult = errNone;
 int ScriptedModule::opens = 0, ScriptedModule::closes = 0, ScriptedModule::designOn = 0,
     ScriptedModule::designOff = 0;
@@ -250,11 +255,18 @@ TEST_F(ParseDllTest, WaitsWithoutNotifierToo) {
 }
 
 TEST_F(ParseDllTest, NotifierThatGivesUpEndsTheInput) {
-    ScriptedModule::Reset(u"<a>text</a>", 1);
+    // Five units arrive ("<a>te"), then the module stalls; the notifier lets
+    // it wait twice and then gives up. The module is asked again at every
+    // later read, and every refused wait gives the end of input.
+    ScriptedModule::Reset(u"<a>text</a>", 0);
+    ScriptedModule::stallAfter = 5;
     XmlDocument d;
     CountingNotifier n;
-    n.giveUpAfterPolls = 5;  // five units arrive: "<a>te"
+    n.giveUpAfterPolls = 2;
     EXPECT_EQ(d.ParseDLL(u"scripted:r", false, false, &n, false), errSyntax);
+    // The text token ends at the first refusal, the next token meets the
+    // second one.
+    EXPECT_EQ(n.polls, 4);
     EXPECT_EQ(UCString(d.ErrorMessage()), u"Unexpected token '\uFFFF'");
     EXPECT_EQ(d.ErrorCol(), 0);  // columns are not counted for modules
     EXPECT_EQ(d.ErrorLine(), 1);

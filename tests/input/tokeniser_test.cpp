@@ -1,0 +1,268 @@
+// The tokenisers of the prolog, of content and of start tags, through whole
+// documents: what each construct yields, the token text that a failure
+// reports, and the place it is reported at.
+#include <gtest/gtest.h>
+
+#include <utility>
+#include <vector>
+
+#include "xmlapi.h"
+
+namespace {
+
+UCString Str(const UCChar* p) { return p ? UCString(p) : UCString(u"<null>"); }
+UCString Ux(const UCString& token) { return u"Unexpected token '" + token + u"'"; }
+const UCString kEof(1, UCEof);
+
+struct Case {
+    const char* label;
+    UCString input;
+    BATCHERR code;
+    UCString message;
+    int line;  // -1: the place is not checked
+    int col;
+    const UCChar* root;  // on success: the root's name, or null for no root
+};
+
+void RunCase(const Case& c) {
+    SCOPED_TRACE(c.label);
+    XmlDocument doc;
+    EXPECT_EQ(doc.ParseString(c.input), c.code);
+    EXPECT_EQ(Str(doc.ErrorMessage()), c.message);
+    if (c.line >= 0) {
+        EXPECT_EQ(doc.ErrorLine(), c.line);
+        EXPECT_EQ(doc.ErrorCol(), c.col);
+    }
+    if (c.code == errNone) {
+        if (c.root) {
+            ASSERT_NE(doc.RootElement(), nullptr);
+            EXPECT_EQ(Str(doc.RootElement()->Name()), c.root);
+        } else {
+            EXPECT_EQ(doc.RootElement(), nullptr);
+        }
+    }
+}
+
+TEST(PrologTokenTest, WhatEndsThePrologWithoutARoot) {
+    // A prolog that ends in "nothing recognised" is a success with no root.
+    const Case cases[] = {
+        {"empty input", u"", errNone, u"", 1, 0, nullptr},
+        {"white space only", u"   \r\n\t ", errNone, u"", 2, 2, nullptr},
+        {"comment only", u"<!-- c -->", errNone, u"", 1, 10, nullptr},
+        {"stray character", u"$<a/>", errNone, u"", 1, 1, nullptr},
+        {"unknown declaration", u"<!FOO><a/>", errNone, u"", 1, 4, nullptr},
+        {"parameter reference without ';'", u"%pe <a/>", errNone, u"", 1, 1, nullptr},
+        {"parameter reference ended by '<'", u"%pe<a/>", errNone, u"", 1, 1, nullptr},
+        {"'?' without '>'", u"?x<a/>", errNone, u"", 1, 1, nullptr},
+        {"unterminated quote", u"'unterminated<a/>", errNone, u"", 1, 1, nullptr},
+        {"comment not closed: '<!--->' is no end", u"<!---><a/>", errNone, u"", 1, 1, nullptr},
+        {"processing instruction not closed", u"<?pi data", errNone, u"", 1, 9, nullptr},
+        {"quote in an instruction not closed", u"<?pi \"never closed", errNone, u"", 1, 18, nullptr},
+    };
+    for (const Case& c : cases)
+        RunCase(c);
+}
+
+TEST(PrologTokenTest, TokensThatHaveNoPlaceInTheProlog) {
+    const Case cases[] = {
+        {"name", u"hello<a/>", errSyntax, Ux(u"hello"), 1, 1, nullptr},
+        {"percent alone", u"%<a/>", errSyntax, Ux(u"%"), 1, 1, nullptr},
+        {"parameter reference", u"%pe;<a/>", errSyntax, Ux(u"%pe"), 1, 1, nullptr},
+        {"equals", u"=<a/>", errSyntax, Ux(u"="), 1, 1, nullptr},
+        {"close", u"><a/>", errSyntax, Ux(u">"), 1, 1, nullptr},
+        {"instruction end", u"?><a/>", errSyntax, Ux(u"?>"), 1, 1, nullptr},
+        {"open bracket", u"[<a/>", errSyntax, Ux(u"["), 1, 1, nullptr},
+        {"close bracket", u"]<a/>", errSyntax, Ux(u"]"), 1, 1, nullptr},
+        {"quoted string", u"\"quoted\"<a/>", errSyntax, Ux(u"quoted"), 1, 1, nullptr},
+        {"quoted string with folded line end", u"'a\r\nb'<a/>", errSyntax, Ux(u"a\nb"), 1, 1, nullptr},
+        {"end tag first", u"</a>", errSyntax, Ux(u"a"), 1, 2, nullptr},
+        {"blank between '<' and '!'", u"< !DOCTYPE a><a/>", errSyntax, Ux(u"<"), 1, 2, nullptr},
+        {"conditional section", u"<![INCLUDE[<a/>", errSyntax, Ux(u"<!["), 1, 4, nullptr},
+        {"attribute-list declaration", u"<!ATTLIST a b CDATA \"c\"><a/>", errSyntax, Ux(u"<!ATTLIST"), 1, 4,
+         nullptr},
+        {"notation declaration", u"<!NOTATION n SYSTEM \"x\"><a/>", errSyntax, Ux(u"<!NOTATION"), 1, 4,
+         nullptr},
+        // Element and entity declarations outside a DOCTYPE have a code of
+        // their own; the keyword is reported as written.
+        {"entity declaration", u"<!ENTITY x \"y\"><a/>", errDeclInProlog, Ux(u"<!ENTITY"), 1, 4, nullptr},
+        {"element declaration", u"<!ELEMENT a ANY><a/>", errDeclInProlog, Ux(u"<!ELEMENT"), 1, 4, nullptr},
+        {"element declaration in lower case", u"<!element a ANY><a/>", errDeclInProlog, Ux(u"<!element"), 1, 4,
+         nullptr},
+    };
+    for (const Case& c : cases)
+        RunCase(c);
+}
+
+TEST(PrologTokenTest, MarkupOpeningWithoutAName) {
+    // "<?" or "<!" with no name behind: reported as such, never taken for a
+    // declaration. The place is that of the character read behind them.
+    const Case cases[] = {
+        {"'<?' and a digit", u"<?1?><a/>", errSyntax, Ux(u"<?"), 1, 3, nullptr},
+        {"'<?' and '?>'", u"<?" u"?><a/>", errSyntax, Ux(u"<?"), 1, 3, nullptr},
+        {"'<?' and a quote", u"<?'xml'?><a/>", errSyntax, Ux(u"<?"), 1, 3, nullptr},
+        {"'<?' at the end", u"<?", errSyntax, Ux(u"<?"), 1, 2, nullptr},
+        {"'<!' and a digit", u"<!1><a/>", errSyntax, Ux(u"<!"), 1, 4, nullptr},
+        {"'<!' and '>'", u"<!><a/>", errSyntax, Ux(u"<!"), 1, 4, nullptr},
+        {"'<!' and one '-'", u"<!-x><a/>", errSyntax, Ux(u"<!"), 1, 4, nullptr},
+        {"'<!' at the end", u"<!", errSyntax, Ux(u"<!"), 1, 2, nullptr},
+    };
+    for (const Case& c : cases)
+        RunCase(c);
+}
+
+TEST(PrologTokenTest, CommentsAndProcessingInstructionsAreDropped) {
+    const Case cases[] = {
+        {"instruction", u"<?pi data?><a/>", errNone, u"", 1, 14, u"a"},
+        {"blank before the target", u"<? pi ?><a/>", errNone, u"", 1, 11, u"a"},
+        {"'?>' inside a quoted string", u"<?pi 'x?>y' ?><a/>", errNone, u"", 1, 17, u"a"},
+        {"unrecognised characters in the data", u"<?pi 1 $?><a/>", errNone, u"", 1, 13, u"a"},
+        {"target that only begins with xml", u"<?xml-stylesheet href='s'?><a/>", errNone, u"", 1, 30, u"a"},
+        {"empty comment", u"<!----><a/>", errNone, u"", 1, 10, u"a"},
+        {"'--' inside a comment", u"<!-- a -- b --><a/>", errNone, u"", 1, 18, u"a"},
+        {"blanks before the root", u"  <a/>", errNone, u"", 1, 5, u"a"},
+        {"comment, instruction, comment", u"<!--1--><?p?>\n<!--2-->\n<r/>", errNone, u"", 3, 3, u"r"},
+    };
+    for (const Case& c : cases)
+        RunCase(c);
+}
+
+// "<?xml" (in any case) is an XML declaration only while nothing but
+// comments and processing instructions stands before it; later it is an
+// ordinary instruction and dropped. A version the parser refuses shows
+// which of the two it was taken for.
+TEST(PrologTokenTest, XmlDeclarationOnlyAtTheStartOfTheProlog) {
+    const UCString bad = u"Unsupported XML version 2.0";
+    const Case cases[] = {
+        {"declaration", u"<?xml version=\"1.0\"?><a/>", errNone, u"", -1, 0, u"a"},
+        {"second declaration is an instruction", u"<?xml version=\"1.0\"?><?xml version=\"1.0\"?><a/>", errNone,
+         u"", -1, 0, u"a"},
+        {"second declaration is not read", u"<?xml version='1.0'?><?xml version='2.0'?><a/>", errNone, u"", -1,
+         0, u"a"},
+        {"first declaration is read", u"<?xml version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
+        {"target in mixed case", u"<?XmL version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
+        {"blank before the target", u"<? xml version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
+        {"behind a comment", u"<!-- c --><?xml version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
+        {"behind an instruction", u"<?pi?><?xml version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
+    };
+    for (const Case& c : cases)
+        RunCase(c);
+}
+
+// No DOCTYPE is read yet: it is refused as a token out of place, with the
+// keyword as written.
+TEST(PrologTokenTest, DoctypeIsRefusedForNow) {
+    const Case cases[] = {
+        {"DOCTYPE", u"<!DOCTYPE a><a/>", errSyntax, Ux(u"<!DOCTYPE"), -1, 0, nullptr},
+        {"doctype in lower case", u"<!doctype a><a/>", errSyntax, Ux(u"<!doctype"), -1, 0, nullptr},
+        {"blank behind '<!'", u"<! DOCTYPE a><a/>", errSyntax, Ux(u"<!DOCTYPE"), -1, 0, nullptr},
+    };
+    for (const Case& c : cases)
+        RunCase(c);
+}
+
+TEST(ContentTokenTest, TokensThatHaveNoPlaceInContent) {
+    const Case cases[] = {
+        {"end tag in another case", u"<a></A>", errSyntax, u"Improper element nesting", 1, 3, nullptr},
+        {"blank before '>' of an end tag", u"<a></a >", errSyntax, Ux(u"a"), 1, 3, nullptr},
+        {"end tag cut by the end of input", u"<a></a", errSyntax, Ux(u"a"), 1, 3, nullptr},
+        {"end tag without a name", u"<a></>", errSyntax, Ux(u"<"), 1, 3, nullptr},
+        {"end tag with a digit", u"<a></1a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
+        {"CDATA section", u"<a><![CDATA[x]]></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
+        {"processing instruction", u"<a><?pi?></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
+        {"declaration", u"<a><!DOCTYPE></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
+        {"half a comment opening", u"<a><!-x--></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
+        {"blank behind '<'", u"<a>< b/></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
+        {"'<' behind text", u"<a>x<1/></a>", errSyntax, Ux(u"<"), 1, 5, nullptr},
+        {"comment not closed", u"<a><!-- open", errSyntax, Ux(u" open"), 1, 3, nullptr},
+        {"end of input in content", u"<a>", errSyntax, Ux(kEof), 1, 3, nullptr},
+        {"end of input behind text", u"<a>text", errSyntax, Ux(kEof), 1, 7, nullptr},
+        {"end of input in a child", u"<a><b>", errSyntax, Ux(kEof), 1, 6, nullptr},
+        {"end of input behind an attribute", u"<a b='1'>", errSyntax, Ux(kEof), 1, 9, nullptr},
+    };
+    for (const Case& c : cases)
+        RunCase(c);
+}
+
+// References are not resolved yet: each one is refused, with the text that
+// the reference tokeniser has read.
+TEST(ContentTokenTest, ReferencesAreRefused) {
+    const Case cases[] = {
+        {"predefined entity", u"<a>&lt;</a>", errSyntax, Ux(u"&lt;"), 1, 3, nullptr},
+        {"unknown entity", u"<a>&nosuch;</a>", errSyntax, Ux(u"&nosuch;"), 1, 3, nullptr},
+        {"entity name with a blank", u"<a>&a b;</a>", errSyntax, Ux(u"&a b;"), 1, 3, nullptr},
+        {"entity cut by the end of input", u"<a>&abc", errSyntax, Ux(u"&abc" + kEof), 1, 3, nullptr},
+        {"character reference", u"<a>&#65;</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
+        {"character reference behind text", u"<a>x&#60;y</a>", errSyntax, Ux(u"&"), 1, 5, nullptr},
+        {"character reference without ';'", u"<a>&#65", errSyntax, Ux(u"&"), 1, 3, nullptr},
+        {"'&' before a tag", u"<a>&</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
+        {"'&' before a blank", u"<a>& b</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
+    };
+    for (const Case& c : cases)
+        RunCase(c);
+}
+
+TEST(ContentTokenTest, CharacterDataAndComments) {
+    const std::pair<UCString, UCString> cases[] = {
+        {u"<a>x<!--c-->y<!---->z</a>", u"xyz"},
+        {u"<a>x<!--a--b-->y</a>", u"xy"},
+        {u"<a>x<!--->-->y</a>", u"xy"},  // "<!--->" does not end the comment
+        {u"<a>]]>></a>", u"]]>>"},
+        {u"<a>'\"=?%[]/</a>", u"'\"=?%[]/"},
+        {u"<a><!--only a comment--></a>", u""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.first));
+        XmlDocument doc;
+        ASSERT_EQ(doc.ParseString(c.first), errNone) << testing::PrintToString(Str(doc.ErrorMessage()));
+        ASSERT_NE(doc.RootElement(), nullptr);
+        EXPECT_EQ(Str(doc.RootElement()->Data()), c.second);
+        EXPECT_EQ(doc.RootElement()->Child(), nullptr);
+    }
+}
+
+TEST(ElementBeginTokenTest, MalformedStartTags) {
+    const Case cases[] = {
+        {"attribute without '='", u"<a b>", errSyntax, Ux(u">"), 1, 5, nullptr},
+        {"'=' without a value", u"<a b=>", errSyntax, Ux(u">"), 1, 6, nullptr},
+        {"value without quotes", u"<a b=1/>", errSyntax, Ux(u"1"), 1, 6, nullptr},
+        {"two names", u"<a b c='1'/>", errSyntax, Ux(u"c"), 1, 6, nullptr},
+        {"'=' without a name", u"<a ='1'/>", errSyntax, Ux(u"="), 1, 4, nullptr},
+        {"two '='", u"<a b=='1'/>", errSyntax, Ux(u"="), 1, 6, nullptr},
+        {"blank inside '/>'", u"<a / >", errSyntax, Ux(u"/"), 1, 4, nullptr},
+        {"'?' in a tag", u"<a b='1'?>", errSyntax, Ux(u"?"), 1, 9, nullptr},
+        {"end of input behind an attribute", u"<a b='1'", errSyntax, Ux(kEof), 1, 8, nullptr},
+        {"end of input in a value", u"<a b='1", errSyntax, Ux(u"1"), 1, 6, nullptr},
+        {"end of input behind the name", u"<a", errSyntax, Ux(kEof), 1, 2, nullptr},
+    };
+    for (const Case& c : cases)
+        RunCase(c);
+}
+
+TEST(ElementBeginTokenTest, AttributesAreStoredRawInDocumentOrder) {
+    typedef std::vector<std::pair<UCString, UCString>> Attrs;
+    const std::pair<UCString, Attrs> cases[] = {
+        {u"<a b='1'c=\"2\"/>", {{u"b", u"1"}, {u"c", u"2"}}},
+        {u"<a  b  =  '1'  />", {{u"b", u"1"}}},
+        {u"<a\tb\t=\t'1'\n/>", {{u"b", u"1"}}},
+        {u"<a b='x\"y' c=\"p'q\"/>", {{u"b", u"x\"y"}, {u"c", u"p'q"}}},
+        {u"<a b='<&amp;&#65;>'/>", {{u"b", u"<&amp;&#65;>"}}},
+        {u"<a b='x\r\ny\rz\n\tw'/>", {{u"b", u"x\ny\nz\n\tw"}}},
+        {u"<a b=''/>", {{u"b", u""}}},
+        {u"<a b='1' b='2'/>", {{u"b", u"1"}, {u"b", u"2"}}},
+        {u"<a z='1' y='2' x='3'></a>", {{u"z", u"1"}, {u"y", u"2"}, {u"x", u"3"}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.first));
+        XmlDocument doc;
+        ASSERT_EQ(doc.ParseString(c.first), errNone) << testing::PrintToString(Str(doc.ErrorMessage()));
+        XmlElement* root = doc.RootElement();
+        ASSERT_NE(root, nullptr);
+        ASSERT_EQ(root->AttributeCount(), int(c.second.size()));
+        for (size_t i = 0; i < c.second.size(); ++i) {
+            EXPECT_EQ(Str(root->GetAttributeName(int(i))), c.second[i].first);
+            EXPECT_EQ(Str(root->GetAttributeValue(int(i))), c.second[i].second);
+        }
+    }
+}
+
+}  // namespace
