@@ -1,0 +1,66 @@
+#!/bin/sh
+# callgrind.sh - instructions per input byte of UTF-8 decoding, of parsing and
+# of both, counted by callgrind on a generated slice of the benchmark document.
+#
+#   bench/callgrind.sh [BUILD_DIR] [SIZE_MB]     (defaults: build, 5)
+#
+# It builds nothing: BUILD_DIR must already hold bench/parse_bench. Each of
+# the three runs does its work once between callgrind's start and stop
+# requests (parse_bench --once), or, where parse_bench was built without
+# <valgrind/callgrind.h>, inside the function collection is toggled on.
+# Callgrind's output stays in a new directory under /tmp, printed at the end.
+set -eu
+
+build=${1:-build}
+size=${2:-5}
+bench="$build/bench/parse_bench"
+if [ ! -x "$bench" ]; then
+    echo "callgrind.sh: no $bench; build the parse_bench target first" >&2
+    exit 2
+fi
+command -v valgrind >/dev/null || { echo "callgrind.sh: valgrind not found" >&2; exit 2; }
+
+out=$(mktemp -d /tmp/ozm-callgrind.XXXXXX)
+if [ "$("$bench" --callgrind-support)" = yes ]; then
+    region="--instr-atstart=no"
+    how="start/stop instrumentation requests around the work"
+else
+    region="--collect-atstart=no --toggle-collect=ozm_bench_region"
+    how="collection toggled on ozm_bench_region"
+fi
+
+# Runs one mode; leaves the region's instruction count in $ir and the input
+# size in $bytes.
+run() {
+    mode=$1
+    # shellcheck disable=SC2086
+    valgrind --tool=callgrind $region --callgrind-out-file="$out/callgrind.out.$mode" \
+        "$bench" --size "$size" --once "$mode" >"$out/stdout.$mode" 2>"$out/valgrind.$mode"
+    ir=$(awk '/^totals:/ { print $2; exit }' "$out/callgrind.out.$mode")
+    bytes=$(awk -F': ' '/^utf8 bytes:/ { print $2; exit }' "$out/stdout.$mode")
+    if [ -z "$ir" ] || [ -z "$bytes" ]; then
+        echo "callgrind.sh: run '$mode' failed; see $out" >&2
+        cat "$out/stdout.$mode" >&2
+        exit 1
+    fi
+}
+
+report() {
+    awk -v what="$1" -v ir="$ir" -v b="$bytes" \
+        'BEGIN { printf "  %-22s %14d Ir   %8.2f Ir per UTF-8 byte\n", what, ir, ir / b }'
+}
+
+echo "callgrind: parse_bench --size $size --once MODE ($how)"
+run decode
+echo "input: $bytes bytes of UTF-8, $(awk -F': ' '/^utf16 units:/ { print $2 }' "$out/stdout.decode") UTF-16 units"
+report "decode UTF-8"
+decode_ir=$ir
+run parse
+echo "elements: $(awk -F': ' '/^elements:/ { print $2 }' "$out/stdout.parse")"
+report "ParseString"
+parse_ir=$ir
+run both
+report "decode + ParseString"
+awk -v d="$decode_ir" -v p="$parse_ir" -v b="$ir" \
+    'BEGIN { printf "  (separate runs add up to %d Ir; the joint run differs by %+d)\n", d + p, b - (d + p) }'
+echo "callgrind output: $out (callgrind_annotate $out/callgrind.out.both)"

@@ -1,0 +1,382 @@
+// gendoc.cpp - the document generator; see gendoc.h for the shape it writes.
+#include "gendoc.h"
+
+#include <vector>
+
+namespace ozmbench {
+namespace {
+
+// splitmix64: a fixed, well-mixed 64-bit sequence from any seed.
+class Rng {
+public:
+    explicit Rng(uint64_t seed) : m_state(seed) {}
+
+    uint64_t Next() {
+        uint64_t z = (m_state += 0x9E3779B97F4A7C15ull);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        return z ^ (z >> 31);
+    }
+    // Uniform in [0, n) by multiply-shift on the top 32 bits; n > 0.
+    uint32_t Below(uint32_t n) { return uint32_t(((Next() >> 32) * uint64_t(n)) >> 32); }
+    // In [lo, hi], both included.
+    uint32_t Range(uint32_t lo, uint32_t hi) { return lo + Below(hi - lo + 1); }
+    // True num times in den.
+    bool Chance(uint32_t num, uint32_t den) { return Below(den) < num; }
+
+private:
+    uint64_t m_state;
+};
+
+template <size_t N>
+const char* Pick(Rng& rng, const char* const (&pool)[N]) {
+    return pool[rng.Below(uint32_t(N))];
+}
+
+// Text pools. None holds '<', '&', '>', '"' or "--".
+const char* const kFirstNames[] = {
+    "Anna",   "Jürgen", "Zoë",     "François", "José",    "Søren",  "Ελένη", "Дмитрий", "Ólafur",
+    "Björk",  "太郎",   "美玲",    "Liam",     "Noah",    "Élodie", "Γιώργος", "Наталья", "Łukasz",
+    "Maria",  "Peter",  "Chloé",   "Ana",      "Kenji",   "Ines",   "Oskar", "Mia"};
+const char* const kLastNames[] = {
+    "Müller", "García", "Smith",   "Ørsted",   "Papadopoulos", "Παπαδόπουλος", "Иванов", "Kowalski",
+    "山田",   "王",     "Dubois",  "Núñez",    "Brown",        "Åberg",        "Schmidt", "Rossi",
+    "Kim",    "Jensen", "Petrović", "Novak",   "Wagner",       "Lefèvre"};
+const char* const kCities[] = {
+    "München", "Zürich", "São Paulo", "Αθήνα",     "Москва", "東京",       "北京",     "Reykjavík",
+    "Kraków",  "Paris",  "New York",  "Göteborg",  "Malmö",  "Θεσσαλονίκη", "Санкт-Петербург", "大阪",
+    "Québec",  "Berlin", "London",    "Oslo",      "Madrid", "Lisboa",     "Wien",     "Praha"};
+const char* const kCountries[] = {"Deutschland", "Schweiz", "Brasil",  "Ελλάδα", "Россия", "日本",  "中国",
+                                  "Ísland",      "Polska",  "France",  "USA",    "Sverige", "Canada", "España",
+                                  "Österreich",  "Česko",   "Italia",  "Norge"};
+const char* const kWords[] = {
+    "quick",   "delivery", "order",   "réservé", "naïve",   "café",    "über",   "straße",  "résumé",
+    "δεδομένα", "αρχείο",  "данные",  "отчёт",   "数据",    "文件",    "報告",   "テスト",  "sample",
+    "value",   "update",   "ready",   "pending", "blue",    "green",   "river",  "déjà",    "vu",
+    "façade",  "smørrebrød", "piñata", "and",    "the",     "of",      "to",     "in",      "for",
+    "item",    "stock",    "checked", "shipped", "returned", "größe",  "ελέγχθηκε", "склад", "库存",
+    "new",     "old",      "small",   "large",   "north",   "south",   "east",   "west"};
+// Characters beyond U+FFFF: four bytes of UTF-8, two units of UTF-16.
+const char* const kEmoji[] = {"😀", "🚀", "🎉", "🌍", "📦", "🔥"};
+const char* const kLangs[] = {"en", "de", "el", "ru", "ja", "zh", "fr", "es", "pt", "is"};
+const char* const kStatus[] = {"active", "archived", "pending", "draft", "deleted", "on-hold"};
+const char* const kRegions[] = {"Île-de-France", "Bayern", "Κρήτη", "Сибирь", "関東", "Norte", "Skåne",
+                                "Nordrhein-Westfalen", "Attica", "Tōhoku"};
+const char* const kDomains[] = {"example.org", "example.com", "mail.test", "post.example"};
+const char* const kTags[] = {"a", "b", "vip", "new", "bulk", "eu", "asia", "test", "priorité", "срочно", "急"};
+const char* const kLabels[] = {"north", "south", "Nord", "Süd", "Βορράς", "Юг", "东", "西", "archive", "current"};
+
+// Children of records: name and how its text is made.
+enum FieldKind { fName, fTitle, fCity, fCountry, fEmail, fPhone, fPrice, fQty, fDate, fNote, fTag, fCode, fCount };
+const char* const kFieldNames[fCount] = {"name", "title", "city", "country", "email", "phone",
+                                         "price", "qty", "date", "note", "tag", "code"};
+
+enum AttrKind { aLang, aStatus, aRev, aRegion, aUpdated, aCount };
+const char* const kAttrNames[aCount] = {"lang", "status", "rev", "region", "updated"};
+
+class Writer {
+public:
+    Writer(std::string& out, Rng& rng, GenStats& stats) : m_out(out), m_rng(rng), m_stats(stats) {}
+
+    void Indent(int depth) {
+        m_out += '\n';
+        m_out.append(size_t(depth - 1) * 2, ' ');
+    }
+    void Number(uint64_t v) { m_out += std::to_string(v); }
+    // v as exactly width digits, with leading zeros.
+    void Digits(uint64_t v, int width) {
+        char buf[24];
+        for (int i = width - 1; i >= 0; --i) {
+            buf[i] = char('0' + v % 10);
+            v /= 10;
+        }
+        m_out.append(buf, size_t(width));
+    }
+    void Element(int depth) {
+        ++m_stats.elements;
+        if (depth > m_stats.maxDepth)
+            m_stats.maxDepth = depth;
+    }
+
+    void Words(uint32_t lo, uint32_t hi, bool emoji) {
+        uint32_t n = m_rng.Range(lo, hi);
+        uint32_t at = emoji ? m_rng.Below(n) : n;
+        for (uint32_t i = 0; i < n; ++i) {
+            if (i)
+                m_out += ' ';
+            m_out += Pick(m_rng, kWords);
+            if (i == at) {
+                m_out += ' ';
+                m_out += Pick(m_rng, kEmoji);
+                ++m_stats.emoji;
+            }
+        }
+    }
+
+    void FieldText(int kind) {
+        switch (kind) {
+        case fName:
+            m_out += Pick(m_rng, kFirstNames);
+            m_out += ' ';
+            m_out += Pick(m_rng, kLastNames);
+            break;
+        case fTitle:
+            Words(2, 4, m_rng.Chance(1, 40));
+            break;
+        case fCity:
+            m_out += Pick(m_rng, kCities);
+            break;
+        case fCountry:
+            m_out += Pick(m_rng, kCountries);
+            break;
+        case fEmail:
+            m_out += "user";
+            Number(m_rng.Below(100000));
+            m_out += '@';
+            m_out += Pick(m_rng, kDomains);
+            break;
+        case fPhone:
+            m_out += '+';
+            Number(m_rng.Range(1, 99));
+            m_out += ' ';
+            Digits(m_rng.Below(1000), 3);
+            m_out += ' ';
+            Digits(m_rng.Below(10000000), 7);
+            break;
+        case fPrice:
+            Number(m_rng.Below(5000));
+            m_out += '.';
+            Digits(m_rng.Below(100), 2);
+            break;
+        case fQty:
+            Number(m_rng.Below(1000));
+            break;
+        case fDate:
+            Date();
+            break;
+        case fNote:
+            Words(3, 8, m_rng.Chance(1, 8));
+            break;
+        case fTag:
+            m_out += Pick(m_rng, kTags);
+            break;
+        case fCode:
+            m_out += char('A' + m_rng.Below(26));
+            m_out += char('A' + m_rng.Below(26));
+            m_out += '-';
+            Digits(m_rng.Below(10000), 4);
+            m_out += '-';
+            m_out += char('A' + m_rng.Below(26));
+            break;
+        }
+    }
+
+    void Date() {
+        Number(m_rng.Range(1990, 2029));
+        m_out += '-';
+        Digits(m_rng.Range(1, 12), 2);
+        m_out += '-';
+        Digits(m_rng.Range(1, 28), 2);
+    }
+
+    void Attribute(const char* name) {
+        m_out += ' ';
+        m_out += name;
+        m_out += "=\"";
+        ++m_stats.attributes;
+    }
+
+    void AttrValue(int kind) {
+        switch (kind) {
+        case aLang:
+            m_out += Pick(m_rng, kLangs);
+            break;
+        case aStatus:
+            m_out += Pick(m_rng, kStatus);
+            break;
+        case aRev:
+            Number(m_rng.Range(1, 250));
+            break;
+        case aRegion:
+            m_out += Pick(m_rng, kRegions);
+            break;
+        case aUpdated:
+            Date();
+            m_out += 'T';
+            Digits(m_rng.Below(24), 2);
+            m_out += ':';
+            Digits(m_rng.Below(60), 2);
+            m_out += ':';
+            Digits(m_rng.Below(60), 2);
+            m_out += 'Z';
+            break;
+        }
+        m_out += '"';
+    }
+
+    // A comment line; its text holds no "--" and does not end in '-'.
+    void Comment(int depth) {
+        Indent(depth);
+        m_out += "<!-- batch ";
+        Number(m_rng.Below(100000));
+        m_out += m_rng.Chance(1, 2) ? ": checked, geprüft " : ": imported ";
+        m_out += "-->";
+        ++m_stats.comments;
+    }
+
+    // A record at depth: 2 to 4 attributes, 5 to 10 children.
+    void Record(int depth) {
+        ++m_stats.records;
+        Element(depth);
+        Indent(depth);
+        m_out += "<record";
+        Attribute("id");
+        m_out += 'r';
+        Number(m_stats.records);
+        m_out += '"';
+        // 1 to 3 further attributes, distinct, in a random order.
+        int attrs[aCount] = {aLang, aStatus, aRev, aRegion, aUpdated};
+        uint32_t extra = m_rng.Range(1, 3);
+        for (uint32_t i = 0; i < extra; ++i) {
+            uint32_t j = i + m_rng.Below(uint32_t(aCount) - i);
+            int t = attrs[i];
+            attrs[i] = attrs[j];
+            attrs[j] = t;
+            Attribute(kAttrNames[attrs[i]]);
+            AttrValue(attrs[i]);
+        }
+        m_out += '>';
+
+        int fields[fCount];
+        for (int i = 0; i < fCount; ++i)
+            fields[i] = i;
+        uint32_t n = m_rng.Range(5, 10);
+        for (uint32_t i = 0; i < n; ++i) {
+            uint32_t j = i + m_rng.Below(uint32_t(fCount) - i);
+            int t = fields[i];
+            fields[i] = fields[j];
+            fields[j] = t;
+            const char* name = kFieldNames[fields[i]];
+            ++m_stats.fields;
+            Element(depth + 1);
+            Indent(depth + 1);
+            m_out += '<';
+            m_out += name;
+            // Now and then a child without text, written as an empty element.
+            if (m_rng.Chance(1, 50)) {
+                m_out += "/>";
+                continue;
+            }
+            m_out += '>';
+            FieldText(fields[i]);
+            m_out += "</";
+            m_out += name;
+            m_out += '>';
+        }
+        Indent(depth);
+        m_out += "</record>";
+    }
+
+    void OpenGroup(int depth) {
+        ++m_stats.groups;
+        Element(depth);
+        Indent(depth);
+        m_out += "<group";
+        Attribute("id");
+        m_out += 'g';
+        Number(m_stats.groups);
+        m_out += '"';
+        if (m_rng.Chance(1, 2)) {
+            Attribute("label");
+            m_out += Pick(m_rng, kLabels);
+            m_out += '"';
+        }
+        m_out += '>';
+    }
+
+    void CloseGroup(int depth) {
+        Indent(depth);
+        m_out += "</group>";
+    }
+
+private:
+    std::string& m_out;
+    Rng& m_rng;
+    GenStats& m_stats;
+};
+
+// Deepest level of a group: its records are one level below it and their
+// children two, which makes 8 levels with the root at level 1.
+constexpr int kMaxGroupDepth = 6;
+// Typical size of one record, used to stop close to the requested size.
+constexpr size_t kRecordEstimate = 450;
+
+}  // namespace
+
+std::string GenerateDocument(size_t targetBytes, uint64_t seed, GenStats* statsOut) {
+    Rng rng(seed);
+    GenStats stats;
+    std::string out;
+    out.reserve(targetBytes + 4096);
+    Writer w(out, rng, stats);
+
+    stats.elements = 1;
+    stats.maxDepth = 1;
+    out += "<dataset name=\"ozm benchmark data\" seed=\"";
+    out += std::to_string(seed);
+    out += "\">";
+    stats.attributes = 2;
+
+    // Open groups with the number of items each still has to write; the root
+    // (depth 1) is not on the stack and writes groups until the size is met.
+    struct Open {
+        int depth;
+        uint32_t left;
+    };
+    std::vector<Open> stack;
+    // Bytes of the closing tags of all open groups and of the root.
+    auto closing = [&stack]() {
+        size_t n = 11;  // "\n</dataset>"
+        for (const Open& g : stack)
+            n += 9 + size_t(g.depth - 1) * 2;  // "\n", indent, "</group>"
+        return n;
+    };
+
+    for (;;) {
+        bool full = out.size() + closing() + kRecordEstimate > targetBytes;
+        if (full && stats.records > 0)
+            break;
+        if (stack.empty()) {
+            w.OpenGroup(2);
+            stack.push_back({2, rng.Range(3, 30)});
+            continue;
+        }
+        Open& top = stack.back();
+        if (top.left == 0) {
+            w.CloseGroup(top.depth);
+            stack.pop_back();
+            continue;
+        }
+        --top.left;
+        int depth = top.depth;
+        if (depth < kMaxGroupDepth && rng.Chance(1, 5)) {
+            w.OpenGroup(depth + 1);
+            stack.push_back({depth + 1, rng.Range(3, 30)});
+            continue;
+        }
+        if (rng.Chance(1, 25))
+            w.Comment(depth + 1);
+        w.Record(depth + 1);
+    }
+    while (!stack.empty()) {
+        w.CloseGroup(stack.back().depth);
+        stack.pop_back();
+    }
+    out += "\n</dataset>\n";
+
+    if (statsOut)
+        *statsOut = stats;
+    return out;
+}
+
+}  // namespace ozmbench
