@@ -9,6 +9,7 @@
 // slabs it made are handed to a remaining member, and the last member left
 // owns the chain alone again.
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "input/xmlcharstream.h"
@@ -196,8 +197,11 @@ int XmlDocument::AddName(const UCChar* name, size_t length) {
         h += name[0] * 7u + name[length - 1] * 3u + name[length / 2];
     int& slot = m_nameCache[(h ^ (h >> 8)) & 255];
     std::u16string_view view(name, length);
-    if (slot > 0 && size_t(slot) <= m_names.size() && view == m_names[size_t(slot - 1)])
-        return slot - 1;
+    if (slot > 0 && size_t(slot) <= m_names.size()) {
+        const UCString& known = m_names[size_t(slot - 1)];
+        if (known.size() == length && std::memcmp(known.data(), name, length * sizeof(UCChar)) == 0)
+            return slot - 1;
+    }
     auto it = m_nameIndex.find(view);
     if (it != m_nameIndex.end()) {
         slot = it->second + 1;
