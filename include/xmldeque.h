@@ -23,7 +23,6 @@ class XmlDeque {
         T* Items() { return reinterpret_cast<T*>(this + 1); }
         const T* Items() const { return reinterpret_cast<const T*>(this + 1); }
     };
-    static_assert(sizeof(Chunk) % alignof(T) == 0, "chunk header breaks alignment");
 
     // Head of the storage, allocated together with the first chunk, whose
     // items follow it directly; the queue itself is one pointer to it.
@@ -185,6 +184,9 @@ private:
         return &c->Items()[c->used];
     }
     void* SlowSlot() {
+        // Here, not at class scope, so that a queue can be a member of its own
+        // element type (a content part holds its children).
+        static_assert(sizeof(Chunk) % alignof(T) == 0, "chunk header breaks alignment");
         if (!m_rep) {
             void* mem = ::operator new(sizeof(Rep) + sizeof(T) * size_t(FirstCapacity()));
             m_rep = static_cast<Rep*>(mem);

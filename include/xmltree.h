@@ -24,9 +24,9 @@ public:
     }
 
     const UCChar* Name() const { return m_name.c_str(); }
-    void Name(const UCChar* name) { m_name = name; }
+    void Name(const UCChar* name);
     const UCChar* Value() const { return m_value.c_str(); }
-    void Value(const UCChar* value) { m_value = value; }
+    void Value(const UCChar* value);
 
 private:
     UCString m_name;
@@ -44,8 +44,8 @@ public:
     void Name(const UCChar* name);
 
     const UCChar* Data() const { return m_data.c_str(); }
-    void Data(const UCChar* text) { m_data = text; }
-    void AddData(const UCChar* text) { m_data += text; }
+    void Data(const UCChar* text);
+    void AddData(const UCChar* text);
     long DataLength() const { return long(m_data.size()); }
 
     XmlElement* Next() const { return m_next; }

@@ -64,6 +64,9 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
         }
         if (p == end)
             break;
+    // Non-ASCII text comes in runs: after a multi-byte sequence another one
+    // is decoded straight away, without probing for an ASCII block first.
+    sequence:
         const unsigned b0 = *p;
         if (b0 < 0x80) {
             *out++ = static_cast<UCChar>(b0);
@@ -76,6 +79,8 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
                 if ((p[1] & 0xC0) == 0x80) {
                     *out++ = static_cast<UCChar>(((b0 & 0x1F) << 6) | (p[1] & 0x3F));
                     p += 2;
+                    if (p != end && *p >= 0x80)
+                        goto sequence;
                     continue;
                 }
             } else if (!final) {
@@ -91,6 +96,8 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
                 if ((p[2] & 0xC0) == 0x80) {
                     *out++ = static_cast<UCChar>(((b0 & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
                     p += 3;
+                    if (p != end && *p >= 0x80)
+                        goto sequence;
                     continue;
                 }
             } else if (!final) {

@@ -10,6 +10,14 @@ const UCChar* XmlElement::Name() const {
 
 void XmlElement::Name(const UCChar* name) { m_nameId = m_block->Document()->AddName(name) + 1; }
 
+void XmlAttribute::Name(const UCChar* name) { m_name = name; }
+
+void XmlAttribute::Value(const UCChar* value) { m_value = value; }
+
+void XmlElement::Data(const UCChar* text) { m_data = text; }
+
+void XmlElement::AddData(const UCChar* text) { m_data += text; }
+
 void XmlElement::Next(XmlElement* e) {
     XmlElement* last = this;
     while (last->m_next)

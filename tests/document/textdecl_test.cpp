@@ -31,8 +31,9 @@ TEST_P(TextDeclTest, ParsesFromAString) {
     EXPECT_EQ(d.Version(), c.version);
     // From a string the encoding is never taken.
     EXPECT_EQ(d.Encoding(), csetUTF8);
-    if (c.result == errNone)
+    if (c.result == errNone) {
         EXPECT_NE(d.RootElement(), nullptr);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -1,0 +1,139 @@
+// XmlDtd and XmlEntityDef: the container of a document type definition.
+#include "xmldtd.h"
+
+void XmlEntityDef::operator=(const XmlEntityDef& other) {
+    if (this == &other)
+        return;
+    m_name = other.m_name;
+    m_value = other.m_value;
+    m_isExternal = other.m_isExternal;
+}
+
+void XmlEntityDef::Name(const UCChar* name) { m_name.assign(name ? name : u""); }
+
+void XmlEntityDef::Value(const UCChar* value) { m_value.assign(value ? value : u""); }
+
+XmlDtd::XmlDtd() { Clear(); }
+
+XmlDtd::XmlDtd(const XmlDtd& other) { CopyFrom(other); }
+
+XmlDtd& XmlDtd::operator=(const XmlDtd& other) {
+    if (this != &other)
+        CopyFrom(other);
+    return *this;
+}
+
+// Copies every field; the copied definitions are tied to this object's
+// indexes, never to those of other.
+void XmlDtd::CopyFrom(const XmlDtd& other) {
+    m_docType = other.m_docType;
+    m_publicIds = other.m_publicIds;
+    m_systemIds = other.m_systemIds;
+
+    m_entities = other.m_entities;
+    m_entityIndex.Reset();
+
+    m_elements = other.m_elements;
+    for (XmlElementDef& def : m_elements)
+        def.m_indexStale = m_elementIndex.StaleFlag();
+    m_elementIndex.Reset();
+
+    m_attrLists = other.m_attrLists;
+    for (XmlAttrList& list : m_attrLists)
+        list.m_indexStale = m_attrListIndex.StaleFlag();
+    m_attrListIndex.Reset();
+
+    m_doingExterns = other.m_doingExterns;
+    m_haveContents = other.m_haveContents;
+}
+
+void XmlDtd::Clear() {
+    m_docType.clear();
+    m_entities.clear();
+    m_elements.clear();
+    m_attrLists.clear();
+    m_entityIndex.Reset();
+    m_elementIndex.Reset();
+    m_attrListIndex.Reset();
+    m_doingExterns = false;
+    // "<" and "&" are character references: a value is read again after it
+    // is pushed back, where a bare one would start markup or a reference.
+    AddEntity(u"lt", u"&#60;");
+    AddEntity(u"gt", u">");
+    AddEntity(u"amp", u"&#38;");
+    AddEntity(u"apos", u"'");
+    AddEntity(u"quot", u"\"");
+    m_haveContents = false;
+}
+
+XmlElementDef* XmlDtd::AddElement(const UCChar* name) {
+    XmlElementDef& def = m_elements.emplace_back(m_doingExterns);
+    def.m_name = name ? name : u"";
+    def.m_indexStale = m_elementIndex.StaleFlag();
+    m_elementIndex.Added(def);
+    m_haveContents = true;
+    return &def;
+}
+
+XmlAttrList* XmlDtd::AddAttrList(const UCChar* name) {
+    XmlAttrList& list = m_attrLists.emplace_back(m_doingExterns);
+    list.m_name = name ? name : u"";
+    list.m_indexStale = m_attrListIndex.StaleFlag();
+    m_attrListIndex.Added(list);
+    m_haveContents = true;
+    return &list;
+}
+
+bool XmlDtd::AddEntity(const UCChar* name, const UCChar* value) {
+    // The first definition of a name counts, the predefined ones included.
+    if (m_entityIndex.Find(m_entities, name))
+        return true;
+    XmlEntityDef& entity = m_entities.emplace_back(m_doingExterns);
+    entity.Name(name);
+    entity.Value(value);
+    m_entityIndex.Added(entity);
+    m_haveContents = true;
+    return true;
+}
+
+bool XmlDtd::LookupEntity(const UCChar* name, UCString& value) const {
+    const XmlEntityDef* entity = m_entityIndex.Find(const_cast<XmlDeque<XmlEntityDef>&>(m_entities), name);
+    if (!entity)
+        return false;
+    value = entity->Value();
+    return true;
+}
+
+XmlElementDef* XmlDtd::FindElement(const UCChar* name) { return m_elementIndex.Find(m_elements, name); }
+
+const XmlElementDef* XmlDtd::FindElement(const UCChar* name) const {
+    return m_elementIndex.Find(const_cast<XmlDeque<XmlElementDef>&>(m_elements), name);
+}
+
+XmlAttrList* XmlDtd::FindAttrList(const UCChar* name) { return m_attrListIndex.Find(m_attrLists, name); }
+
+const XmlAttrList* XmlDtd::FindAttrList(const UCChar* name) const {
+    return m_attrListIndex.Find(const_cast<XmlDeque<XmlAttrList>&>(m_attrLists), name);
+}
+
+XmlElementDef* XmlDtd::ElementAt(int index) {
+    if (index < 0 || size_t(index) >= m_elements.size())
+        return nullptr;
+    return &m_elements[size_t(index)];
+}
+
+const XmlElementDef* XmlDtd::ElementAt(int index) const {
+    if (index < 0 || size_t(index) >= m_elements.size())
+        return nullptr;
+    return &m_elements[size_t(index)];
+}
+
+void XmlDtd::ExternalDTD(const UCChar* publicId, const UCChar* systemId) {
+    // Room first, so that the two lists cannot end up of different lengths.
+    m_publicIds.reserve(m_publicIds.size() + 1);
+    m_systemIds.reserve(m_systemIds.size() + 1);
+    m_publicIds.emplace_back(publicId ? publicId : u"");
+    m_systemIds.emplace_back(systemId ? systemId : u"");
+}
+
+bool XmlDtd::ValidateAttribute(const XmlElement*, const UCChar*, const UCChar*) const { return true; }
