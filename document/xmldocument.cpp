@@ -35,6 +35,7 @@ XmlDocument::XmlDocument(const XmlDocument& other)
       m_version(other.m_version),
       m_encoding(other.m_encoding),
       m_standalone(other.m_standalone),
+      m_dtd(other.m_dtd),
       m_trackMaxLen(other.m_trackMaxLen),
       m_pushBack(other.m_pushBack),
       m_pushTop(other.m_pushTop),
@@ -71,6 +72,7 @@ XmlDocument& XmlDocument::operator=(const XmlDocument& other) {
     m_version = other.m_version;
     m_encoding = other.m_encoding;
     m_standalone = other.m_standalone;
+    m_dtd = other.m_dtd;
     m_trackMaxLen = other.m_trackMaxLen;
     m_pushBack = other.m_pushBack;
     m_pushTop = other.m_pushTop;
@@ -146,6 +148,7 @@ void XmlDocument::ReleaseBlocks() {
 }
 
 void XmlDocument::Clear() {
+    m_dtd.Clear();
     m_rootElement = nullptr;
     if (m_blockShare) {
         ReleaseBlocks();

@@ -26,6 +26,8 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
     m_validate = validate;
     m_trackMaxLen = false;
     m_markupNesting = 0;
+    m_entityNesting = 0;
+    m_entityExpansion = 0;
     InitParser();
 
     UCString token;
@@ -75,6 +77,7 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
     if (result != errNone || kind != tokEndProlog)
         return result;
 
+    m_trackMaxLen = m_dtd.HaveContents();
     PushBack(u'<');
     kind = ContentToken(token);
     if (kind != tokStartTag)
@@ -117,7 +120,17 @@ XmlElement* XmlDocument::ParseElementBegin(const UCString& name, bool& isEmpty) 
             element = nullptr;
             break;
         }
+        if (m_validate && !m_dtd.ValidateAttribute(element, attrName.c_str(), attrValue.c_str())) {
+            element->Release();
+            element = nullptr;
+            break;
+        }
         element->m_attributes.emplace_back(attrName, attrValue);
+        if (m_trackMaxLen) {
+            if (XmlAttrList* list = m_dtd.FindAttrList(name.c_str()))
+                if (XmlAttDef* def = list->FindModifiableAttDef(attrName.c_str()))
+                    def->MaxLen(int(attrValue.size()));
+        }
     }
     if (element && kind == tokEmptyClose)
         isEmpty = true;
@@ -152,6 +165,9 @@ BATCHERR XmlDocument::ParseContent(int depth) {
             break;
         case tokCharData:
             break;  // the text went straight into data
+        case tokError:
+            result = errSyntax;  // the tokeniser has set the message
+            break;
         case tokStartTag: {
             bool isEmpty = false;
             XmlElement* child = ParseElementBegin(m_token, isEmpty);
@@ -182,6 +198,10 @@ BATCHERR XmlDocument::ParseContent(int depth) {
     }
     if (result != errNone)
         return result;
+    if (m_trackMaxLen) {
+        if (XmlElementDef* def = m_dtd.FindElement(m_names[nameIndex].c_str()))
+            def->MaxLen(int(data.size()));
+    }
     // The text ends at a unit of value 0, if one came in.
     if (m_dataNulls == nullsBefore)
         current->m_data = data;

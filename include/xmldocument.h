@@ -8,6 +8,7 @@
 
 #include "ozmutil.h"
 #include "xmldeque.h"
+#include "xmldtd.h"
 #include "xmltree.h"
 
 // Token kinds of the tokenisers. The values have gaps.
@@ -93,6 +94,16 @@ public:
     void Encoding(OZM_CSET e) { m_encoding = e; }
     XmlElement* RootElement() const { return m_rootElement; }
     void RootElement(XmlElement* e) { m_rootElement = e; }
+    XmlDtd& GetDTD() { return m_dtd; }
+    const XmlDtd& GetDTD() const { return m_dtd; }
+
+    // Limits on the expansion of general entities in content, which stop an
+    // entity that refers to itself and an entity bomb with an orderly
+    // failure: references nested inside each other at the start of a
+    // replacement text, and the units of replacement text of declared
+    // entities pushed back during one parse.
+    static constexpr int MaxEntityNesting = 64;
+    static constexpr size_t MaxEntityExpansion = size_t(1) << 24;
 
     const UCChar* ErrorMessage() const { return m_errorMessage.c_str(); }
     const UCChar* ErrorFile() const { return m_errorFile.c_str(); }
@@ -111,7 +122,6 @@ public:
     // The head of the slab chain (the newest slab), or null.
     XmlElementBlock* ElementBlocks() const { return m_elementBlocks; }
 
-    // Writing (output/): declarations of the writers go here.
     // parts: 1 the XML declaration, 2 the document type declaration, 4 the
     // element tree. Always returns errNone (output/xmlwriter.cpp).
     BATCHERR Write(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,
@@ -119,6 +129,8 @@ public:
 
 private:
     friend class XmlElement;
+    // Lets the test suite reach private parser operations.
+    friend class XmlDocumentProbe;
 
     // Document parsing.
     void InitParser();
@@ -126,6 +138,7 @@ private:
     XmlElement* ParseElementBegin(const UCString& name, bool& isEmpty);
     BATCHERR ParseContent(int depth);
     BATCHERR ParseTextDecl(OZM_CSET& encoding, double& version, bool& standalone);
+    BATCHERR Rescan(UCString& text, bool expandParams, bool expandCharRefs);
 
     // Error state.
     void SaveErrorPos() {
@@ -166,7 +179,7 @@ private:
     int ElementBeginToken(UCString& token);
     int ReadQuoted(UCString& token, UCChar quote);
     int ReadComment(UCString& token);
-    int ReadReference(UCString& token);
+    int ReadReference(UCString& token, UCString* charData);
 
     // Slab chain ownership.
     void ReleaseBlocks();
@@ -185,6 +198,7 @@ private:
     double m_version = 1.0;
     OZM_CSET m_encoding = csetUTF8;
     bool m_standalone = true;
+    XmlDtd m_dtd;
     bool m_trackMaxLen = false;
     XmlDeque<UCChar> m_pushBack;
     // The top of the push-back stack lives in m_pushTop while m_hasPushTop is
@@ -215,6 +229,10 @@ private:
     // Count of units of value 0 that went into character data; an element's
     // text is cut at such a unit, which needs a scan only when one was seen.
     unsigned m_dataNulls = 0;
+    // Depth of entity references being expanded inside each other, and units
+    // of replacement text pushed back in this parse (see the limits above).
+    int m_entityNesting = 0;
+    size_t m_entityExpansion = 0;
     // Direct-mapped cache in front of m_nameIndex: index + 1 of a name by a
     // hash of its text, 0 when empty. Each hit is verified against m_names.
     int m_nameCache[256] = {};

@@ -8,6 +8,10 @@ class XmlDocument;
 class XmlElementBlock;
 class XmlOutputStream;
 
+// What XmlElement::GetData collects: the element's own data, the text of the
+// whole subtree, or the subtree as markup. Any other value acts as XMLD_Text.
+enum XMLD : int { XMLD_Own = 0, XMLD_Text = 1, XMLD_Markup = 2 };
+
 // A name and value pair on an element.
 class OZM_API XmlAttribute {
 public:
@@ -79,10 +83,6 @@ public:
     const UCChar* GetAttributeValue(int i) const;
     const UCChar* GetAttributeName(int i) const;
 
-    // Writing (output/): declarations of the writers go here.
-    // What GetData collects: the element's own data; with the data of all
-    // descendants, depth first; the same with each descendant in its tags.
-    enum XMLD : int { XMLD_Own = 0, XMLD_Text = 1, XMLD_Markup = 2 };
     // Writes this element and everything below it (output/xmlwriter.cpp).
     void Write(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep, bool writeEmpty) const;
     // Appends the text of this element, and by mode that of its descendants,

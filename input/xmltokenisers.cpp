@@ -213,7 +213,7 @@ int XmlDocument::ContentToken(UCString& token, UCString* charData) {
     if (c == UCEof)
         return tokNone;
     if (c == '&')
-        return ReadReference(token);
+        return ReadReference(token, charData);
     if (c != '<') {
         UCString& text = charData ? *charData : token;
         if (charData)
@@ -256,9 +256,10 @@ int XmlDocument::ContentToken(UCString& token, UCString* charData) {
     return tokNone;
 }
 
-// A reference in content, after its '&'. Character references and entity
-// references are not resolved yet: each ends the content with tokNone.
-int XmlDocument::ReadReference(UCString& token) {
+// A reference in content, after its '&'. A character reference resolves
+// to its unit; an entity's replacement text is pushed back and read as
+// content, markup included, by the next call.
+int XmlDocument::ReadReference(UCString& token, UCString* charData) {
     UCChar c = NextChar();
     if (c == '#') {
         m_refText = u"&#";
@@ -268,6 +269,14 @@ int XmlDocument::ReadReference(UCString& token) {
                 break;
             m_refText.push_back(c);
         } while (c != ';');
+        if (c == ';' && Rescan(m_refText, false, true) == errNone) {
+            token = m_refText;
+            if (charData)
+                *charData += m_refText;
+            if (m_refText.size() == 1 && m_refText[0] == 0)
+                ++m_dataNulls;
+            return tokCharData;
+        }
         PushBack(m_refText.c_str() + 1);
         return tokNone;
     }
@@ -281,6 +290,32 @@ int XmlDocument::ReadReference(UCString& token) {
         if (c == ';' || c == UCEof)
             break;
         m_refText.push_back(c);
+    }
+    if (c == ';' && m_dtd.LookupEntity(m_refText.c_str(), token)) {
+        // The five predefined entities are short and final; everything else
+        // counts against the limits.
+        static const UCChar* const predefined[] = {u"lt", u"gt", u"amp", u"apos", u"quot"};
+        bool isPredefined = false;
+        for (const UCChar* p : predefined)
+            if (m_refText == p)
+                isPredefined = true;
+        if (!isPredefined) {
+            m_entityExpansion += token.size();
+            if (m_entityExpansion > MaxEntityExpansion) {
+                SetUpError(errSyntax, u"Entity expansion exceeds %u units at '&%s;'", unsigned(MaxEntityExpansion),
+                           m_refText.c_str());
+                return tokError;
+            }
+        }
+        if (m_entityNesting >= MaxEntityNesting) {
+            SetUpError(errSyntax, u"Entity references nested too deeply at '&%s;'", m_refText.c_str());
+            return tokError;
+        }
+        PushBack(token.c_str());
+        ++m_entityNesting;
+        int kind = ContentToken(token, charData);
+        --m_entityNesting;
+        return kind;
     }
     token = u"&" + m_refText;
     token.push_back(c);

@@ -185,20 +185,43 @@ TEST(ContentTokenTest, TokensThatHaveNoPlaceInContent) {
 
 // References are not resolved yet: each one is refused, with the text that
 // the reference tokeniser has read.
-TEST(ContentTokenTest, ReferencesAreRefused) {
+TEST(ContentTokenTest, BadReferencesFail) {
+    // A reference that does not resolve ends the parse; the position is that
+    // of the last unit read before the reference.
     const Case cases[] = {
-        {"predefined entity", u"<a>&lt;</a>", errSyntax, Ux(u"&lt;"), 1, 3, nullptr},
         {"unknown entity", u"<a>&nosuch;</a>", errSyntax, Ux(u"&nosuch;"), 1, 3, nullptr},
         {"entity name with a blank", u"<a>&a b;</a>", errSyntax, Ux(u"&a b;"), 1, 3, nullptr},
         {"entity cut by the end of input", u"<a>&abc", errSyntax, Ux(u"&abc" + kEof), 1, 3, nullptr},
-        {"character reference", u"<a>&#65;</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
-        {"character reference behind text", u"<a>x&#60;y</a>", errSyntax, Ux(u"&"), 1, 5, nullptr},
+        {"predefined names are case-sensitive", u"<a>&LT;</a>", errSyntax, Ux(u"&LT;"), 1, 3, nullptr},
         {"character reference without ';'", u"<a>&#65", errSyntax, Ux(u"&"), 1, 3, nullptr},
+        {"character reference with a bad digit", u"<a>x&#6x;</a>", errSyntax, Ux(u"&"), 1, 5, nullptr},
+        {"hexadecimal digit in a decimal reference", u"<a>&#1a;</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
         {"'&' before a tag", u"<a>&</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
         {"'&' before a blank", u"<a>& b</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
     };
     for (const Case& c : cases)
         RunCase(c);
+}
+
+TEST(ContentTokenTest, ReferencesResolveIntoTheText) {
+    const std::pair<UCString, UCString> cases[] = {
+        {u"<a>&lt;&gt;&amp;&apos;&quot;</a>", u"<>&'\""},
+        {u"<a>x&lt;y</a>", u"x<y"},
+        {u"<a>&lt;b/&gt;</a>", u"<b/>"},        // the text of an entity is no markup here
+        {u"<a>&amp;lt;</a>", u"&lt;"},          // a resolved unit is not read again
+        {u"<a>&#65;&#x42;&#X43;&#x6a;</a>", u"ABCj"},
+        {u"<a>&#65601;</a>", u"A"},             // 65601 wraps to 65
+        {u"<a>&#x1F600;</a>", u"\uF600"},      // no surrogate pair is made
+        {u"<a>&#x;</a>", u""},                  // no digits: the value 0, which ends the text
+        {u"<a>ab&#0;cd</a>", u"ab"},
+        {u"<a>1&amp;<b/>2</a>", u"1&2"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::PrintToString(c.first));
+        XmlDocument doc;
+        ASSERT_EQ(doc.ParseString(c.first), errNone) << testing::PrintToString(Str(doc.ErrorMessage()));
+        EXPECT_EQ(Str(doc.RootElement()->Data()), c.second);
+    }
 }
 
 TEST(ContentTokenTest, CharacterDataAndComments) {

@@ -1,0 +1,368 @@
+// The writers: XmlDocument::Write, XmlElement::Write, WriteEscaped and
+// XmlElement::GetData.
+//
+// Trees built by callers have no depth limit, so the tree is walked with an
+// explicit stack of open elements instead of recursion. The writers gather
+// the small pieces of markup into a bounded buffer and hand it
+// to the stream as runs of units (XmlOutputStream::Write), so that every
+// target receives exactly the units it would get piece by piece, with one
+// call per run instead of several per element.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "xmldocument.h"
+#include "xmloutput.h"
+
+namespace {
+
+// Copies count units. Most pieces are a few units long: they go as two
+// overlapping moves of a fixed size instead of a call.
+inline void CopyUnits(UCChar* to, const UCChar* from, size_t count) {
+    char* d = reinterpret_cast<char*>(to);
+    const char* s = reinterpret_cast<const char*>(from);
+    const size_t bytes = count * sizeof(UCChar);
+    if (bytes >= 32) {
+        std::memcpy(d, s, bytes);
+    } else if (bytes >= 16) {
+        char head[16], tail[16];
+        std::memcpy(head, s, 16);
+        std::memcpy(tail, s + bytes - 16, 16);
+        std::memcpy(d, head, 16);
+        std::memcpy(d + bytes - 16, tail, 16);
+    } else if (bytes >= 8) {
+        uint64_t head, tail;
+        std::memcpy(&head, s, 8);
+        std::memcpy(&tail, s + bytes - 8, 8);
+        std::memcpy(d, &head, 8);
+        std::memcpy(d + bytes - 8, &tail, 8);
+    } else if (bytes >= 4) {
+        uint32_t head, tail;
+        std::memcpy(&head, s, 4);
+        std::memcpy(&tail, s + bytes - 4, 4);
+        std::memcpy(d, &head, 4);
+        std::memcpy(d + bytes - 4, &tail, 4);
+    } else if (bytes) {
+        std::memcpy(d, s, 2);
+    }
+}
+
+// Bounded gathering buffer in front of a stream, over storage the caller
+// provides. Runs longer than the buffer go to the stream directly.
+class Pieces {
+public:
+    Pieces(XmlOutputStream& out, UCChar* buffer, size_t size) : m_out(out), m_buffer(buffer), m_size(size) {}
+    ~Pieces() { Flush(); }
+    Pieces(const Pieces&) = delete;
+    Pieces& operator=(const Pieces&) = delete;
+
+    void Put(UCChar c) {
+        if (m_used == m_size)
+            Flush();
+        m_buffer[m_used++] = c;
+    }
+    void Put(const UCChar* units, size_t count) {
+        if (count > m_size - m_used) {
+            Flush();
+            if (count >= m_size) {
+                m_out.Write(units, count);
+                return;
+            }
+        }
+        CopyUnits(m_buffer + m_used, units, count);
+        m_used += count;
+    }
+    // A terminated text, up to its terminator, copied in one pass.
+    void Put(const UCChar* text) {
+        for (;;) {
+            UCChar* to = m_buffer + m_used;
+            UCChar* const end = m_buffer + m_size;
+            while (to != end && *text)
+                *to++ = *text++;
+            m_used = size_t(to - m_buffer);
+            if (!*text)
+                return;
+            Flush();
+        }
+    }
+    void Spaces(long long count) {
+        static const UCChar kSpaces[] = u"                                                                ";
+        constexpr long long kRun = sizeof kSpaces / sizeof kSpaces[0] - 1;
+        while (count > 0) {
+            long long n = count < kRun ? count : kRun;
+            Put(kSpaces, static_cast<size_t>(n));
+            count -= n;
+        }
+    }
+    void Flush() {
+        if (m_used) {
+            m_out.Write(m_buffer, m_used);
+            m_used = 0;
+        }
+    }
+
+private:
+    XmlOutputStream& m_out;
+    UCChar* m_buffer;
+    size_t m_size;
+    size_t m_used = 0;
+};
+
+// The units that end a run of plain text: the five XML characters and zero.
+inline bool IsSpecial(UCChar c) {
+    return c == 0 || c == u'"' || c == u'&' || c == u'\'' || c == u'<' || c == u'>';
+}
+
+#if defined(__SSE2__)
+// Two bits for each of the 8 units at p that is special.
+inline unsigned SpecialMask8(const UCChar* p) {
+    // '&' 0x26 and '\'' 0x27 differ in bit 0 only, '<' 0x3C and '>' 0x3E in bit 1.
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i hit = _mm_or_si128(
+        _mm_or_si128(_mm_cmpeq_epi16(v, _mm_setzero_si128()), _mm_cmpeq_epi16(v, _mm_set1_epi16(0x22))),
+        _mm_or_si128(_mm_cmpeq_epi16(_mm_or_si128(v, _mm_set1_epi16(1)), _mm_set1_epi16(0x27)),
+                     _mm_cmpeq_epi16(_mm_or_si128(v, _mm_set1_epi16(2)), _mm_set1_epi16(0x3E))));
+    return static_cast<unsigned>(_mm_movemask_epi8(hit));
+}
+#endif
+
+// Index of the first special unit among the count units at p; count when
+// there is none. Eight units a step where SSE2 is at hand.
+size_t FindSpecial(const UCChar* p, size_t count) {
+    size_t i = 0;
+#if defined(__SSE2__)
+    for (; count - i >= 8; i += 8) {
+        if (unsigned mask = SpecialMask8(p + i))
+            return i + (static_cast<unsigned>(__builtin_ctz(mask)) >> 1);
+    }
+    // The last few units: one more step ending at the end, when the text is
+    // long enough; the units it looks at again hold nothing special.
+    if (i < count && count >= 8) {
+        unsigned mask = SpecialMask8(p + count - 8);
+        return mask ? count - 8 + (static_cast<unsigned>(__builtin_ctz(mask)) >> 1) : count;
+    }
+#endif
+    for (; i < count; ++i)
+        if (IsSpecial(p[i]))
+            return i;
+    return count;
+}
+
+// The count units at text, up to a zero unit, with the five XML characters
+// replaced by their entity references; runs of other units pass unchanged.
+void PutEscaped(Pieces& out, const UCChar* text, size_t count) {
+    size_t i = 0;
+    for (;;) {
+        const size_t run = FindSpecial(text + i, count - i);
+        out.Put(text + i, run);
+        i += run;
+        if (i == count)
+            return;
+        switch (text[i++]) {
+        case u'"':
+            out.Put(u"&quot;", 6);
+            break;
+        case u'&':
+            out.Put(u"&amp;", 5);
+            break;
+        case u'\'':
+            out.Put(u"&apos;", 6);
+            break;
+        case u'<':
+            out.Put(u"&lt;", 4);
+            break;
+        case u'>':
+            out.Put(u"&gt;", 4);
+            break;
+        default:  // zero: the end of the text
+            return;
+        }
+    }
+}
+
+// The definition part of XmlDocument::Write, after its line feed. This is
+// where the DTD writer (XmlDtd::Write with withExternals, lineBreaks and
+// escape; its result is not looked at) is called once the definition model
+// exists. A document has no definition to write until then.
+void WriteDefinitionPart(const XmlDocument& document, XmlOutputStream& out, bool withExternals, bool lineBreaks,
+                         bool escape) {
+    (void)document;
+    (void)out;
+    (void)withExternals;
+    (void)lineBreaks;
+    (void)escape;
+}
+
+}  // namespace
+
+void WriteEscaped(XmlOutputStream& out, const UCChar* text) {
+    if (!text)
+        return;
+    UCChar buffer[512];
+    Pieces pieces(out, buffer, sizeof buffer / sizeof buffer[0]);
+    PutEscaped(pieces, text, std::char_traits<UCChar>::length(text));
+}
+
+void XmlElement::Write(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep,
+                       bool writeEmpty) const {
+    struct Open {
+        const XmlElement* element;
+        long long indent;
+    };
+    std::vector<Open> open;  // the elements whose end tags are still due
+    // One buffer per call, large enough that file targets get large writes;
+    // a small one on the stack if it can't be had.
+    constexpr size_t kLarge = 65536;
+    UCChar fallback[256];
+    std::unique_ptr<UCChar[]> large(new (std::nothrow) UCChar[kLarge]);
+    Pieces pieces(out, large ? large.get() : fallback, large ? kLarge : sizeof fallback / sizeof fallback[0]);
+    // Each distinct name is looked up and measured once per call. The name
+    // table doesn't change during a write, so its texts stay where they are.
+    const XmlDocument* nameDocument = m_block ? m_block->Document() : nullptr;
+    std::vector<std::pair<const UCChar*, size_t>> names;
+    auto putName = [&](const XmlElement* x) {
+        const int id = x->m_nameId;
+        if (id <= 0 || !x->m_block || x->m_block->Document() != nameDocument) {
+            pieces.Put(x->Name());
+            return;
+        }
+        if (size_t(id) >= names.size())
+            names.resize(size_t(id) + 1, {nullptr, 0});
+        std::pair<const UCChar*, size_t>& n = names[size_t(id)];
+        if (!n.first) {
+            n.first = x->Name();
+            n.second = std::char_traits<UCChar>::length(n.first);
+        }
+        pieces.Put(n.first, n.second);
+    };
+    const XmlElement* e = this;
+    long long level = indent;
+    for (;;) {
+        const bool hasData = !e->m_data.empty();
+        // An element with neither data nor child is skipped unless writeEmpty;
+        // its attributes don't count.
+        if (writeEmpty || e->m_child || hasData) {
+            if (lineBreaks)
+                pieces.Spaces(level);
+            pieces.Put(u'<');
+            putName(e);
+            for (const XmlAttribute& a : e->m_attributes) {
+                pieces.Put(u' ');
+                pieces.Put(a.Name());
+                pieces.Put(u"=\"", 2);
+                pieces.Put(a.Value());
+                pieces.Put(u'"');
+            }
+            if (!e->m_child && !hasData) {
+                pieces.Put(u"/>", 2);
+                if (lineBreaks)
+                    pieces.Put(u'\n');
+            } else {
+                pieces.Put(u'>');
+                if (hasData) {
+                    // Sent as a terminated text: up to a zero unit, if any.
+                    if (escape)
+                        PutEscaped(pieces, e->m_data.data(), e->m_data.size());
+                    else
+                        pieces.Put(e->m_data.data(), std::min(e->m_data.find(u'\0'), e->m_data.size()));
+                }
+                if (e->m_child) {
+                    if (lineBreaks)
+                        pieces.Put(u'\n');
+                    open.push_back({e, level});
+                    e = e->m_child;
+                    level += indentStep;
+                    continue;
+                }
+                pieces.Put(u"</", 2);
+                putName(e);
+                pieces.Put(u'>');
+                if (lineBreaks)
+                    pieces.Put(u'\n');
+            }
+        }
+        // e is finished: on to its next sibling, ending the elements whose
+        // last child this was. The element Write was called on ends it all;
+        // its own siblings are not written.
+        for (;;) {
+            if (open.empty())
+                return;
+            if (e->m_next) {
+                e = e->m_next;
+                break;
+            }
+            e = open.back().element;
+            level = open.back().indent;
+            open.pop_back();
+            if (lineBreaks)
+                pieces.Spaces(level);
+            pieces.Put(u"</", 2);
+            putName(e);
+            pieces.Put(u'>');
+            if (lineBreaks)
+                pieces.Put(u'\n');
+        }
+    }
+}
+
+void XmlElement::GetData(UCString& out, XMLD mode) const {
+    out += m_data;
+    if (mode == XMLD_Own)
+        return;
+    const bool markup = mode == XMLD_Markup;
+    std::vector<const XmlElement*> open;  // descendants whose end tags are due
+    const XmlElement* e = m_child;
+    while (e) {
+        if (markup) {
+            out += u'<';
+            out += e->Name();
+            out += u'>';
+        }
+        out += e->m_data;
+        if (e->m_child) {
+            open.push_back(e);
+            e = e->m_child;
+            continue;
+        }
+        for (;;) {
+            if (markup) {
+                out += u"</";
+                out += e->Name();
+                out += u'>';
+            }
+            if (e->m_next || open.empty())
+                break;
+            e = open.back();
+            open.pop_back();
+        }
+        e = e->m_next;
+    }
+}
+
+BATCHERR XmlDocument::Write(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,
+                            bool writeEmpty) const {
+    if (parts & 1) {
+        const UCChar* encoding = OzmGlob::EncodingToName(OzmGlob::ISOEncoding(m_encoding));
+        out << u"<?xml version=\"";
+        out.Format(u"%1.1f", m_version);
+        out << u"\" encoding=\"" << encoding << u"\"?>";
+        if (lineBreaks)
+            out << u'\n';
+    }
+    if (parts & 2) {
+        // Sent even when the definition turns out to have nothing to write.
+        if (lineBreaks)
+            out << u'\n';
+        WriteDefinitionPart(*this, out, withExternals, lineBreaks, escape);
+    }
+    if ((parts & 4) && m_rootElement)
+        m_rootElement->Write(out, 0, escape, lineBreaks, 4, writeEmpty);
+    return errNone;
+}
