@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "ozmutil.h"
 #include "xmltree.h"
@@ -31,10 +32,9 @@ public:
     // cannot be duplicated, is shared without being owned by the copy. The
     // OzmUCFile is copied by its own copy operations (its descriptor is
     // duplicated too), and all copies share one I/O module connection, which
-    // the first Close closes for all. Assignment replaces the targets it
-    // overwrites: its stdio file is let go as by SetFilePointer, so that an
-    // owned one is not lost, the OzmUCFile and the connection as their own
-    // assignments do.
+    // the first Close closes for all. Assignment closes nothing of what it
+    // overwrites: an owned stdio file, an open OzmUCFile and a module
+    // connection are kept until this stream's Close or destruction.
     XmlOutputStream(const XmlOutputStream& other);
     XmlOutputStream& operator=(const XmlOutputStream& other);
     // Close, then the members go.
@@ -84,6 +84,12 @@ private:
     bool m_ownsFile;
     UCChar m_formatBuffer[256];
     std::string m_narrow;  // scratch of the conversions for the stdio file
+    // What an assignment overwrote: assignment closes nothing, so an owned
+    // stdio file, an open OzmUCFile (a copy holding its own descriptor) and a
+    // module connection (a copy sharing it) wait here until Close.
+    std::vector<FILE*> m_retiredFiles;
+    std::vector<OzmUCFile> m_retiredUCFiles;
+    std::vector<OzmLightweightIO> m_retiredModules;
 };
 
 // Sends text with '"', '&', '\'', '<' and '>' replaced by "&quot;", "&amp;",

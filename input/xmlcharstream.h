@@ -95,6 +95,8 @@ OZM_HOT UCChar XmlDocument::OneChar() {
 
 OZM_HOT UCChar XmlDocument::NextChar() {
     UCChar c = OneChar();
+    if (__builtin_expect(c > 13 && c != 0x2028, 1))
+        return c;
     if (c == 13) {
         c = OneChar();
         if (c != 10 && c != UCEof)

@@ -129,8 +129,15 @@ XmlOutputStream::XmlOutputStream(const XmlOutputStream& other)
 XmlOutputStream& XmlOutputStream::operator=(const XmlOutputStream& other) {
     if (this == &other)
         return *this;
-    // An owned file would be lost otherwise: it is closed as by SetFilePointer.
-    SetFilePointer(nullptr, false);
+    // Nothing of what is overwritten is closed here; it is kept until Close.
+    if (m_file && m_ownsFile)
+        m_retiredFiles.push_back(m_file);
+    m_file = nullptr;
+    m_ownsFile = false;
+    if (m_ucFile.IsOpen())
+        m_retiredUCFiles.push_back(m_ucFile);
+    if (m_lwio.IsConnected())
+        m_retiredModules.push_back(m_lwio);
     if (other.m_file && other.m_ownsFile) {
         if (FILE* own = DuplicateFile(other.m_file))
             SetFilePointer(own, true);
@@ -174,6 +181,15 @@ void XmlOutputStream::Close() {
     if (m_file && m_ownsFile)
         std::fclose(m_file);
     m_file = nullptr;
+    for (FILE* f : m_retiredFiles)
+        std::fclose(f);
+    m_retiredFiles.clear();
+    for (OzmUCFile& f : m_retiredUCFiles)
+        f.Close();
+    m_retiredUCFiles.clear();
+    // Dropping a retired module only lets go of this stream's share of the
+    // connection; copies of the stream may still be using it.
+    m_retiredModules.clear();
     // OzmUCFile's own Close: it also writes a high surrogate still waiting
     // for its partner before the file goes.
     if (m_ucFile.IsOpen())

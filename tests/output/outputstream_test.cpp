@@ -384,6 +384,26 @@ TEST_F(OutputStreamTest, CopiesOwnTheirFiles) {
     EXPECT_EQ(ReadBytes(ucPath), "1234");
 }
 
+TEST_F(OutputStreamTest, AssignmentClosesNothingUntilClose) {
+    const int before = OpenDescriptors();
+    const std::string overwritten = Path("overwritten.txt"), other = Path("other.txt");
+    XmlOutputStream source;
+    ASSERT_EQ(source.OpenUCFile(U16(other).c_str(), u"w", 1), 0);
+    XmlOutputStream s;
+    ASSERT_EQ(s.OpenUCFile(U16(overwritten).c_str(), u"w", 1), 0);
+    s.SetFilePointer(std::fopen(overwritten.c_str(), "rb"), true);
+    s << u"kept";
+    const int open = OpenDescriptors();
+    s = source;
+    // The overwritten files are still open: the copy of the source's file
+    // adds a descriptor, nothing was closed.
+    EXPECT_EQ(OpenDescriptors(), open + 1);
+    s.Close();
+    source.Close();
+    EXPECT_EQ(OpenDescriptors(), before);
+    EXPECT_EQ(ReadBytes(overwritten), "kept");
+}
+
 TEST_F(OutputStreamTest, CopiesShareFilesWithoutDescriptorAndModules) {
     CookieLog log, replaced;
     {
@@ -394,7 +414,7 @@ TEST_F(OutputStreamTest, CopiesShareFilesWithoutDescriptorAndModules) {
         XmlOutputStream assigned;
         assigned.SetFilePointer(CookieFile(replaced), true);
         assigned = original;
-        EXPECT_EQ(replaced.closes, 1);  // assignment let go of its own file
+        EXPECT_EQ(replaced.closes, 0);  // assignment closes nothing; the file waits for Close
         copy << u"c";
         assigned << u"a";
         original << u"o";
@@ -405,6 +425,7 @@ TEST_F(OutputStreamTest, CopiesShareFilesWithoutDescriptorAndModules) {
         EXPECT_EQ(g_module.units, u"cao");
     }
     EXPECT_EQ(log.closes, 1);
+    EXPECT_EQ(replaced.closes, 1);
     EXPECT_EQ(log.bytes, "caox");
     EXPECT_EQ(g_module.closes, 1);
 }
