@@ -3,6 +3,7 @@
 #include "ozmutil.h"
 
 #include <cerrno>
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -721,6 +722,15 @@ int OzmUCFile::PutUnits(const UCChar* text, size_t count) {
                 return -1;
             used = 0;
         }
+        // Runs of ASCII, the bulk of most markup, go straight through.
+        if (!m_pendingHigh && text[i] < 0x80 && used + 8 <= sizeof block) {
+            const size_t limit = std::min(count, i + (sizeof block - 7 - used));
+            size_t j = i;
+            while (j < limit && text[j] < 0x80)
+                block[used++] = static_cast<unsigned char>(text[j++]);
+            i = j - 1;
+            continue;
+        }
         const UCChar c = text[i];
         if (m_pendingHigh) {
             const UCChar high = m_pendingHigh;
@@ -737,6 +747,9 @@ int OzmUCFile::PutUnits(const UCChar* text, size_t count) {
         }
         if (c < 0x80) {
             block[used++] = static_cast<unsigned char>(c);
+        } else if (c < 0x800) {
+            block[used++] = static_cast<unsigned char>(0xC0 | (c >> 6));
+            block[used++] = static_cast<unsigned char>(0x80 | (c & 0x3F));
         } else if (c >= 0xD800 && c <= 0xDBFF) {
             m_pendingHigh = c;  // written once its partner (or something else) follows
         } else {
