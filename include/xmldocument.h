@@ -129,8 +129,9 @@ public:
 
 private:
     friend class XmlElement;
-    // Lets the test suite reach private parser operations.
+    // Let the test suite reach private parser operations.
     friend class XmlDocumentProbe;
+    friend class XmlContentProbe;
 
     // Document parsing.
     void InitParser();

@@ -408,8 +408,6 @@ public:
     // Attributes are not checked against their definitions: always true.
     bool ValidateAttribute(const XmlElement* element, const UCChar* name, const UCChar* value) const;
 
-    // Writing (output/): declarations of the writers go here.
-
 private:
     void CopyFrom(const XmlDtd& other);
 
