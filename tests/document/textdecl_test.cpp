@@ -88,4 +88,29 @@ TEST(TextDeclFileTest, EncodingIsTestedAndKeptOnlyForFiles) {
     std::remove(tmpl);
 }
 
+TEST(TextDeclFileTest, TheWrittenDeclarationShowsWhatWasRead) {
+    char tmpl[] = "/tmp/ozmdeclXXXXXX";
+    int fd = mkstemp(tmpl);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    UCString path;
+    for (char c : std::string(tmpl))
+        path.push_back(UCChar(c));
+    std::ofstream(tmpl, std::ios::binary) << "<?xml version='1.0' encoding='windows-1252' standalone='no'?><a/>";
+    XmlDocument d;
+    ASSERT_EQ(d.ParseFile(path.c_str()), errNone);
+    std::remove(tmpl);
+    EXPECT_EQ(d.Encoding(), csetWindows1250 + 2);
+    std::string out;
+    XmlOutputStream s;
+    s.SetUTFString(&out);
+    d.Write(s, false, true, true, 1, true);
+    EXPECT_EQ(out, "<?xml version=\"1.0\" encoding=\"windows-1252\"?>\n");
+    // A later parse starts from the defaults again.
+    ASSERT_EQ(d.ParseString(u"<a/>"), errNone);
+    out.clear();
+    d.Write(s, false, false, true, 1, true);
+    EXPECT_EQ(out, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
+}
+
 }  // namespace
