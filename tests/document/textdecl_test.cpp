@@ -10,6 +10,24 @@
 
 namespace {
 
+// A temporary file name, removed again at the end of the test.
+struct TempFile {
+    char name[20] = "/tmp/ozmdeclXXXXXX";
+    TempFile() {
+        int fd = mkstemp(name);
+        EXPECT_GE(fd, 0);
+        if (fd >= 0)
+            close(fd);
+    }
+    ~TempFile() { std::remove(name); }
+    UCString Path() const {
+        UCString p;
+        for (const char* c = name; *c; ++c)
+            p.push_back(UCChar(*c));
+        return p;
+    }
+};
+
 struct DeclCase {
     const char16_t* text;
     BATCHERR result;
@@ -60,13 +78,9 @@ INSTANTIATE_TEST_SUITE_P(
         DeclCase{u"<?xml version=1.0?><a/>", errSyntax, u"Unexpected token '1'", 1.0, true}));
 
 TEST(TextDeclFileTest, EncodingIsTestedAndKeptOnlyForFiles) {
-    char tmpl[] = "/tmp/ozmdeclXXXXXX";
-    int fd = mkstemp(tmpl);
-    ASSERT_GE(fd, 0);
-    close(fd);
-    UCString path;
-    for (char c : std::string(tmpl))
-        path.push_back(UCChar(c));
+    TempFile tmp;
+    const char* tmpl = tmp.name;
+    const UCString path = tmp.Path();
     struct {
         const char* bytes;
         BATCHERR result;
@@ -85,21 +99,15 @@ TEST(TextDeclFileTest, EncodingIsTestedAndKeptOnlyForFiles) {
         EXPECT_EQ(d.Encoding(), c.encoding);
         EXPECT_EQ(UCString(d.ErrorMessage()), c.message);
     }
-    std::remove(tmpl);
 }
 
 TEST(TextDeclFileTest, TheWrittenDeclarationShowsWhatWasRead) {
-    char tmpl[] = "/tmp/ozmdeclXXXXXX";
-    int fd = mkstemp(tmpl);
-    ASSERT_GE(fd, 0);
-    close(fd);
-    UCString path;
-    for (char c : std::string(tmpl))
-        path.push_back(UCChar(c));
+    TempFile tmp;
+    const char* tmpl = tmp.name;
+    const UCString path = tmp.Path();
     std::ofstream(tmpl, std::ios::binary) << "<?xml version='1.0' encoding='windows-1252' standalone='no'?><a/>";
     XmlDocument d;
     ASSERT_EQ(d.ParseFile(path.c_str()), errNone);
-    std::remove(tmpl);
     EXPECT_EQ(d.Encoding(), csetWindows1250 + 2);
     std::string out;
     XmlOutputStream s;
