@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "test_files.h"
 #include "xmlapi.h"
 
 namespace {
@@ -23,23 +24,6 @@ UCString U(const std::string& s) {
     return out;
 }
 
-class TempDir {
-public:
-    TempDir() {
-        char tmpl[] = "/tmp/ozmsrcXXXXXX";
-        m_path = mkdtemp(tmpl);
-    }
-    ~TempDir() { std::system(("rm -rf '" + m_path + "'").c_str()); }
-    std::string File(const std::string& name, const std::string& bytes) const {
-        std::string p = m_path + "/" + name;
-        std::ofstream(p, std::ios::binary) << bytes;
-        return p;
-    }
-    const std::string& Path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
 
 std::string Utf16(const std::u16string& s, bool bigEndian, bool mark) {
     std::string out;
@@ -70,7 +54,7 @@ TEST(ParseFileTest, ReadsEachEncodingOfTheSameDocument) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         XmlDocument d;
-        std::string path = dir.File(c.name, c.bytes);
+        std::string path = dir.Write(c.name, c.bytes);
         ASSERT_EQ(d.ParseFile(U(path).c_str()), errNone) << Utf8(d.ErrorMessage());
         ASSERT_NE(d.RootElement(), nullptr);
         EXPECT_EQ(UCString(d.RootElement()->Data()), u"\u03b1\u4e2d\U0001F600");
@@ -82,7 +66,7 @@ TEST(ParseFileTest, ReadsEachEncodingOfTheSameDocument) {
 TEST(ParseFileTest, BytesThatAreNoUtf8ReadAsLatin1) {
     TempDir dir;
     XmlDocument d;
-    std::string path = dir.File("latin1.xml", "<r>caf\xe9 \xff</r>");
+    std::string path = dir.Write("latin1.xml", "<r>caf\xe9 \xff</r>");
     ASSERT_EQ(d.ParseFile(U(path).c_str()), errNone);
     EXPECT_EQ(UCString(d.RootElement()->Data()), u"caf\u00e9 \u00ff");
 }
@@ -90,14 +74,14 @@ TEST(ParseFileTest, BytesThatAreNoUtf8ReadAsLatin1) {
 TEST(ParseFileTest, EmptyFileHasNoRoot) {
     TempDir dir;
     XmlDocument d;
-    EXPECT_EQ(d.ParseFile(U(dir.File("empty.xml", "")).c_str()), errNone);
+    EXPECT_EQ(d.ParseFile(U(dir.Write("empty.xml", "")).c_str()), errNone);
     EXPECT_EQ(d.RootElement(), nullptr);
 }
 
 TEST(ParseFileTest, ColumnsAndLinesCountInTheFile) {
     TempDir dir;
     XmlDocument d;
-    std::string path = dir.File("bad.xml", "<r>\r\n  <a></b>\n</r>");
+    std::string path = dir.Write("bad.xml", "<r>\r\n  <a></b>\n</r>");
     EXPECT_EQ(d.ParseFile(U(path).c_str()), errSyntax);
     EXPECT_EQ(UCString(d.ErrorMessage()), u"Improper element nesting");
     EXPECT_EQ(d.ErrorLine(), 2);
@@ -110,7 +94,7 @@ TEST(ParseFileTest, MissingFileOrDirectoryKeepsThePreviousPosition) {
     ASSERT_EQ(d.ParseString(u"<a>\n <b x></a>"), errSyntax);
     const UCString file = d.ErrorFile();
     const int line = d.ErrorLine(), col = d.ErrorCol();
-    for (const std::string& path : {dir.Path() + "/missing.xml", dir.Path()}) {
+    for (const std::string& path : {dir.Dir() + "/missing.xml", dir.Dir()}) {
         SCOPED_TRACE(path);
         EXPECT_EQ(d.ParseFile(U(path).c_str()), errOpenSource);
         EXPECT_EQ(UCString(d.ErrorMessage()), u"Unable to open source file " + U(path));

@@ -4,13 +4,11 @@
 // classes of name characters.
 #include <gtest/gtest.h>
 
+#include "input/input_test_util.h"
 #include "xmlapi.h"
 
 namespace {
 
-UCString Str(const UCChar* p) { return p ? UCString(p) : UCString(u"<null>"); }
-UCString Ux(const UCString& token) { return u"Unexpected token '" + token + u"'"; }
-const UCString kEof(1, UCEof);
 
 struct Outcome {
     const char* label;

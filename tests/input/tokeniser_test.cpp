@@ -6,13 +6,11 @@
 #include <utility>
 #include <vector>
 
+#include "input/input_test_util.h"
 #include "xmlapi.h"
 
 namespace {
 
-UCString Str(const UCChar* p) { return p ? UCString(p) : UCString(u"<null>"); }
-UCString Ux(const UCString& token) { return u"Unexpected token '" + token + u"'"; }
-const UCString kEof(1, UCEof);
 
 struct Case {
     const char* label;

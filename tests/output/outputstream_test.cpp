@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "test_files.h"
 #include "xmlapi.h"
 
 namespace {
@@ -101,22 +102,17 @@ UCString U16(const std::string& s) {
 class OutputStreamTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char tmpl[] = "/tmp/ozmoutXXXXXX";
-        ASSERT_NE(::mkdtemp(tmpl), nullptr);
-        m_dir = tmpl;
+        ASSERT_TRUE(m_tmp.Ok());
         g_module = ModuleLog();
         OzmLightweightIO::RegisterModule(u"outrec", []() -> OzmIOModule* { return new RecordingModule; });
     }
-    void TearDown() override {
-        g_module = ModuleLog();
-        std::filesystem::remove_all(m_dir);
-    }
-    std::string Path(const char* name) const { return m_dir + "/" + name; }
+    void TearDown() override { g_module = ModuleLog(); }
+    std::string Path(const char* name) const { return m_tmp.Path(name); }
     static void OpenModule(XmlOutputStream& s) {
         ASSERT_EQ(s.SetLWIOModule(u"outrec"), errNone);
         ASSERT_EQ(s.OpenLWIO(u"r", u"", 0), errNone);
     }
-    std::string m_dir;
+    TempDir m_tmp;
 };
 
 TEST_F(OutputStreamTest, NoTargetDoesNothing) {

@@ -1,5 +1,6 @@
 // Tests of OzmBFile and OzmUCFile against real files and pipes.
 #include "ozmutil.h"
+#include "test_files.h"
 
 #include <gtest/gtest.h>
 
@@ -24,27 +25,12 @@ namespace fs = std::filesystem;
 
 class TempDirTest : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "ozmfile.XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_dir = pattern;
-    }
-    void TearDown() override {
-        std::error_code ec;
-        fs::remove_all(m_dir, ec);
-    }
-    std::string Path(const std::string& name) const { return (m_dir / name).string(); }
+    void SetUp() override { ASSERT_TRUE(m_tmp.Ok()); }
+    std::string Path(const std::string& name) const { return m_tmp.Path(name); }
     static UCString U(const std::string& ascii) { return UCString(ascii.begin(), ascii.end()); }
-    void Write(const std::string& name, const std::string& bytes) {
-        std::ofstream(Path(name), std::ios::binary) << bytes;
-    }
-    std::string Read(const std::string& name) {
-        std::ifstream in(Path(name), std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
-    fs::path m_dir;
+    void Write(const std::string& name, const std::string& bytes) { m_tmp.Write(name, bytes); }
+    std::string Read(const std::string& name) { return m_tmp.Read(name); }
+    TempDir m_tmp;
 };
 
 UCString ReadAll(OzmUCFile& f) {
@@ -163,10 +149,10 @@ TEST_F(OzmUCFileTest, OpenFailures) {
     OzmUCFile f;
     EXPECT_LT(f.Open(U(Path("missing.txt")).c_str(), u"r", 1, csetUTF8), 0);
     EXPECT_FALSE(f.IsOpen());
-    EXPECT_LT(f.Open(U(m_dir.string()).c_str(), u"r", 1, csetUTF8), 0);
+    EXPECT_LT(f.Open(U(m_tmp.Dir()).c_str(), u"r", 1, csetUTF8), 0);
     EXPECT_EQ(errno, EISDIR);
     EXPECT_FALSE(f.IsOpen());
-    EXPECT_LT(f.Open(U(m_dir.string()).c_str(), u"w", 1, csetUTF8), 0);
+    EXPECT_LT(f.Open(U(m_tmp.Dir()).c_str(), u"w", 1, csetUTF8), 0);
     Write("ok.txt", "x");
     for (int format : {0, 2, 3, 5, 0x6005, -1}) {
         EXPECT_EQ(f.Open(U(Path("ok.txt")).c_str(), u"r", format, csetUTF8), -1) << format;
@@ -393,7 +379,7 @@ TEST_F(OzmBFileTest, ModesAndFailures) {
     EXPECT_EQ(f.OpenBytes(Path("none").c_str(), "r"), -1);
     EXPECT_EQ(f.OpenBytes(Path("m.bin").c_str(), "z"), -1);
     EXPECT_EQ(f.OpenBytes(Path("m.bin").c_str(), "wr"), -1);
-    EXPECT_EQ(f.OpenBytes(m_dir.c_str(), "r"), -1);
+    EXPECT_EQ(f.OpenBytes(m_tmp.Dir().c_str(), "r"), -1);
     EXPECT_EQ(errno, EISDIR);
     EXPECT_EQ(f.OpenBytes(Path("m.bin").c_str(), "wb"), 0);
     EXPECT_EQ(f.GetByte(), -1);  // write-only

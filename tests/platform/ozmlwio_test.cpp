@@ -1,6 +1,7 @@
 // Tests of OzmLightweightIO: module lookup, the built-in "file" and "fd"
 // modules, shared-object modules and the shared, buffered connection.
 #include "ozmutil.h"
+#include "test_files.h"
 
 #include <gtest/gtest.h>
 
@@ -116,26 +117,13 @@ protected:
     void SetUp() override {
         g_script = Script();
         ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"script", MakeScript));
-        std::string pattern = (fs::temp_directory_path() / "ozmlwio.XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        m_dir = pattern;
+        ASSERT_TRUE(m_tmp.Ok());
     }
-    void TearDown() override {
-        OzmLightweightIO::UnregisterModule(u"script");
-        std::error_code ec;
-        fs::remove_all(m_dir, ec);
-    }
-    std::string Path(const std::string& name) const { return (m_dir / name).string(); }
-    void Write(const std::string& name, const std::string& bytes) {
-        std::ofstream(Path(name), std::ios::binary) << bytes;
-    }
-    std::string Read(const std::string& name) {
-        std::ifstream in(Path(name), std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
-    }
-    fs::path m_dir;
+    void TearDown() override { OzmLightweightIO::UnregisterModule(u"script"); }
+    std::string Path(const std::string& name) const { return m_tmp.Path(name); }
+    void Write(const std::string& name, const std::string& bytes) { m_tmp.Write(name, bytes); }
+    std::string Read(const std::string& name) { return m_tmp.Read(name); }
+    TempDir m_tmp;
 };
 
 // --- Names and lookup ----------------------------------------------------------
@@ -349,7 +337,7 @@ TEST_F(OzmLwioTest, FileModuleWritesAndAppends) {
 
     EXPECT_EQ(io.Open(U(Path("missing/x.xml")).c_str(), u"", kRead, false), errOpenSource);
     EXPECT_NE(Narrow(io.LastErrorMessage()).find("missing/x.xml"), std::string::npos) << Narrow(io.LastErrorMessage());
-    EXPECT_EQ(io.Open(U(m_dir.string()).c_str(), u"", kRead, false), errOpenSource);
+    EXPECT_EQ(io.Open(U(m_tmp.Dir()).c_str(), u"", kRead, false), errOpenSource);
     EXPECT_EQ(io.Open(u"", u"", kRead, false), errOpenSource);
 }
 
