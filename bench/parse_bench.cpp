@@ -44,10 +44,13 @@
 // live bytes (as malloc_usable_size reports them) and the live block count of
 // everything allocated through operator new, in this program and in the
 // library alike. The benchmark is single-threaded, so plain counters do.
+// --once turns the counting off for the whole run, so that the instruction
+// counts are those of a plain operator new.
 
 namespace {
 size_t g_newLiveBytes = 0;
 size_t g_newLiveBlocks = 0;
+bool g_countNew = true;
 
 void* CountedAlloc(size_t size, size_t align) noexcept {
     if (size == 0)
@@ -59,7 +62,7 @@ void* CountedAlloc(size_t size, size_t align) noexcept {
     } else {
         p = std::malloc(size);
     }
-    if (p) {
+    if (p && g_countNew) {
         g_newLiveBytes += malloc_usable_size(p);
         ++g_newLiveBlocks;
     }
@@ -91,8 +94,10 @@ void* NewOrNull(size_t size, size_t align) noexcept {
 void CountedFree(void* p) noexcept {
     if (!p)
         return;
-    g_newLiveBytes -= malloc_usable_size(p);
-    --g_newLiveBlocks;
+    if (g_countNew) {
+        g_newLiveBytes -= malloc_usable_size(p);
+        --g_newLiveBlocks;
+    }
     std::free(p);
 }
 
@@ -319,6 +324,7 @@ int main(int argc, char** argv) {
             writePath = argv[++i];
         } else if (a == "--once" && hasValue) {
             once = argv[++i];
+            g_countNew = false;
         } else if (a == "--callgrind-support") {
 #ifdef OZM_HAVE_CALLGRIND_H
             std::printf("yes\n");

@@ -1,4 +1,5 @@
 // Document parsing: the prolog, the start tags and the content, into the tree.
+#include "document/xmlcontentlevel.h"
 #include "input/xmlcharstream.h"
 
 BATCHERR XmlDocument::ParseString(const UCString& text, bool validate, bool ignoreDtd) {
@@ -78,6 +79,7 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
         return result;
 
     m_trackMaxLen = m_dtd.HaveContents();
+    m_fastContent = !m_generalOnly && !m_validate && !m_trackMaxLen;
     PushBack(u'<');
     kind = ContentToken(token);
     if (kind != tokStartTag)
@@ -101,6 +103,13 @@ XmlElement* XmlDocument::ParseElementBegin(const UCString& name, bool& isEmpty) 
         return nullptr;
     }
     element->m_nameId = AddName(name.data(), name.size()) + 1;
+    return ParseAttributes(element, isEmpty);
+}
+
+// Reads the attributes of a start tag whose name has been read, up to its
+// '>' or '/>'. On failure the element is released and null returned.
+XmlElement* XmlDocument::ParseAttributes(XmlElement* element, bool& isEmpty) {
+    isEmpty = false;
     UCString attrName;
     UCString attrValue;
     int kind;
@@ -127,6 +136,7 @@ XmlElement* XmlDocument::ParseElementBegin(const UCString& name, bool& isEmpty) 
         }
         element->m_attributes.emplace_back(attrName, attrValue);
         if (m_trackMaxLen) {
+            const UCString& name = m_names[size_t(element->m_nameId - 1)];
             if (XmlAttrList* list = m_dtd.FindAttrList(name.c_str()))
                 if (XmlAttDef* def = list->FindModifiableAttDef(attrName.c_str()))
                     def->MaxLen(int(attrValue.size()));
@@ -137,6 +147,29 @@ XmlElement* XmlDocument::ParseElementBegin(const UCString& name, bool& isEmpty) 
     return element;
 }
 
+// Appends child to the children of the level's element. Linking behind the
+// last child gives what XmlElement::Child gives, without walking the whole
+// chain of siblings for each child.
+void XmlDocument::LinkChild(ContentLevel& level, XmlElement* child) {
+    if (level.lastChild) {
+        child->m_parentPos = int(level.element->DataLength());
+        level.lastChild->m_next = child;
+        child->m_parent = level.element;
+    } else {
+        level.element->Child(child);
+    }
+    level.lastChild = child;
+}
+
+// Links a child whose start tag has been read and reads its content.
+BATCHERR XmlDocument::AttachChild(ContentLevel& level, XmlElement* child, bool isEmpty) {
+    LinkChild(level, child);
+    if (isEmpty)
+        return errNone;
+    m_elementStack.push_back(child);
+    return ParseContent(level.depth + 1);
+}
+
 BATCHERR XmlDocument::ParseContent(int depth) {
     if (depth >= MaxDepth)
         return SetUpError(errSyntax, u"Element nesting too deep");
@@ -144,23 +177,29 @@ BATCHERR XmlDocument::ParseContent(int depth) {
     data.clear();
     const unsigned nullsBefore = m_dataNulls;
     XmlElement* current = m_elementStack.back();
-    // The last child attached so far: appending behind it gives what Child()
-    // gives, without walking the whole chain of siblings for each child.
     XmlElement* lastChild = current->m_child ? current->m_child->Last() : nullptr;
     if (current->m_child && !lastChild)
         lastChild = current->m_child;
-    BATCHERR result = errNone;
     // The index, not a reference: the table may grow while children are read.
-    const size_t nameIndex = size_t(current->m_nameId - 1);
-    int kind = ContentToken(m_token, &data);
-    while (result == errNone) {
-        if (kind == tokEndTag) {
-            if (m_token != m_names[nameIndex])
+    ContentLevel level{current, lastChild, size_t(current->m_nameId - 1), &data, depth};
+    BATCHERR result = errNone;
+    bool ended = false;
+    while (result == errNone && !ended) {
+        if (m_fastContent && !m_pushPending) {
+            int step = FastContent(level, result);
+            if (step == fastEnded)
+                break;
+            if (step == fastTook)
+                continue;
+        }
+        int kind = ContentToken(m_token, &data);
+        switch (kind) {
+        case tokEndTag:
+            if (m_token != m_names[level.nameIndex])
                 result = SetUpError(errSyntax, u"Improper element nesting");
             m_elementStack.pop_back();
+            ended = true;
             break;
-        }
-        switch (kind) {
         case tokComment:
             break;
         case tokCharData:
@@ -171,35 +210,18 @@ BATCHERR XmlDocument::ParseContent(int depth) {
         case tokStartTag: {
             bool isEmpty = false;
             XmlElement* child = ParseElementBegin(m_token, isEmpty);
-            if (!child) {
-                result = errSyntax;
-                break;
-            }
-            if (lastChild) {
-                child->m_parentPos = int(current->DataLength());
-                lastChild->m_next = child;
-                child->m_parent = current;
-            } else {
-                current->Child(child);
-            }
-            lastChild = child;
-            if (!isEmpty) {
-                m_elementStack.push_back(child);
-                result = ParseContent(depth + 1);
-            }
+            result = child ? AttachChild(level, child, isEmpty) : errSyntax;
             break;
         }
         default:
             result = UxToken(m_token);
             break;
         }
-        if (result == errNone)
-            kind = ContentToken(m_token, &data);
     }
     if (result != errNone)
         return result;
     if (m_trackMaxLen) {
-        if (XmlElementDef* def = m_dtd.FindElement(m_names[nameIndex].c_str()))
+        if (XmlElementDef* def = m_dtd.FindElement(m_names[level.nameIndex].c_str()))
             def->MaxLen(int(data.size()));
     }
     // The text ends at a unit of value 0, if one came in.

@@ -132,19 +132,29 @@ private:
     // Let the test suite reach private parser operations.
     friend class XmlDocumentProbe;
     friend class XmlContentProbe;
+    friend class XmlFastPathProbe;
 
     // Document parsing.
     void InitParser();
     BATCHERR ParseDocument(bool validate, bool ignoreDtd);
     XmlElement* ParseElementBegin(const UCString& name, bool& isEmpty);
+    XmlElement* ParseAttributes(XmlElement* element, bool& isEmpty);
     BATCHERR ParseContent(int depth);
+    // The content of one element being read (document/xmlparser.cpp).
+    struct ContentLevel;
+    void LinkChild(ContentLevel& level, XmlElement* child);
+    BATCHERR AttachChild(ContentLevel& level, XmlElement* child, bool isEmpty);
+    // Reads what it can of the content straight from the source buffer
+    // (document/xmlfastcontent.cpp).
+    int FastContent(ContentLevel& level, BATCHERR& result);
     BATCHERR ParseTextDecl(OZM_CSET& encoding, double& version, bool& standalone);
     BATCHERR Rescan(UCString& text, bool expandParams, bool expandCharRefs);
 
     // Error state.
-    void SaveErrorPos() {
-        m_errorLine = m_line;
-        m_errorCol = m_col;
+    void SaveErrorPos() { SaveErrorPos(m_line, m_col); }
+    void SaveErrorPos(int line, int col) {
+        m_errorLine = line;
+        m_errorCol = col;
         if (m_errorFileStale) {
             m_errorFile = m_fileName;
             m_errorFileStale = false;
@@ -201,6 +211,12 @@ private:
     bool m_standalone = true;
     XmlDtd m_dtd;
     bool m_trackMaxLen = false;
+    // Whether content may be read by FastContent: not while attributes are
+    // validated or lengths tracked, which only the general path does.
+    bool m_fastContent = false;
+    // Keeps every parse of this document on the general path (for tests
+    // that compare the two).
+    bool m_generalOnly = false;
     XmlDeque<UCChar> m_pushBack;
     // The top of the push-back stack lives in m_pushTop while m_hasPushTop is
     // set, so that the one unit of look-ahead that most tokens push costs no

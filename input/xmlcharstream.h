@@ -3,6 +3,8 @@
 // columns counted, and the XML name tests.
 #pragma once
 
+#include <emmintrin.h>
+
 #include "xmldocument.h"
 
 // The stream's per-unit operations must not cost a call.
@@ -171,4 +173,62 @@ OZM_HOT void XmlDocument::ConsumeRun(size_t count) {
     else
         m_sourceFile->Skip(count);
     m_col += int(count);
+}
+
+// Plain character data in [p, end): returns the first unit that ends it, a
+// '<', '&', carriage return, U+2028, 0 or 0xFFFF, or end when there is none.
+// Line feeds before that unit are added to lines; lastLf is set to the last
+// of them. Eight units at a time are tested.
+OZM_HOT const UCChar* XmlScanText(const UCChar* p, const UCChar* end, int& lines, const UCChar*& lastLf) {
+    const __m128i vLt = _mm_set1_epi16('<');
+    const __m128i vAmp = _mm_set1_epi16('&');
+    const __m128i vCr = _mm_set1_epi16(13);
+    const __m128i vLf = _mm_set1_epi16(10);
+    const __m128i vLs = _mm_set1_epi16(short(0x2028));
+    const __m128i vEof = _mm_set1_epi16(short(UCEof));
+    const __m128i vZero = _mm_setzero_si128();
+    while (end - p >= 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i stop =
+            _mm_or_si128(_mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, vLt), _mm_cmpeq_epi16(v, vAmp)),
+                                      _mm_or_si128(_mm_cmpeq_epi16(v, vCr), _mm_cmpeq_epi16(v, vZero))),
+                         _mm_or_si128(_mm_cmpeq_epi16(v, vLs), _mm_cmpeq_epi16(v, vEof)));
+        const unsigned stopMask = unsigned(_mm_movemask_epi8(stop));
+        unsigned lfMask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi16(v, vLf)));
+        if (stopMask) {
+            const unsigned at = unsigned(__builtin_ctz(stopMask));
+            lfMask &= (1u << at) - 1;
+            if (lfMask) {
+                lines += __builtin_popcount(lfMask) / 2;
+                lastLf = p + (31 - __builtin_clz(lfMask)) / 2;
+            }
+            return p + at / 2;
+        }
+        if (lfMask) {
+            lines += __builtin_popcount(lfMask) / 2;
+            lastLf = p + (31 - __builtin_clz(lfMask)) / 2;
+        }
+        p += 8;
+    }
+    for (; p != end; ++p) {
+        const UCChar u = *p;
+        if (u == '<' || u == '&' || u == 13 || u == 0 || u == 0x2028 || u == UCEof)
+            return p;
+        if (u == 10) {
+            ++lines;
+            lastLf = p;
+        }
+    }
+    return end;
+}
+
+// An ASCII name at the start of [p, end): returns where it ends, which is p
+// when p holds no ASCII name start. A unit beyond ASCII ends it too.
+OZM_HOT const UCChar* XmlScanAsciiName(const UCChar* p, const UCChar* end) {
+    if (p == end || *p >= 0x80 || !(kXmlAsciiNames.cls[*p] & 1))
+        return p;
+    ++p;
+    while (p != end && *p < 0x80 && (kXmlAsciiNames.cls[*p] & 2))
+        ++p;
+    return p;
 }

@@ -179,10 +179,22 @@ void OzmGlob::DecodeUTF8(const unsigned char* data, size_t length, UCString& out
         data += 3;
         length -= 3;
     }
-    out.resize(length);
-    size_t consumed;
-    size_t units = length ? DecodeUtf8Run(data, length, &out[0], true, &consumed) : 0;
-    out.resize(units);
+    // Decoded a block at a time into a local buffer and appended: resizing
+    // the string first would fill it with zeros unit by unit only to
+    // overwrite them. A sequence cut by the end of a block is decoded at the
+    // start of the next.
+    out.clear();
+    out.reserve(length);
+    constexpr size_t kBlock = 1024;
+    UCChar units[kBlock];
+    while (length > 0) {
+        const bool final = length <= kBlock;
+        size_t consumed;
+        const size_t n = DecodeUtf8Run(data, final ? length : kBlock, units, final, &consumed);
+        out.append(units, n);
+        data += consumed;
+        length -= consumed;
+    }
 }
 
 // ---------------------------------------------------------------------------

@@ -294,6 +294,22 @@ TEST(OzmGlobTest, DecodeUTF8MatchesReferenceOnRandomInput) {
     }
 }
 
+// Long input is decoded a block at a time: a sequence, valid or cut short,
+// may straddle any block boundary, and at the very end it stays incomplete.
+TEST(OzmGlobTest, DecodeUTF8LongInputAcrossBlocks) {
+    const std::string sequences[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xE2\x82", "\xF0\x9F\x98",
+                                     "\xC3",     "\x80\x80",     "\xED\xA0\x80"};
+    for (const std::string& seq : sequences) {
+        for (size_t lead = 4000; lead < 4200; ++lead) {
+            std::string s(lead, 'x');
+            s += seq + "tail" + std::string(lead % 7, 'y');
+            ASSERT_EQ(Decode(s), ReferenceDecode(s)) << "sequence " << testing::PrintToString(seq) << " after " << lead;
+            std::string cut = std::string(lead, 'x') + seq;
+            ASSERT_EQ(Decode(cut), ReferenceDecode(cut)) << "cut " << testing::PrintToString(seq) << " after " << lead;
+        }
+    }
+}
+
 // --- Paths -----------------------------------------------------------------
 
 struct PathParts {
