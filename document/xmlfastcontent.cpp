@@ -6,11 +6,68 @@
 #include "document/xmlcontentlevel.h"
 #include "input/xmlcharstream.h"
 
-// Takes character data that ends at markup, start tags ("<name>", "<name/>",
-// and "<name " whose attributes the general reader takes on), whole leaf
-// elements "<name>text</name>" and the end tag of the level's element, as
-// long as names are ASCII and text holds no carriage return, U+2028, 0 or
-// 0xFFFF unit. Lines, columns, saved error positions and the push-back stack
+namespace {
+
+// The attributes of a start tag, as spans of the source.
+struct XmlFastAttr {
+    const UCChar* name;
+    const UCChar* nameEnd;
+    const UCChar* value;
+    const UCChar* valueEnd;
+};
+// A start tag with more attributes is left to the general reader.
+constexpr int kMaxFastAttrs = 16;
+
+OZM_HOT const UCChar* SkipBlanks(const UCChar* p, const UCChar* end) {
+    while (p != end && (*p == ' ' || *p == '\t'))
+        ++p;
+    return p;
+}
+
+// The rest of a start tag behind its name: attributes name="value" or
+// name='value' with blanks (spaces and tabs) around, then '>' or "/>".
+// Returns the '>' or the '/' of "/>", or null when the tag holds anything
+// else (a line end, a name beyond ASCII, too many attributes, a token that
+// does not belong) or runs past end.
+const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs, int& count) {
+    count = 0;
+    for (;;) {
+        const UCChar* q = SkipBlanks(p, end);
+        if (q == end)
+            return nullptr;
+        if (*q == '>')
+            return q;
+        if (*q == '/')
+            return end - q >= 2 && q[1] == '>' ? q : nullptr;
+        if (count == kMaxFastAttrs)
+            return nullptr;
+        XmlFastAttr& a = attrs[count];
+        a.name = q;
+        a.nameEnd = XmlScanAsciiName(q, end);
+        if (a.nameEnd == q || a.nameEnd == end)
+            return nullptr;
+        q = SkipBlanks(a.nameEnd, end);
+        if (q == end || *q != '=')
+            return nullptr;
+        q = SkipBlanks(q + 1, end);
+        if (q == end || (*q != '"' && *q != '\''))
+            return nullptr;
+        const UCChar quote = *q;
+        a.value = q + 1;
+        a.valueEnd = XmlScanQuoted(a.value, end, quote);
+        if (a.valueEnd == end || *a.valueEnd != quote)
+            return nullptr;
+        ++count;
+        p = a.valueEnd + 1;
+    }
+}
+
+}  // namespace
+
+// Takes character data that ends at markup, start tags with their
+// attributes, whole leaf elements "<name ...>text</name>" and the end tag of
+// the level's element, as long as names are ASCII, tags hold no line end and
+// text and values no carriage return, line separator U+2028, 0 or 0xFFFF unit. Lines, columns, saved error positions and the push-back stack
 // end up exactly as the general tokenisers leave them. At anything else it
 // stops in front of the token and returns, for the general tokeniser to read
 // it.
@@ -76,49 +133,26 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             return fastEnded;
         }
         const UCChar* nameEnd = XmlScanAsciiName(name, end);
-        if (nameEnd == name || nameEnd == end)
+        if (nameEnd == name)
             break;
         const size_t length = size_t(nameEnd - name);
-        const UCChar t = *nameEnd;
-        if (t == '>' && level.depth + 1 < MaxDepth) {
-            // A leaf: text without markup, then the element's own end tag.
-            const UCChar* text = nameEnd + 1;
-            int lines = 0;
-            const UCChar* lastLf = nullptr;
-            const UCChar* textEnd = XmlScanText(text, end, lines, lastLf);
-            if (size_t(end - textEnd) > length + 2 && textEnd[0] == '<' && textEnd[1] == '/' &&
-                textEnd[length + 2] == '>' && std::memcmp(textEnd + 2, name, length * sizeof(UCChar)) == 0) {
-                SaveErrorPos(m_line, tagCol);
-                XmlElement* child = NewElement();
-                if (!child) {
-                    result = SetUpError(errSyntax, u"Out of memory for element '%s'", UCString(name, length).c_str());
-                    return fastTook;
-                }
-                child->m_nameId = AddName(name, length) + 1;
-                child->m_data.assign(text, size_t(textEnd - text));
-                LinkChild(level, child);
-                ConsumeRun(size_t(text - p));
-                consume(text, textEnd, lines, lastLf);
-                SaveErrorPos(m_line, m_col + 1);
-                ConsumeRun(length + 3);
-                p = textEnd + length + 3;
-                ltRead = false;
-                step = fastTook;
-                continue;
-            }
-        }
-        // A start tag whose content, if any, is read by a level of its own.
-        bool isEmpty = false;
-        size_t taken;
-        if (t == '>') {
-            taken = size_t(nameEnd + 1 - p);
-        } else if (t == '/' && end - nameEnd >= 2 && nameEnd[1] == '>') {
-            isEmpty = true;
-            taken = size_t(nameEnd + 2 - p);
-        } else if (t == ' ' || t == '\t') {
-            taken = size_t(nameEnd + 1 - p);
-        } else {
+        XmlFastAttr attrs[kMaxFastAttrs];
+        int attrCount = 0;
+        const UCChar* close = ScanTagRest(nameEnd, end, attrs, attrCount);
+        if (!close)
             break;
+        const bool isEmpty = *close == '/';
+        const UCChar* afterTag = close + (isEmpty ? 2 : 1);
+        // A leaf: text without markup, then the element's own end tag.
+        const UCChar* text = afterTag;
+        const UCChar* textEnd = nullptr;
+        int lines = 0;
+        const UCChar* lastLf = nullptr;
+        if (!isEmpty && level.depth + 1 < MaxDepth) {
+            const UCChar* stop = XmlScanText(text, end, lines, lastLf);
+            if (size_t(end - stop) > length + 2 && stop[0] == '<' && stop[1] == '/' && stop[length + 2] == '>' &&
+                std::memcmp(stop + 2, name, length * sizeof(UCChar)) == 0)
+                textEnd = stop;
         }
         SaveErrorPos(m_line, tagCol);
         XmlElement* child = NewElement();
@@ -127,19 +161,27 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             return fastTook;
         }
         child->m_nameId = AddName(name, length) + 1;
-        ConsumeRun(taken);
-        if (t == ' ' || t == '\t') {
-            // The attributes: the general reader goes on after the name.
-            PushBack(t);
-            child = ParseAttributes(child, isEmpty);
-            if (!child) {
-                result = errSyntax;
-                return fastTook;
-            }
-        } else {
-            // The position of the '>' or the '/' of "/>".
-            SaveErrorPos(m_line, isEmpty ? m_col - 1 : m_col);
+        for (int i = 0; i < attrCount; ++i)
+            child->m_attributes.emplace_back(
+                std::u16string_view(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name)),
+                std::u16string_view(attrs[i].value, size_t(attrs[i].valueEnd - attrs[i].value)));
+        if (textEnd) {
+            child->m_data.assign(text, size_t(textEnd - text));
+            LinkChild(level, child);
+            ConsumeRun(size_t(text - p));
+            consume(text, textEnd, lines, lastLf);
+            // The end tag's token saves the position of its '<'.
+            SaveErrorPos(m_line, m_col + 1);
+            ConsumeRun(length + 3);
+            p = textEnd + length + 3;
+            ltRead = false;
+            step = fastTook;
+            continue;
         }
+        // Content, if any, is read by a level of its own. The position saved
+        // last is that of the '>' or of the '/' of "/>".
+        ConsumeRun(size_t(afterTag - p));
+        SaveErrorPos(m_line, isEmpty ? m_col - 1 : m_col);
         result = AttachChild(level, child, isEmpty);
         return fastTook;
     }

@@ -1,6 +1,8 @@
 // xmltree.h - the element tree: nodes, attributes and the slabs nodes live in.
 #pragma once
 
+#include <string_view>
+
 #include "ozmutil.h"
 #include "xmldeque.h"
 
@@ -18,6 +20,7 @@ public:
     XmlAttribute() = default;
     XmlAttribute(const UCChar* name, const UCChar* value) : m_name(name), m_value(value) {}
     XmlAttribute(const UCString& name, const UCString& value) : m_name(name), m_value(value) {}
+    XmlAttribute(std::u16string_view name, std::u16string_view value) : m_name(name), m_value(value) {}
     XmlAttribute(const XmlAttribute&) = default;
     XmlAttribute& operator=(const XmlAttribute& other) {
         if (this != &other) {

@@ -232,3 +232,32 @@ OZM_HOT const UCChar* XmlScanAsciiName(const UCChar* p, const UCChar* end) {
         ++p;
     return p;
 }
+
+// A quoted value in [p, end) up to its closing quote: returns the quote, or
+// the first unit the general reader treats apart (a carriage return, line
+// feed, U+2028, 0 or 0xFFFF), or end.
+OZM_HOT const UCChar* XmlScanQuoted(const UCChar* p, const UCChar* end, UCChar quote) {
+    const __m128i vQuote = _mm_set1_epi16(short(quote));
+    const __m128i vCr = _mm_set1_epi16(13);
+    const __m128i vLf = _mm_set1_epi16(10);
+    const __m128i vLs = _mm_set1_epi16(short(0x2028));
+    const __m128i vEof = _mm_set1_epi16(short(UCEof));
+    const __m128i vZero = _mm_setzero_si128();
+    while (end - p >= 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i stop =
+            _mm_or_si128(_mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, vQuote), _mm_cmpeq_epi16(v, vLf)),
+                                      _mm_or_si128(_mm_cmpeq_epi16(v, vCr), _mm_cmpeq_epi16(v, vZero))),
+                         _mm_or_si128(_mm_cmpeq_epi16(v, vLs), _mm_cmpeq_epi16(v, vEof)));
+        const unsigned mask = unsigned(_mm_movemask_epi8(stop));
+        if (mask)
+            return p + __builtin_ctz(mask) / 2;
+        p += 8;
+    }
+    for (; p != end; ++p) {
+        const UCChar u = *p;
+        if (u == quote || u == 10 || u == 13 || u == 0 || u == 0x2028 || u == UCEof)
+            return p;
+    }
+    return end;
+}
