@@ -175,6 +175,18 @@ OZM_HOT void XmlDocument::ConsumeRun(size_t count) {
     m_col += int(count);
 }
 
+// Adds the line feeds of a compare mask (two bits per unit) of the eight
+// units at p. Bits are cleared one at a time: there are few line feeds, and
+// a population count instruction cannot be assumed.
+OZM_HOT void CountLines(const UCChar* p, unsigned lfMask, int& lines, const UCChar*& lastLf) {
+    lastLf = p + (31 - __builtin_clz(lfMask)) / 2;
+    lfMask &= 0x5555;
+    do {
+        ++lines;
+        lfMask &= lfMask - 1;
+    } while (lfMask);
+}
+
 // Plain character data in [p, end): returns the first unit that ends it, a
 // '<', '&', carriage return, U+2028, 0 or 0xFFFF, or end when there is none.
 // Line feeds before that unit are added to lines; lastLf is set to the last
@@ -198,16 +210,12 @@ OZM_HOT const UCChar* XmlScanText(const UCChar* p, const UCChar* end, int& lines
         if (stopMask) {
             const unsigned at = unsigned(__builtin_ctz(stopMask));
             lfMask &= (1u << at) - 1;
-            if (lfMask) {
-                lines += __builtin_popcount(lfMask) / 2;
-                lastLf = p + (31 - __builtin_clz(lfMask)) / 2;
-            }
+            if (lfMask)
+                CountLines(p, lfMask, lines, lastLf);
             return p + at / 2;
         }
-        if (lfMask) {
-            lines += __builtin_popcount(lfMask) / 2;
-            lastLf = p + (31 - __builtin_clz(lfMask)) / 2;
-        }
+        if (lfMask)
+            CountLines(p, lfMask, lines, lastLf);
         p += 8;
     }
     for (; p != end; ++p) {
