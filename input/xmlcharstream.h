@@ -175,9 +175,32 @@ OZM_HOT void XmlDocument::ConsumeRun(size_t count) {
     m_col += int(count);
 }
 
-// Adds the line feeds of a compare mask (two bits per unit) of the eight
-// units at p. Bits are cleared one at a time: there are few line feeds, and
-// a population count instruction cannot be assumed.
+// A set of N units looked for eight units at a time.
+template <int N>
+struct XmlUnitSet {
+    __m128i wide[N];
+    UCChar units[N];
+    template <class... U>
+    explicit XmlUnitSet(U... u) : wide{_mm_set1_epi16(short(u))...}, units{UCChar(u)...} {}
+    // Two mask bits for each of the eight units at p that is in the set.
+    OZM_HOT unsigned Match(const UCChar* p) const {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        __m128i hit = _mm_cmpeq_epi16(v, wide[0]);
+        for (int i = 1; i < N; ++i)
+            hit = _mm_or_si128(hit, _mm_cmpeq_epi16(v, wide[i]));
+        return unsigned(_mm_movemask_epi8(hit));
+    }
+    OZM_HOT bool Has(UCChar u) const {
+        for (int i = 0; i < N; ++i)
+            if (u == units[i])
+                return true;
+        return false;
+    }
+};
+
+// Adds the line feeds of a mask of the eight units at p (two bits per unit).
+// Bits are cleared one at a time: there are few line feeds, and a population
+// count instruction cannot be assumed.
 OZM_HOT void CountLines(const UCChar* p, unsigned lfMask, int& lines, const UCChar*& lastLf) {
     lastLf = p + (31 - __builtin_clz(lfMask)) / 2;
     lfMask &= 0x5555;
@@ -190,23 +213,13 @@ OZM_HOT void CountLines(const UCChar* p, unsigned lfMask, int& lines, const UCCh
 // Plain character data in [p, end): returns the first unit that ends it, a
 // '<', '&', carriage return, U+2028, 0 or 0xFFFF, or end when there is none.
 // Line feeds before that unit are added to lines; lastLf is set to the last
-// of them. Eight units at a time are tested.
+// of them.
 OZM_HOT const UCChar* XmlScanText(const UCChar* p, const UCChar* end, int& lines, const UCChar*& lastLf) {
-    const __m128i vLt = _mm_set1_epi16('<');
-    const __m128i vAmp = _mm_set1_epi16('&');
-    const __m128i vCr = _mm_set1_epi16(13);
-    const __m128i vLf = _mm_set1_epi16(10);
-    const __m128i vLs = _mm_set1_epi16(short(0x2028));
-    const __m128i vEof = _mm_set1_epi16(short(UCEof));
-    const __m128i vZero = _mm_setzero_si128();
-    while (end - p >= 8) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i stop =
-            _mm_or_si128(_mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, vLt), _mm_cmpeq_epi16(v, vAmp)),
-                                      _mm_or_si128(_mm_cmpeq_epi16(v, vCr), _mm_cmpeq_epi16(v, vZero))),
-                         _mm_or_si128(_mm_cmpeq_epi16(v, vLs), _mm_cmpeq_epi16(v, vEof)));
-        const unsigned stopMask = unsigned(_mm_movemask_epi8(stop));
-        unsigned lfMask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi16(v, vLf)));
+    const XmlUnitSet<6> stops('<', '&', 13, 0, 0x2028, UCEof);
+    const XmlUnitSet<1> lf(10);
+    for (; end - p >= 8; p += 8) {
+        const unsigned stopMask = stops.Match(p);
+        unsigned lfMask = lf.Match(p);
         if (stopMask) {
             const unsigned at = unsigned(__builtin_ctz(stopMask));
             lfMask &= (1u << at) - 1;
@@ -216,18 +229,14 @@ OZM_HOT const UCChar* XmlScanText(const UCChar* p, const UCChar* end, int& lines
         }
         if (lfMask)
             CountLines(p, lfMask, lines, lastLf);
-        p += 8;
     }
-    for (; p != end; ++p) {
-        const UCChar u = *p;
-        if (u == '<' || u == '&' || u == 13 || u == 0 || u == 0x2028 || u == UCEof)
-            return p;
-        if (u == 10) {
+    for (; p != end && !stops.Has(*p); ++p) {
+        if (*p == 10) {
             ++lines;
             lastLf = p;
         }
     }
-    return end;
+    return p;
 }
 
 // An ASCII name at the start of [p, end): returns where it ends, which is p
@@ -245,27 +254,11 @@ OZM_HOT const UCChar* XmlScanAsciiName(const UCChar* p, const UCChar* end) {
 // the first unit the general reader treats apart (a carriage return, line
 // feed, U+2028, 0 or 0xFFFF), or end.
 OZM_HOT const UCChar* XmlScanQuoted(const UCChar* p, const UCChar* end, UCChar quote) {
-    const __m128i vQuote = _mm_set1_epi16(short(quote));
-    const __m128i vCr = _mm_set1_epi16(13);
-    const __m128i vLf = _mm_set1_epi16(10);
-    const __m128i vLs = _mm_set1_epi16(short(0x2028));
-    const __m128i vEof = _mm_set1_epi16(short(UCEof));
-    const __m128i vZero = _mm_setzero_si128();
-    while (end - p >= 8) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i stop =
-            _mm_or_si128(_mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, vQuote), _mm_cmpeq_epi16(v, vLf)),
-                                      _mm_or_si128(_mm_cmpeq_epi16(v, vCr), _mm_cmpeq_epi16(v, vZero))),
-                         _mm_or_si128(_mm_cmpeq_epi16(v, vLs), _mm_cmpeq_epi16(v, vEof)));
-        const unsigned mask = unsigned(_mm_movemask_epi8(stop));
-        if (mask)
+    const XmlUnitSet<6> stops(quote, 10, 13, 0, 0x2028, UCEof);
+    for (; end - p >= 8; p += 8)
+        if (const unsigned mask = stops.Match(p))
             return p + __builtin_ctz(mask) / 2;
-        p += 8;
-    }
-    for (; p != end; ++p) {
-        const UCChar u = *p;
-        if (u == quote || u == 10 || u == 13 || u == 0 || u == 0x2028 || u == UCEof)
-            return p;
-    }
-    return end;
+    while (p != end && !stops.Has(*p))
+        ++p;
+    return p;
 }

@@ -1,6 +1,4 @@
 // The tokenisers of the prolog, of element content and of start tags.
-#include <emmintrin.h>
-
 #include "input/xmlcharstream.h"
 
 namespace {
@@ -33,26 +31,13 @@ void XmlDocument::ScanRun(UCString& token, UCChar stop1, UCChar stop2) {
     size_t i = 0;
     size_t lineStart = 0;
     int lines = 0;
-    const __m128i vStop1 = _mm_set1_epi16(short(stop1));
-    const __m128i vStop2 = _mm_set1_epi16(short(stop2));
-    const __m128i vCr = _mm_set1_epi16(13);
-    const __m128i vLf = _mm_set1_epi16(10);
-    const __m128i vLs = _mm_set1_epi16(short(0x2028));
-    const __m128i vEof = _mm_set1_epi16(short(UCEof));
-    const __m128i vZero = _mm_setzero_si128();
+    const XmlUnitSet<7> interesting(stop1, stop2, 13, 10, 0x2028, UCEof, 0);
     for (;;) {
-        while (i + 8 <= n) {
-            __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(run + i));
-            __m128i hit = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, vStop1), _mm_cmpeq_epi16(v, vStop2)),
-                                       _mm_or_si128(_mm_cmpeq_epi16(v, vCr), _mm_cmpeq_epi16(v, vLf)));
-            hit = _mm_or_si128(hit, _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi16(v, vLs), _mm_cmpeq_epi16(v, vEof)),
-                                                 _mm_cmpeq_epi16(v, vZero)));
-            int mask = _mm_movemask_epi8(hit);
-            if (mask) {
-                i += size_t(__builtin_ctz(unsigned(mask))) / 2;
+        for (; i + 8 <= n; i += 8) {
+            if (const unsigned mask = interesting.Match(run + i)) {
+                i += __builtin_ctz(mask) / 2;
                 break;
             }
-            i += 8;
         }
         if (i >= n)
             break;
