@@ -66,11 +66,11 @@ const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs
 
 // Takes character data that ends at markup, start tags with their
 // attributes, whole leaf elements "<name ...>text</name>" and the end tag of
-// the level's element, as long as names are ASCII, tags hold no line end and
-// text and values no carriage return, line separator U+2028, 0 or 0xFFFF unit. Lines, columns, saved error positions and the push-back stack
-// end up exactly as the general tokenisers leave them. At anything else it
-// stops in front of the token and returns, for the general tokeniser to read
-// it.
+// the level's element, as long as names are ASCII, tags hold no line end, and
+// text and values hold no carriage return, U+2028, 0 or 0xFFFF unit. Lines,
+// columns, saved error positions and the push-back stack end up exactly as
+// the general tokenisers leave them. At anything else it stops in front of
+// the token, for the general tokeniser to read it.
 int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
     const UCChar* run;
     const size_t n = PendingRun(run);
@@ -126,7 +126,6 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             ConsumeRun(size_t(nameEnd + 1 - p));
             const UCString& own = m_names[level.nameIndex];
             const size_t length = size_t(nameEnd - name);
-            m_token.assign(name, length);
             if (own.size() != length || std::memcmp(own.data(), name, length * sizeof(UCChar)) != 0)
                 result = SetUpError(errSyntax, u"Improper element nesting");
             m_elementStack.pop_back();

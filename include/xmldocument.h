@@ -140,7 +140,7 @@ private:
     XmlElement* ParseElementBegin(const UCString& name, bool& isEmpty);
     XmlElement* ParseAttributes(XmlElement* element, bool& isEmpty);
     BATCHERR ParseContent(int depth);
-    // The content of one element being read (document/xmlparser.cpp).
+    // The content of one element being read (document/xmlcontentlevel.h).
     struct ContentLevel;
     void LinkChild(ContentLevel& level, XmlElement* child);
     BATCHERR AttachChild(ContentLevel& level, XmlElement* child, bool isEmpty);
