@@ -183,8 +183,9 @@ TEST_F(ExternalTest, StandaloneSubsets) {
         const UCString before = doc.ErrorMessage();  // success leaves it alone
         EXPECT_EQ(doc.ParseExternalDTD(Wide(dir.Path("x.dtd")).c_str()), c.code);
         EXPECT_EQ(Str(doc.ErrorMessage()), c.code == errNone ? before : c.message);
-        if (c.root)
+        if (c.root) {
             EXPECT_EQ(Str(doc.GetDTD().DocType().c_str()), c.root);
+        }
     }
 }
 
