@@ -79,6 +79,7 @@ TEST(ElementDeclTest, ContentSpecifications) {
         {"<!ELEMENT a (b|#PCDATA)>", errSyntax, u"Unexpected token '#PCDATA'", "a=C", nullptr},
         {"<!ELEMENT a (b, c)%x;>", errSyntax, u"Unexpected token '%x'", "a=C(b,c)", nullptr},
         {"<!ELEMENT a %u;>", errSyntax, u"Unable to resolve entity '%u'", "a=N", nullptr},
+        {"<!ENTITY % x ''><!ELEMENT a (b|%x;)>", errSyntax, u"Unexpected token ')'", "a=C", nullptr},
         {"<!ELEMENT a <!-- c --> EMPTY>", errSyntax, u"Unexpected token '<'", "a=N", nullptr},
         {"<!ELEMENT empty EMPTY>", errSyntax, u"Unexpected token 'empty'", "", nullptr},
     };
@@ -246,6 +247,25 @@ TEST(DoctypeDeclTest, ErrorPositions) {
         EXPECT_EQ(doc.ErrorCol(), c.col);
         EXPECT_EQ(Str(doc.ErrorFile()), u"string");
     }
+}
+
+}  // namespace
+
+namespace {
+
+// Lengths are recorded for declared names only, by the first attribute list
+// of a name, never lowered, and anew for each parse.
+TEST(DoctypeDeclTest, LongestValuesAreRecorded) {
+    XmlDocument doc;
+    const UCString dtd = u"<!DOCTYPE r [<!ELEMENT r ANY><!ELEMENT a (#PCDATA)><!ATTLIST r k CDATA #IMPLIED>"
+                         u"<!ATTLIST a k CDATA #IMPLIED><!ATTLIST a j CDATA #IMPLIED>]>";
+    ASSERT_EQ(doc.ParseString(dtd + u"<r k='1234'><a k='12'>abc</a><a k='1234567'>abcde</a>\n<a>ab</a>"
+                                    u"<b>zzzzzzzzz</b><a j='xyz'/></r>"),
+              errNone);
+    EXPECT_EQ(DumpDtd(doc.GetDTD(), true), "r=A#1 @k#4 a=M#5 @k#7");
+    EXPECT_EQ(doc.GetDTD().ElementCount(), 2);
+    ASSERT_EQ(doc.ParseString(dtd + u"<r><a>x</a></r>"), errNone);
+    EXPECT_EQ(DumpDtd(doc.GetDTD(), true), "r=A#0 @k#0 a=M#1 @k#0");
 }
 
 }  // namespace
