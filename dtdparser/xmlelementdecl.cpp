@@ -1,4 +1,4 @@
-// Element declarations: their tokeniser, the content specification and the
+// Element declarations: their tokeniser, what an element may contain, and the
 // groups of a content model.
 #include "input/xmlcharstream.h"
 

@@ -37,7 +37,7 @@ const char16_t* const kOk = u"";
 const UCString kAtEofText = Ux(kEof);
 const char16_t* const kAtEof = kAtEofText.c_str();
 
-TEST(ElementDeclTest, ContentSpecifications) {
+TEST(ElementDeclTest, ContentModels) {
     const Case cases[] = {
         {"<!ELEMENT a EMPTY>", errNone, kOk, "a=E", nullptr},
         {"<!element a any>", errNone, kOk, "a=A", nullptr},
