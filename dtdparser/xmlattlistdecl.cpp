@@ -35,19 +35,13 @@ int XmlDocument::AttrListToken(UCString& token, bool nameOnly) {
             return tokBar;
         case '>':
             return tokClose;
-        case '%': {
-            UCChar d = NextChar();
-            if (!IsNameStart(d))
-                return tokNone;
-            token.push_back(d);
-            if (ReadName(token) != ';')
+        case '%':
+            if (!ReadParamRef(token, false))
                 return tokNone;
             // An undefined entity vanishes.
-            BATCHERR result = IncludeParamEntity(token, false);
-            if (result != errNone)
+            if (IncludeParamEntity(token, false) != errNone)
                 return tokError;
             continue;
-        }
         case '<': {
             UCChar d = NextChar();
             if (d != '!')

@@ -19,6 +19,22 @@ int CountModOf(int kind) {
 
 }  // namespace
 
+// After a '%' in token: a reference "%name;" leaves "%name" there and gives
+// true. Otherwise the unit that broke the form is pushed back, or consumed
+// when pushBack is false.
+bool XmlDocument::ReadParamRef(UCString& token, bool pushBack) {
+    UCChar c = NextChar();
+    if (IsNameStart(c)) {
+        token.push_back(c);
+        c = ReadName(token);
+        if (c == ';')
+            return true;
+    }
+    if (pushBack)
+        PushBack(c);
+    return false;
+}
+
 int XmlDocument::ElementDeclToken(UCString& token) {
     UCChar c = SkipSpace();
     token.assign(1, c);
@@ -50,19 +66,8 @@ int XmlDocument::ElementDeclToken(UCString& token) {
         return tokBar;
     case '>':
         return tokClose;
-    case '%': {
-        UCChar d = NextChar();
-        if (!IsNameStart(d)) {
-            PushBack(d);
-            return tokNone;
-        }
-        token.push_back(d);
-        d = ReadName(token);
-        if (d == ';')
-            return tokParamRef;
-        PushBack(d);
-        return tokNone;
-    }
+    case '%':
+        return ReadParamRef(token, true) ? tokParamRef : tokNone;
     default:
         return tokNone;
     }

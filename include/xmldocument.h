@@ -184,6 +184,7 @@ private:
     BATCHERR ParseElementDecl();
     BATCHERR ParseContentParts(XmlContentPart& part);
     int ElementDeclToken(UCString& token);
+    bool ReadParamRef(UCString& token, bool pushBack);
     BATCHERR ParseAttrList();
     BATCHERR ParseEnumeration(XmlAttDef* def, bool keep);
     int AttrListToken(UCString& token, bool nameOnly);
