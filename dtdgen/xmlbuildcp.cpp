@@ -5,7 +5,7 @@
 // they agree on at their end, and the group holds every other name once.
 #include <algorithm>
 #include <memory>
-#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "dtdgen/xmlchildshapes.h"
@@ -39,39 +39,44 @@ void XmlDocument::BuildCP(XmlElementDef* def) {
     std::unique_ptr<ChildSequenceList> list(static_cast<ChildSequenceList*>(def->InfoPointer(nullptr)));
     if (!list || list->ShapeCount() == 0)
         return;
-    std::vector<ChildRun>& runs = list->Runs();
-    // Each shape is consumed from both ends by narrowing its stretch.
-    std::vector<ChildSequenceList::Shape>& seqs = list->Shapes();
-
+    // Each shape is consumed from both ends by narrowing its stretch
+    // [first, second) of the list's runs.
+    std::vector<std::pair<size_t, size_t>> seqs(list->ShapeCount());
     unsigned shortest = ShortestCap;
-    for (const ChildSequenceList::Shape& s : seqs)
-        if (s.Size() < shortest)
-            shortest = unsigned(s.Size());
+    for (size_t i = 0; i < seqs.size(); ++i) {
+        seqs[i] = {list->Begin(i), list->Begin(i + 1)};
+        if (seqs[i].second - seqs[i].first < shortest)
+            shortest = unsigned(seqs[i].second - seqs[i].first);
+    }
+    auto placeAt = [&](size_t k) { return list->Place(k); };
 
     // Common head. Every shape has at least `shortest` runs left while it is
-    // not 0, so the first and last runs read here exist.
-    std::vector<ChildRun> headRuns;
+    // not 0, so the first and last runs read here exist. A head run is final
+    // once the counts of all shapes are merged into it, and goes straight
+    // into the result.
+    XmlContentPart result;
     while (shortest != 0) {
-        const XmlElementDef* lead = runs[seqs[0].m_begin].m_def;
-        auto differs = [&](const ChildSequenceList::Shape& s) { return runs[s.m_begin].m_def != lead; };
+        uint32_t lead = placeAt(seqs[0].first);
+        auto differs = [&](const std::pair<size_t, size_t>& s) { return placeAt(s.first) != lead; };
         if (std::any_of(seqs.begin() + 1, seqs.end(), differs))
             break;
-        headRuns.push_back(runs[seqs[0].m_begin++]);
+        ChildRun headRun = list->Run(seqs[0].first++);
         for (size_t i = 1; i < seqs.size(); ++i)
-            MergeCounts(headRuns.back(), runs[seqs[i].m_begin++]);
+            MergeCounts(headRun, list->Run(seqs[i].first++));
+        result.AddCP(NamePart(headRun), false);
         --shortest;
     }
 
     // Common tail, gathered back to front.
     std::vector<ChildRun> tailRuns;
     while (shortest != 0) {
-        const XmlElementDef* lead = runs[seqs[0].m_end - 1].m_def;
-        auto differs = [&](const ChildSequenceList::Shape& s) { return runs[s.m_end - 1].m_def != lead; };
+        uint32_t lead = placeAt(seqs[0].second - 1);
+        auto differs = [&](const std::pair<size_t, size_t>& s) { return placeAt(s.second - 1) != lead; };
         if (std::any_of(seqs.begin() + 1, seqs.end(), differs))
             break;
-        tailRuns.push_back(runs[--seqs[0].m_end]);
+        tailRuns.push_back(list->Run(--seqs[0].second));
         for (size_t i = 1; i < seqs.size(); ++i)
-            MergeCounts(tailRuns.back(), runs[--seqs[i].m_end]);
+            MergeCounts(tailRuns.back(), list->Run(--seqs[i].second));
         --shortest;
     }
     std::reverse(tailRuns.begin(), tailRuns.end());
@@ -79,15 +84,18 @@ void XmlDocument::BuildCP(XmlElementDef* def) {
     // Middle: every name left, once, by shape and then by place; only the
     // first run of a name is kept and its counts don't matter.
     std::vector<const XmlElementDef*> middle;
-    std::unordered_set<const XmlElementDef*> seen;
-    for (const ChildSequenceList::Shape& s : seqs)
-        for (size_t k = s.m_begin; k < s.m_end; ++k)
-            if (seen.insert(runs[k].m_def).second)
-                middle.push_back(runs[k].m_def);
+    std::vector<bool> seen;
+    for (const std::pair<size_t, size_t>& s : seqs)
+        for (size_t k = s.first; k < s.second; ++k) {
+            uint32_t place = placeAt(k);
+            if (place >= seen.size())
+                seen.resize(place + 1);
+            if (!seen[place]) {
+                seen[place] = true;
+                middle.push_back(list->Run(k).m_def);
+            }
+        }
 
-    XmlContentPart result;
-    for (const ChildRun& run : headRuns)
-        result.AddCP(NamePart(run), false);
     if (!middle.empty()) {
         XmlContentPart group;
         for (const XmlElementDef* d : middle) {

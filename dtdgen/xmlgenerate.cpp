@@ -7,9 +7,12 @@
 // The walk does a whole sibling chain first and goes down afterwards, which
 // fixes the order of the definitions. It keeps its own stack of chains whose
 // children are still to be visited, so a tree of any depth is safe.
+#include <emmintrin.h>
+
 #include <new>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "dtdgen/xmlchildshapes.h"
@@ -17,32 +20,54 @@
 
 // ---- ChildSequenceList ----
 
-uint64_t ChildSequenceList::Hash(const ChildSequence& seq) {
-    uint64_t h = seq.size() * 0x9E3779B97F4A7C15ull;
-    for (const ChildRun& run : seq) {
-        h ^= uint64_t(reinterpret_cast<uintptr_t>(run.m_def));
-        h *= 0xBF58476D1CE4E5B9ull;
-        h ^= h >> 31;
-    }
-    return h ^ (h >> 29);
+namespace {
+
+uint32_t HashPlaces(const uint32_t* places, size_t n) {
+    uint64_t h = n;
+    for (size_t i = 0; i < n; ++i)
+        h = (h ^ places[i]) * 0x9E3779B97F4A7C15ull;
+    // The table is indexed by the low bits, which the products above fill
+    // only from the low bits of the places: mix all bits down.
+    h ^= h >> 33;
+    h *= 0xFF51AFD7ED558CCDull;
+    h ^= h >> 33;
+    return uint32_t(h);
 }
 
-bool ChildSequenceList::Same(const Shape& shape, const ChildSequence& seq) const {
-    if (shape.Size() != seq.size())
+}  // namespace
+
+bool ChildSequenceList::Same(size_t shape, const uint32_t* places, size_t n) const {
+    size_t begin = m_begins[shape];
+    if (m_begins[shape + 1] - begin != n)
         return false;
-    const ChildRun* runs = m_runs.data() + shape.m_begin;
-    for (size_t i = 0; i < seq.size(); ++i)
-        if (runs[i].m_def != seq[i].m_def)
+    for (size_t i = 0; i < n; ++i)
+        if (Place(begin + i) != places[i])
             return false;
     return true;
+}
+
+// Merges the count of an instance's run into stored run k.
+void ChildSequenceList::Merge(size_t k, int count) {
+    uint32_t& w = m_runs[k];
+    if (!(w & Counted)) {
+        if (count == 1)
+            return;
+        m_counted.push_back(CountedRun{w, 1, 1});
+        w = Counted | uint32_t(m_counted.size() - 1);
+    }
+    CountedRun& c = m_counted[w & ~Counted];
+    if (count > c.m_maxCount)
+        c.m_maxCount = count;
+    if (count < c.m_minCount)
+        c.m_minCount = count;
 }
 
 // Doubles the table and enters every shape again.
 void ChildSequenceList::Grow() {
     size_t size = m_slots.empty() ? 16 : m_slots.size() * 2;
     m_slots.assign(size, 0);
-    for (size_t i = 0; i < m_shapes.size(); ++i) {
-        size_t slot = size_t(m_hashes[i]) & (size - 1);
+    for (size_t i = 0; i < m_hashes.size(); ++i) {
+        size_t slot = m_hashes[i] & (size - 1);
         while (m_slots[slot] != 0)
             slot = (slot + 1) & (size - 1);
         m_slots[slot] = uint32_t(i + 1);
@@ -50,32 +75,35 @@ void ChildSequenceList::Grow() {
 }
 
 void ChildSequenceList::Record(const ChildSequence& seq) {
-    uint64_t hash = Hash(seq);
+    size_t n = seq.Size();
+    const uint32_t* places = seq.m_places.data();
+    uint32_t hash = HashPlaces(places, n);
     if (m_slots.empty())
         Grow();
     size_t mask = m_slots.size() - 1;
-    size_t slot = size_t(hash) & mask;
+    size_t slot = hash & mask;
     // Shapes in the list are distinct, so the one equal shape found here is
     // the first from the front that a walk of the list would find.
     for (; m_slots[slot] != 0; slot = (slot + 1) & mask) {
         size_t index = m_slots[slot] - 1;
-        if (m_hashes[index] != hash || !Same(m_shapes[index], seq))
+        if (m_hashes[index] != hash || !Same(index, places, n))
             continue;
-        ChildRun* runs = m_runs.data() + m_shapes[index].m_begin;
-        for (size_t i = 0; i < seq.size(); ++i) {
-            if (seq[i].m_maxCount > runs[i].m_maxCount)
-                runs[i].m_maxCount = seq[i].m_maxCount;
-            if (seq[i].m_minCount < runs[i].m_minCount)
-                runs[i].m_minCount = seq[i].m_minCount;
-        }
+        for (size_t i = 0; i < n; ++i)
+            Merge(m_begins[index] + i, seq.m_counts[i]);
         return;
     }
-    Shape shape{m_runs.size(), m_runs.size() + seq.size()};
-    m_runs.insert(m_runs.end(), seq.begin(), seq.end());
-    m_shapes.push_back(shape);
+    for (size_t i = 0; i < n; ++i) {
+        if (seq.m_counts[i] == 1) {
+            m_runs.push_back(places[i]);
+        } else {
+            m_counted.push_back(CountedRun{places[i], seq.m_counts[i], seq.m_counts[i]});
+            m_runs.push_back(Counted | uint32_t(m_counted.size() - 1));
+        }
+    }
+    m_begins.push_back(uint32_t(m_runs.size()));
     m_hashes.push_back(hash);
-    m_slots[slot] = uint32_t(m_shapes.size());
-    if (m_shapes.size() * 2 > m_slots.size())
+    m_slots[slot] = uint32_t(m_hashes.size());
+    if (m_hashes.size() * 2 > m_slots.size())
         Grow();
 }
 
@@ -83,18 +111,20 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
 
 // What one walk keeps beside the definitions.
 struct XmlDocument::GenWalk {
-    // Every definition the walk made, in the order of the definition list.
+    // Every definition the walk made, in the order of the definition list;
+    // a definition's place here stands for it in the shapes.
     std::vector<XmlElementDef*> defs;
-    // Definition and attribute list by name id, for nodes of this document;
-    // null until first looked up.
-    std::vector<XmlElementDef*> defById;
+    std::unordered_map<const XmlElementDef*, uint32_t> placeOf;
+    // Place + 1 of the definition and the attribute list by name id, for
+    // nodes of this document; 0 and null until first looked up.
+    std::vector<uint32_t> defById;
     std::vector<XmlAttrList*> listById;
     // Chains whose phase two is under way: the next node to look at.
     std::vector<const XmlElement*> pending;
     // The child sequence of the instance at hand.
     ChildSequence sequence;
 
-    explicit GenWalk(size_t names) : defById(names + 1, nullptr), listById(names + 1, nullptr) {}
+    explicit GenWalk(size_t names) : defById(names + 1, 0), listById(names + 1, nullptr) {}
     GenWalk(const GenWalk&) = delete;
     GenWalk& operator=(const GenWalk&) = delete;
     // Frees whatever shape lists are still hanging on the definitions.
@@ -110,9 +140,21 @@ inline ChildSequenceList* ShapesOf(const XmlElementDef* def) {
     return static_cast<ChildSequenceList*>(def->InfoPointer());
 }
 
-// Whether data holds a unit that is not white space.
-inline bool HasText(const UCChar* data, size_t length) {
-    for (size_t i = 0; i < length; ++i)
+// Whether data holds a unit that is not white space, eight units at a time.
+bool HasText(const UCChar* data, size_t length) {
+    size_t i = 0;
+    if (length >= 8) {
+        const __m128i sp = _mm_set1_epi16(0x20), tab = _mm_set1_epi16(0x09);
+        const __m128i lf = _mm_set1_epi16(0x0A), cr = _mm_set1_epi16(0x0D);
+        for (; i + 8 <= length; i += 8) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+            __m128i space = _mm_or_si128(_mm_cmpeq_epi16(v, sp), _mm_cmpeq_epi16(v, lf));
+            space = _mm_or_si128(space, _mm_or_si128(_mm_cmpeq_epi16(v, tab), _mm_cmpeq_epi16(v, cr)));
+            if (_mm_movemask_epi8(space) != 0xFFFF)
+                return true;
+        }
+    }
+    for (; i < length; ++i)
         if (!OzmGlob::IsUCSpace(data[i]))
             return true;
     return false;
@@ -164,30 +206,34 @@ bool XmlDocument::GenerateDTD() {
 }
 
 bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
-    // The definition of a node's name, made when it is first met: type EMPTY
-    // and an empty shape list. Nodes of this document are looked up by name
-    // id once per id; any other node by its text.
-    auto defOf = [&](const XmlElement* e) -> XmlElementDef* {
+    // The place of the definition of a node's name, made when it is first
+    // met: type EMPTY and an empty shape list. Nodes of this document are
+    // looked up by name id once per id; any other node by its text.
+    auto placeOf = [&](const XmlElement* e) -> uint32_t {
         bool own = e->m_block && e->m_block->m_document == this && size_t(e->m_nameId) < walk.defById.size();
         if (own && walk.defById[size_t(e->m_nameId)])
-            return walk.defById[size_t(e->m_nameId)];
+            return walk.defById[size_t(e->m_nameId)] - 1;
         const UCChar* name = e->Name();
-        XmlElementDef* def = m_dtd.FindElement(name);
-        if (!def) {
+        uint32_t place;
+        if (XmlElementDef* def = m_dtd.FindElement(name)) {
+            place = walk.placeOf[def];
+        } else {
             def = m_dtd.AddElement(name);
             def->Type(elemEmpty);
             ChildSequenceList* shapes = nullptr;
             if (m_shapeListsLeft != 0) {
                 if (m_shapeListsLeft > 0)
                     --m_shapeListsLeft;
-                shapes = new (std::nothrow) ChildSequenceList;
+                shapes = new (std::nothrow) ChildSequenceList(walk.defs);
             }
             def->InfoPointer(shapes);
+            place = uint32_t(walk.defs.size());
             walk.defs.push_back(def);
+            walk.placeOf[def] = place;
         }
         if (own)
-            walk.defById[size_t(e->m_nameId)] = def;
-        return def;
+            walk.defById[size_t(e->m_nameId)] = place + 1;
+        return place;
     };
     auto listOf = [&](const XmlElement* e, const XmlElementDef* def) -> XmlAttrList* {
         bool own = e->m_block && e->m_block->m_document == this && size_t(e->m_nameId) < walk.listById.size();
@@ -204,7 +250,7 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
     // Phase one over the chain from head.
     auto phaseOne = [&](const XmlElement* head) {
         for (const XmlElement* e = head; e; e = e->Next()) {
-            XmlElementDef* def = defOf(e);
+            XmlElementDef* def = walk.defs[placeOf(e)];
             def->MaxLen(int(e->m_data.size()));
 
             int type = def->Type();
@@ -217,7 +263,7 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             }
 
             ChildSequence& seq = walk.sequence;
-            seq.clear();
+            seq.Clear();
             if (type == elemMixed) {
                 XmlContentPart& contents = def->Contents();
                 for (const XmlElement* c = e->Child(); c; c = c->Next()) {
@@ -231,12 +277,12 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                 }
             } else if (type == elemChildren) {
                 for (const XmlElement* c = e->Child(); c; c = c->Next()) {
-                    XmlElementDef* cdef = defOf(c);
-                    if (!seq.empty() && seq.back().m_def == cdef) {
-                        ++seq.back().m_maxCount;
-                        ++seq.back().m_minCount;
+                    uint32_t place = placeOf(c);
+                    if (seq.Size() != 0 && seq.m_places.back() == place) {
+                        ++seq.m_counts.back();
                     } else {
-                        seq.push_back(ChildRun{cdef, 1, 1});
+                        seq.m_places.push_back(place);
+                        seq.m_counts.push_back(1);
                     }
                 }
             }
