@@ -69,9 +69,9 @@ void Generate(XmlDocument& doc, const std::string& xml) {
 }
 // Instances of e under a root, given as "a,a,b;;c": ';' between instances,
 // ',' between children, an empty entry for an instance without children.
-std::string Instances(const std::string& spec) {
+std::string Instances(const std::string& lists) {
     std::string xml = "<r><e>", name;
-    for (char c : spec + ";") {
+    for (char c : lists + ";") {
         if ((c == ',' || c == ';') && !name.empty())
             xml += "<" + name + "/>";
         name = c == ',' || c == ';' ? "" : name + c;
