@@ -86,7 +86,7 @@ TEST(GenerateDtdTest, InferredContentModels) {
         {"a,a", "(a+)"}, {"a;a,a,a", "(a+)"}, {"a,b,a", "(a,b,a)"}, {"a,b;b,a", "((a|b)*)"},
         {"a,b,c;a,c", "(a,(b)*,c)"}, {"a,b;a,b,a,b", "(a,b,(a|b)*)"}, {"a,a,b;a,c", "(a+,(b|c)*)"},
         {";a", "((a)*)"}, {"a;", "((a)*)"}, {"a;;b", "((a|b)*)"}, {"a,b;a,b;a,b", "(a,b)"},
-        {"x,a,a,y;x,a,b,y", "(x,a+,(b)*,y)"}, {";", "EMPTY"},
+        {"x,a,a,y;x,a,b,y", "(x,a+,(b)*,y)"}, {";", "EMPTY"}, {"a,x,y,y;b,x,y", "((a|b)*,x,y+)"},
         {"id,item,item,note,total;id,item,gift,note,total;id,item,total;id,item,item,item,note,total",
          "(id,item+,(note|gift)*,total)"}};
     for (const auto& c : cases) {
