@@ -147,6 +147,17 @@ public:
     BATCHERR Write(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,
                    bool writeEmpty) const;
 
+    // ---- DTD generation (dtdgen/) ----
+    // Replaces the definition with one derived from the element tree:
+    // element definitions with inferred content models, attribute lists
+    // with the values seen, and a fixed "length" attribute on every element
+    // with text. True, also for a document without a root; false only when
+    // a shape list could not be allocated and an element with children got
+    // ANY for its content model.
+    bool GenerateDTD();
+    // Generated definitions always carry length attributes: true.
+    bool GenerateLengthAttrs() const { return true; }
+
 private:
     friend class XmlElement;
     // Let the test suite reach private parser operations.
@@ -242,6 +253,19 @@ private:
     // Slab chain ownership.
     void ReleaseBlocks();
     void JoinBlocks(const XmlDocument& other);
+
+    // ---- DTD generation (dtdgen/) ----
+    friend class XmlGenerateProbe;
+    // State of one walk over the tree (dtdgen/xmlgenerate.cpp).
+    struct GenWalk;
+    // Records what the instances in the chain from first and everything
+    // below it show; the walk keeps its own stack, not the call stack.
+    bool BuildDTDElement(const XmlElement* first, GenWalk& walk);
+    // Turns the shapes recorded for def into its content model.
+    void BuildCP(XmlElementDef* def);
+    // Shape lists that generation may still allocate before an allocation is
+    // made to fail; negative: no limit. Only the tests set it.
+    int m_shapeListsLeft = -1;
 
     UCString m_errorMessage;
     UCString m_errorFile;

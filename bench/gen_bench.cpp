@@ -1,0 +1,237 @@
+// gen_bench - the time of XmlDocument::GenerateDTD against that of the parse
+// that made the tree, and generation on trees built to be hard for it.
+//
+//   gen_bench [--size MB] [--repeat N]
+//
+// 1. The records document of gendoc.h (MB = 1e6 bytes, default 100) is
+//    decoded, then parsed with ParseString and GenerateDTD is run on the
+//    parsed tree, alternately, N times (default 5) in the same run; best and
+//    median of each, and their ratio.
+// 2. Worst cases, each at two sizes so that the growth shows: one element
+//    name whose instances show that many distinct child shapes; a chain of
+//    nested elements; one element with that many children.
+//
+// Times are wall-clock (steady_clock).
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "gendoc.h"
+#include "xmlapi.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double Seconds(Clock::time_point a, Clock::time_point b) { return std::chrono::duration<double>(b - a).count(); }
+
+struct Timing {
+    std::vector<double> runs;
+    double Best() const { return *std::min_element(runs.begin(), runs.end()); }
+    double Median() const {
+        std::vector<double> s = runs;
+        std::sort(s.begin(), s.end());
+        size_t n = s.size();
+        return n % 2 ? s[n / 2] : (s[n / 2 - 1] + s[n / 2]) / 2;
+    }
+};
+
+double Time(const std::function<void()>& work) {
+    auto t0 = Clock::now();
+    work();
+    return Seconds(t0, Clock::now());
+}
+
+std::string Utf8(const UCChar* text) {
+    std::string out;
+    OzmGlob::WStringToString(UCString(text), out, csetUTF8);
+    return out;
+}
+
+// A content model in declaration notation, at most limit characters.
+std::string Render(const XmlContentPart& p, size_t limit = 200) {
+    std::string s = p.Type() == cpName ? Utf8(p.Name()) : "";
+    if (p.Type() == cpSequence || p.Type() == cpChoice) {
+        s = "(";
+        for (int i = 0; i < p.Count() && s.size() < limit; ++i)
+            s += (i ? (p.Type() == cpChoice ? "|" : ",") : "") + Render(p[i], limit);
+        s += ")";
+    }
+    static const char* const mods[] = {"", "+", "*", "?"};
+    return s + mods[p.CountMod() & 3];
+}
+
+std::string Model(const XmlElementDef& d) {
+    switch (d.Type()) {
+    case elemEmpty:
+        return "EMPTY";
+    case elemAny:
+        return "ANY";
+    case elemMixed: {
+        std::string s = "(#PCDATA";
+        for (int i = 0; d.Contents().Type() == cpChoice && i < d.Contents().Count(); ++i)
+            s += "|" + Utf8(d.Contents()[i].Name());
+        return s + (d.Contents().CountMod() == countStar ? ")*" : ")");
+    }
+    default:
+        return Render(d.Contents());
+    }
+}
+
+[[noreturn]] void Usage() {
+    std::fprintf(stderr, "usage: gen_bench [--size MB] [--repeat N]\n");
+    std::exit(2);
+}
+
+// Children of parent, appended in constant time each.
+struct Appender {
+    XmlElement* parent;
+    XmlElement* last = nullptr;
+    void Add(XmlElement* c) {
+        if (last)
+            last->InsertNext(c);
+        else
+            parent->Child(c);
+        last = c;
+    }
+};
+
+XmlElement* Node(XmlDocument& doc, const UCChar* name) {
+    XmlElement* e = doc.NewElement();
+    e->Name(name);
+    return e;
+}
+
+// n instances of e under one root; instance i has 14 children whose names
+// spell i in base 3 as steps to one of the three names other than the one
+// before, so that no two instances have the same shape and no neighbours fold.
+void ShapesTree(XmlDocument& doc, int n) {
+    static const UCChar* const names[] = {u"a", u"b", u"c", u"d"};
+    XmlElement* root = Node(doc, u"r");
+    doc.RootElement(root);
+    Appender top{root};
+    for (int i = 0; i < n; ++i) {
+        XmlElement* e = Node(doc, u"e");
+        top.Add(e);
+        Appender kids{e};
+        int prev = 0, v = i;
+        for (int k = 0; k < 14; ++k, v /= 3) {
+            prev = (prev + 1 + v % 3) % 4;
+            kids.Add(Node(doc, names[prev]));
+        }
+    }
+}
+
+void DeepTree(XmlDocument& doc, int n) {
+    XmlElement* e = Node(doc, u"e");
+    doc.RootElement(e);
+    for (int i = 0; i < n; ++i, e = e->Child())
+        e->Child(Node(doc, i % 2 ? u"e" : u"f"));
+}
+
+void WideTree(XmlDocument& doc, int n) {
+    static const UCChar* const names[] = {u"a", u"a", u"b", u"c"};
+    XmlElement* root = Node(doc, u"r");
+    doc.RootElement(root);
+    Appender kids{root};
+    for (int i = 0; i < n; ++i)
+        kids.Add(Node(doc, names[i % 4]));
+}
+
+void WorstCase(const char* what, void (*build)(XmlDocument&, int), int small, int large, int repeat) {
+    double t[2];
+    int sizes[2] = {small, large};
+    for (int s = 0; s < 2; ++s) {
+        XmlDocument doc;
+        build(doc, sizes[s]);
+        Timing g;
+        for (int r = 0; r < repeat; ++r)
+            g.runs.push_back(Time([&] {
+                if (!doc.GenerateDTD())
+                    std::printf("    GenerateDTD gave false\n");
+            }));
+        t[s] = g.Best();
+        std::printf("  %-26s n = %8d  GenerateDTD best %8.4f s  (%6.1f ns per unit of n)\n", what, sizes[s], t[s],
+                    t[s] * 1e9 / sizes[s]);
+        if (s == 1) {
+            const XmlElementDef* d = doc.GetDTD().ElementAt(doc.GetDTD().ElementCount() > 1 ? 1 : 0);
+            std::string m = Model(*d);
+            std::printf("  %-26s model of %s: %s\n", "", Utf8(d->Name()).c_str(),
+                        m.size() > 100 ? (m.substr(0, 100) + "...").c_str() : m.c_str());
+        }
+    }
+    std::printf("  %-26s time ratio %.2f for size ratio %.2f\n\n", "", t[1] / t[0], double(large) / small);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    double sizeMB = 100;
+    int repeat = 5;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "--size" && i + 1 < argc) {
+            sizeMB = std::atof(argv[++i]);
+            if (!(sizeMB > 0))
+                Usage();
+        } else if (a == "--repeat" && i + 1 < argc) {
+            repeat = std::atoi(argv[++i]);
+            if (repeat < 1)
+                Usage();
+        } else {
+            Usage();
+        }
+    }
+
+    ozmbench::GenStats gen;
+    std::string bytes = ozmbench::GenerateDocument(size_t(sizeMB * 1e6), ozmbench::kDefaultSeed, &gen);
+    UCString text;
+    OzmGlob::DecodeUTF8(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), text);
+    std::printf("gen_bench\ninput: generated, seed 0x%llx, %zu bytes of UTF-8, %zu elements, %zu attributes\n",
+                (unsigned long long)ozmbench::kDefaultSeed, bytes.size(), gen.elements, gen.attributes);
+    std::printf("repeats: %d, parse and generation alternating on one document object\n\n", repeat);
+
+    XmlDocument doc;
+    Timing parse, generate;
+    for (int r = 0; r < repeat; ++r) {
+        BATCHERR result = errNone;
+        parse.runs.push_back(Time([&] { result = doc.ParseString(text, false, false); }));
+        if (result != errNone) {
+            std::printf("PARSE FAILED: error %d at line %d: %s\n", int(result), doc.ErrorLine(),
+                        Utf8(doc.ErrorMessage()).c_str());
+            return 1;
+        }
+        generate.runs.push_back(Time([&] { doc.GenerateDTD(); }));
+    }
+    std::printf("Records document\n");
+    std::printf("  ParseString   best %8.4f s   median %8.4f s\n", parse.Best(), parse.Median());
+    std::printf("  GenerateDTD   best %8.4f s   median %8.4f s\n", generate.Best(), generate.Median());
+    std::printf("  GenerateDTD / ParseString: best %.3f, median %.3f (the target is at most 0.5)\n\n",
+                generate.Best() / parse.Best(), generate.Median() / parse.Median());
+
+    const XmlDtd& dtd = doc.GetDTD();
+    std::printf("  generated: document type %s, %d element definitions\n", Utf8(dtd.DocType().c_str()).c_str(),
+                dtd.ElementCount());
+    for (int i = 0; i < dtd.ElementCount(); ++i) {
+        const XmlElementDef* d = dtd.ElementAt(i);
+        std::string atts;
+        if (const XmlAttrList* l = dtd.FindAttrList(d->Name()))
+            for (int k = 0; k < l->DefCount(); ++k) {
+                const XmlAttDef* a = l->GetAttDef(k);
+                atts += " " + Utf8(a->Name()) + (a->Type() == attCdata ? "=CDATA" : "=enum") + "(" +
+                        std::to_string(a->EnumCount()) + " values, max " + std::to_string(a->MaxLen()) + ")" +
+                        (a->DefType() == defFixed ? " #FIXED " + Utf8(a->DefVal()) : "");
+            }
+        std::printf("    %-10s %s%s\n", Utf8(d->Name()).c_str(), Model(*d).c_str(), atts.c_str());
+    }
+
+    std::printf("\nWorst cases (caller-built trees)\n");
+    WorstCase("distinct child shapes", ShapesTree, 50000, 200000, repeat);
+    WorstCase("chain of nested elements", DeepTree, 250000, 1000000, repeat);
+    WorstCase("children of one element", WideTree, 250000, 1000000, repeat);
+    return 0;
+}

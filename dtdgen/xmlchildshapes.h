@@ -1,0 +1,86 @@
+// xmlchildshapes.h - the working data of DTD generation: the child lists of
+// element instances folded into runs of equal neighbours, and the distinct
+// shapes that the instances of one element name have shown.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "xmldtd.h"
+
+// One stretch of equal neighbours among the children of an element. Two runs
+// are equal when they have the same definition; the counts don't take part.
+struct ChildRun {
+    XmlElementDef* m_def;  // the definition of the children's name
+    int m_maxCount;        // largest number of immediate repeats seen here
+    int m_minCount;        // smallest such number
+};
+
+// The child list of one element instance, repeats folded into runs: the
+// place of each run's definition in the walk's list of definitions, and its
+// count (within one instance a run's largest and smallest count are equal).
+struct ChildSequence {
+    std::vector<uint32_t> m_places;
+    std::vector<int> m_counts;
+    size_t Size() const { return m_places.size(); }
+    void Clear() {
+        m_places.clear();
+        m_counts.clear();
+    }
+};
+
+// The distinct shapes of one element name in order of first appearance, with
+// the counts of all instances of a shape merged into it. A large document can
+// show a new shape in nearly every instance, so shapes are stored compactly:
+// the runs of all shapes lie back to back as one 32-bit word each, the place
+// of the definition in the walk's list of definitions; the few runs whose
+// counts are not both 1 keep them in a side table. A hash table leads from a
+// shape to its place, so that recording an instance costs one probe however
+// many shapes are known.
+class ChildSequenceList {
+public:
+    // defs: the definitions of the walk by place; it outlives the list.
+    explicit ChildSequenceList(const std::vector<XmlElementDef*>& defs) : m_defs(defs) {}
+
+    // Merges the instance seq into the shape equal to it (the larger maximum
+    // and the smaller minimum at each place), or appends it as a new shape.
+    void Record(const ChildSequence& seq);
+
+    size_t ShapeCount() const { return m_begins.size() - 1; }
+    // Shape i is the runs [Begin(i), Begin(i + 1)).
+    size_t Begin(size_t shape) const { return m_begins[shape]; }
+    // The place of the definition of run k.
+    uint32_t Place(size_t k) const {
+        uint32_t w = m_runs[k];
+        return w & Counted ? m_counted[w & ~Counted].m_place : w;
+    }
+    ChildRun Run(size_t k) const {
+        uint32_t w = m_runs[k];
+        if (w & Counted) {
+            const CountedRun& c = m_counted[w & ~Counted];
+            return ChildRun{m_defs[c.m_place], c.m_maxCount, c.m_minCount};
+        }
+        return ChildRun{m_defs[w], 1, 1};
+    }
+
+private:
+    static constexpr uint32_t Counted = 0x80000000u;
+    struct CountedRun {
+        uint32_t m_place;
+        int m_maxCount;
+        int m_minCount;
+    };
+
+    bool Same(size_t shape, const uint32_t* places, size_t n) const;
+    void Merge(size_t k, int count);
+    void Grow();
+
+    const std::vector<XmlElementDef*>& m_defs;
+    std::vector<uint32_t> m_runs;
+    std::vector<CountedRun> m_counted;
+    std::vector<uint32_t> m_begins{0};
+    std::vector<uint32_t> m_hashes;  // of each shape
+    // Open addressing over a power-of-two table: shape index + 1, 0 free.
+    std::vector<uint32_t> m_slots;
+};

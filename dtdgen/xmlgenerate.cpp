@@ -1,0 +1,332 @@
+// xmlgenerate.cpp - derives a document type definition from the element
+// tree: one walk records per element name the kind of content, the longest
+// text, the attribute values and the distinct shapes of the child lists; a
+// second pass over the definitions turns shapes into content models and
+// gives each element with text a fixed "length" attribute.
+//
+// The walk does a whole sibling chain first and goes down afterwards, which
+// fixes the order of the definitions. It keeps its own stack of chains whose
+// children are still to be visited, so a tree of any depth is safe.
+#include <emmintrin.h>
+
+#include <new>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "dtdgen/xmlchildshapes.h"
+#include "xmldocument.h"
+
+// ---- ChildSequenceList ----
+
+namespace {
+
+uint32_t HashPlaces(const uint32_t* places, size_t n) {
+    uint64_t h = n;
+    for (size_t i = 0; i < n; ++i)
+        h = (h ^ places[i]) * 0x9E3779B97F4A7C15ull;
+    // The table is indexed by the low bits, which the products above fill
+    // only from the low bits of the places: mix all bits down.
+    h ^= h >> 33;
+    h *= 0xFF51AFD7ED558CCDull;
+    h ^= h >> 33;
+    return uint32_t(h);
+}
+
+}  // namespace
+
+bool ChildSequenceList::Same(size_t shape, const uint32_t* places, size_t n) const {
+    size_t begin = m_begins[shape];
+    if (m_begins[shape + 1] - begin != n)
+        return false;
+    for (size_t i = 0; i < n; ++i)
+        if (Place(begin + i) != places[i])
+            return false;
+    return true;
+}
+
+// Merges the count of an instance's run into stored run k.
+void ChildSequenceList::Merge(size_t k, int count) {
+    uint32_t& w = m_runs[k];
+    if (!(w & Counted)) {
+        if (count == 1)
+            return;
+        m_counted.push_back(CountedRun{w, 1, 1});
+        w = Counted | uint32_t(m_counted.size() - 1);
+    }
+    CountedRun& c = m_counted[w & ~Counted];
+    if (count > c.m_maxCount)
+        c.m_maxCount = count;
+    if (count < c.m_minCount)
+        c.m_minCount = count;
+}
+
+// Doubles the table and enters every shape again.
+void ChildSequenceList::Grow() {
+    size_t size = m_slots.empty() ? 16 : m_slots.size() * 2;
+    m_slots.assign(size, 0);
+    for (size_t i = 0; i < m_hashes.size(); ++i) {
+        size_t slot = m_hashes[i] & (size - 1);
+        while (m_slots[slot] != 0)
+            slot = (slot + 1) & (size - 1);
+        m_slots[slot] = uint32_t(i + 1);
+    }
+}
+
+void ChildSequenceList::Record(const ChildSequence& seq) {
+    size_t n = seq.Size();
+    const uint32_t* places = seq.m_places.data();
+    uint32_t hash = HashPlaces(places, n);
+    if (m_slots.empty())
+        Grow();
+    size_t mask = m_slots.size() - 1;
+    size_t slot = hash & mask;
+    // Shapes in the list are distinct, so the one equal shape found here is
+    // the first from the front that a walk of the list would find.
+    for (; m_slots[slot] != 0; slot = (slot + 1) & mask) {
+        size_t index = m_slots[slot] - 1;
+        if (m_hashes[index] != hash || !Same(index, places, n))
+            continue;
+        for (size_t i = 0; i < n; ++i)
+            Merge(m_begins[index] + i, seq.m_counts[i]);
+        return;
+    }
+    for (size_t i = 0; i < n; ++i) {
+        if (seq.m_counts[i] == 1) {
+            m_runs.push_back(places[i]);
+        } else {
+            m_counted.push_back(CountedRun{places[i], seq.m_counts[i], seq.m_counts[i]});
+            m_runs.push_back(Counted | uint32_t(m_counted.size() - 1));
+        }
+    }
+    m_begins.push_back(uint32_t(m_runs.size()));
+    m_hashes.push_back(hash);
+    m_slots[slot] = uint32_t(m_hashes.size());
+    if (m_hashes.size() * 2 > m_slots.size())
+        Grow();
+}
+
+// ---- The walk ----
+
+// What one walk keeps beside the definitions.
+struct XmlDocument::GenWalk {
+    // Every definition the walk made, in the order of the definition list;
+    // a definition's place here stands for it in the shapes.
+    std::vector<XmlElementDef*> defs;
+    std::unordered_map<const XmlElementDef*, uint32_t> placeOf;
+    // Place + 1 of the definition and the attribute list by name id, for
+    // nodes of this document; 0 and null until first looked up.
+    std::vector<uint32_t> defById;
+    std::vector<XmlAttrList*> listById;
+    // Chains whose phase two is under way: the next node to look at.
+    std::vector<const XmlElement*> pending;
+    // The child sequence of the instance at hand.
+    ChildSequence sequence;
+
+    explicit GenWalk(size_t names) : defById(names + 1, 0), listById(names + 1, nullptr) {}
+    GenWalk(const GenWalk&) = delete;
+    GenWalk& operator=(const GenWalk&) = delete;
+    // Frees whatever shape lists are still hanging on the definitions.
+    ~GenWalk() {
+        for (XmlElementDef* def : defs)
+            delete static_cast<ChildSequenceList*>(def->InfoPointer(nullptr));
+    }
+};
+
+namespace {
+
+inline ChildSequenceList* ShapesOf(const XmlElementDef* def) {
+    return static_cast<ChildSequenceList*>(def->InfoPointer());
+}
+
+// Whether data holds a unit that is not white space, eight units at a time.
+bool HasText(const UCChar* data, size_t length) {
+    size_t i = 0;
+    if (length >= 8) {
+        const __m128i sp = _mm_set1_epi16(0x20), tab = _mm_set1_epi16(0x09);
+        const __m128i lf = _mm_set1_epi16(0x0A), cr = _mm_set1_epi16(0x0D);
+        for (; i + 8 <= length; i += 8) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
+            __m128i space = _mm_or_si128(_mm_cmpeq_epi16(v, sp), _mm_cmpeq_epi16(v, lf));
+            space = _mm_or_si128(space, _mm_or_si128(_mm_cmpeq_epi16(v, tab), _mm_cmpeq_epi16(v, cr)));
+            if (_mm_movemask_epi8(space) != 0xFFFF)
+                return true;
+        }
+    }
+    for (; i < length; ++i)
+        if (!OzmGlob::IsUCSpace(data[i]))
+            return true;
+    return false;
+}
+
+}  // namespace
+
+bool XmlDocument::GenerateDTD() {
+    m_dtd.Clear();
+    if (!m_rootElement)
+        return true;
+    m_dtd.DocType(UCString(m_rootElement->Name()));
+    GenWalk walk(m_names.size());
+    bool result = BuildDTDElement(m_rootElement, walk);
+
+    UCChar number[24];
+    for (XmlElementDef* def : walk.defs) {
+        switch (def->Type()) {
+        case elemChildren:
+            if (ShapesOf(def)) {
+                BuildCP(def);
+            } else {
+                // No shapes were recorded: nothing is known of the children
+                // but that there are some, which ANY admits.
+                def->Type(elemAny);
+                result = false;
+            }
+            break;
+        case elemMixed: {
+            XmlAttrList* list = m_dtd.FindAttrList(def->Name());
+            if (!list)
+                list = m_dtd.AddAttrList(def->Name());
+            if (!list->FindAttDef(u"length")) {
+                XmlAttDef* length = list->AddAttDef(u"length");
+                length->Type(attCdata);
+                length->DefType(defFixed);
+                wsfmt(number, u"%d", def->MaxLen());
+                length->DefVal(number);
+            }
+            break;
+        }
+        default:
+            delete ShapesOf(def);
+            def->InfoPointer(nullptr);
+            break;
+        }
+    }
+    return result;
+}
+
+bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
+    // The place of the definition of a node's name, made when it is first
+    // met: type EMPTY and an empty shape list. Nodes of this document are
+    // looked up by name id once per id; any other node by its text.
+    auto placeOf = [&](const XmlElement* e) -> uint32_t {
+        bool own = e->m_block && e->m_block->m_document == this && size_t(e->m_nameId) < walk.defById.size();
+        if (own && walk.defById[size_t(e->m_nameId)])
+            return walk.defById[size_t(e->m_nameId)] - 1;
+        const UCChar* name = e->Name();
+        uint32_t place;
+        if (XmlElementDef* def = m_dtd.FindElement(name)) {
+            place = walk.placeOf[def];
+        } else {
+            def = m_dtd.AddElement(name);
+            def->Type(elemEmpty);
+            ChildSequenceList* shapes = nullptr;
+            if (m_shapeListsLeft != 0) {
+                if (m_shapeListsLeft > 0)
+                    --m_shapeListsLeft;
+                shapes = new (std::nothrow) ChildSequenceList(walk.defs);
+            }
+            def->InfoPointer(shapes);
+            place = uint32_t(walk.defs.size());
+            walk.defs.push_back(def);
+            walk.placeOf[def] = place;
+        }
+        if (own)
+            walk.defById[size_t(e->m_nameId)] = place + 1;
+        return place;
+    };
+    auto listOf = [&](const XmlElement* e, const XmlElementDef* def) -> XmlAttrList* {
+        bool own = e->m_block && e->m_block->m_document == this && size_t(e->m_nameId) < walk.listById.size();
+        if (own && walk.listById[size_t(e->m_nameId)])
+            return walk.listById[size_t(e->m_nameId)];
+        XmlAttrList* list = m_dtd.FindAttrList(def->Name());
+        if (!list)
+            list = m_dtd.AddAttrList(def->Name());
+        if (own)
+            walk.listById[size_t(e->m_nameId)] = list;
+        return list;
+    };
+
+    // Phase one over the chain from head.
+    auto phaseOne = [&](const XmlElement* head) {
+        for (const XmlElement* e = head; e; e = e->Next()) {
+            XmlElementDef* def = walk.defs[placeOf(e)];
+            def->MaxLen(int(e->m_data.size()));
+
+            int type = def->Type();
+            if (e->Child() && type == elemEmpty)
+                type = elemChildren;
+            if (type != elemMixed && HasText(e->m_data.data(), e->m_data.size())) {
+                type = elemMixed;
+                delete ShapesOf(def);
+                def->InfoPointer(nullptr);
+            }
+
+            ChildSequence& seq = walk.sequence;
+            seq.Clear();
+            if (type == elemMixed) {
+                XmlContentPart& contents = def->Contents();
+                for (const XmlElement* c = e->Child(); c; c = c->Next()) {
+                    contents.CountMod(countStar);
+                    const UCChar* name = c->Name();
+                    if (!contents.Contains(name)) {
+                        XmlContentPart part;
+                        part.Name(name);
+                        contents.AddCP(part, true);
+                    }
+                }
+            } else if (type == elemChildren) {
+                for (const XmlElement* c = e->Child(); c; c = c->Next()) {
+                    uint32_t place = placeOf(c);
+                    if (seq.Size() != 0 && seq.m_places.back() == place) {
+                        ++seq.m_counts.back();
+                    } else {
+                        seq.m_places.push_back(place);
+                        seq.m_counts.push_back(1);
+                    }
+                }
+            }
+            if (ChildSequenceList* shapes = ShapesOf(def))
+                shapes->Record(seq);
+            def->Type(type);
+
+            if (e->m_attributes.empty())
+                continue;
+            XmlAttrList* list = listOf(e, def);
+            for (const XmlAttribute& a : e->m_attributes) {
+                XmlAttDef* att = list->FindModifiableAttDef(a.Name());
+                if (!att) {
+                    att = list->AddAttDef(a.Name());
+                    att->Type(attEnumerated);
+                    att->DefType(defNone);
+                }
+                const UCChar* value = a.Value();
+                if (att->Type() == attEnumerated && att->FindEnum(value) < 0) {
+                    att->AddEnum(value);
+                    if (att->EnumCount() > 10)
+                        att->Type(attCdata);
+                }
+                att->MaxLen(int(std::char_traits<UCChar>::length(value)));
+            }
+        }
+    };
+
+    // Phase two: the first child of each node of a chain, in order, starts a
+    // chain of its own, which is done whole (both phases and everything
+    // below it) before the next node of the outer chain is looked at.
+    phaseOne(first);
+    walk.pending.push_back(first);
+    while (!walk.pending.empty()) {
+        const XmlElement* e = walk.pending.back();
+        while (e && !e->Child())
+            e = e->Next();
+        if (!e) {
+            walk.pending.pop_back();
+            continue;
+        }
+        walk.pending.back() = e->Next();
+        phaseOne(e->Child());
+        walk.pending.push_back(e->Child());
+    }
+    return true;
+}

@@ -1,0 +1,249 @@
+// DTD generation from the tree: inferred content models, the order of the
+// definitions, content kinds, enumerations, length attributes, odd and huge
+// caller-built trees, and shape lists that cannot be allocated.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "xmlapi.h"
+
+class XmlGenerateProbe {
+public:
+    static void ShapeListsLeft(XmlDocument& doc, int n) { doc.m_shapeListsLeft = n; }
+};
+
+namespace {
+
+std::string A(const UCChar* s) { return std::string(s, s + std::char_traits<UCChar>::length(s)); }
+UCString U(const std::string& s) { return UCString(s.begin(), s.end()); }
+
+// A content model in declaration notation, every group in parentheses.
+std::string Render(const XmlContentPart& p) {
+    std::string s = p.Type() == cpName ? A(p.Name()) : "";
+    if (p.Type() == cpSequence || p.Type() == cpChoice) {
+        s = "(";
+        for (int i = 0; i < p.Count(); ++i)
+            s += (i ? (p.Type() == cpChoice ? "|" : ",") : "") + Render(p[i]);
+        s += ")";
+    }
+    return s + std::string("\0+*?", 4).substr(size_t(p.CountMod()), 1).c_str();
+}
+std::string Model(const XmlDtd& dtd, const UCChar* name) {
+    const XmlElementDef* d = dtd.FindElement(name);
+    if (!d)
+        return "<none>";
+    if (d->Type() != elemMixed)
+        return d->Type() == elemEmpty ? "EMPTY" : d->Type() == elemAny ? "ANY" : Render(d->Contents());
+    std::string s = "(#PCDATA";
+    for (int i = 0; i < d->Contents().Count() && d->Contents().Type() == cpChoice; ++i)
+        s += "|" + A(d->Contents()[i].Name());
+    return s + ")" + (d->Contents().CountMod() == countStar ? "*" : "");
+}
+std::string Order(const XmlDtd& dtd) {
+    std::string s;
+    for (int i = 0; i < dtd.ElementCount(); ++i)
+        s += (i ? " " : "") + A(dtd.ElementAt(i)->Name());
+    return s;
+}
+// "name type default-kind value[enums]" of each attribute definition of el.
+std::string Atts(const XmlDtd& dtd, const UCChar* el) {
+    const XmlAttrList* l = dtd.FindAttrList(el);
+    std::string s;
+    for (int i = 0; l && i < l->DefCount(); ++i) {
+        const XmlAttDef* d = l->GetAttDef(i);
+        s += (i ? "; " : "") + A(d->Name()) + " " + std::to_string(d->Type()) + " " + std::to_string(d->DefType()) +
+             " " + A(d->DefVal()) + "[";
+        for (int k = 0; k < d->EnumCount(); ++k)
+            s += (k ? "," : "") + A(d->GetEnum(k));
+        s += "]";
+    }
+    return l ? s : "<none>";
+}
+void Generate(XmlDocument& doc, const std::string& xml) {
+    ASSERT_EQ(doc.ParseString(U(xml)), errNone) << xml;
+    ASSERT_TRUE(doc.GenerateDTD());
+    for (int i = 0; i < doc.GetDTD().ElementCount(); ++i)
+        ASSERT_EQ(doc.GetDTD().ElementAt(i)->InfoPointer(), nullptr);
+}
+// Instances of e under a root, given as "a,a,b;;c": ';' between instances,
+// ',' between children, an empty entry for an instance without children.
+std::string Instances(const std::string& lists) {
+    std::string xml = "<r><e>", name;
+    for (char c : lists + ";") {
+        if ((c == ',' || c == ';') && !name.empty())
+            xml += "<" + name + "/>";
+        name = c == ',' || c == ';' ? "" : name + c;
+        if (c == ';')
+            xml += "</e><e>";
+    }
+    return xml.substr(0, xml.size() - 3) + "</r>";
+}
+
+TEST(GenerateDtdTest, InferredContentModels) {
+    struct { const char* instances; const char* model; } cases[] = {
+        {"a,a", "(a+)"}, {"a;a,a,a", "(a+)"}, {"a,b,a", "(a,b,a)"}, {"a,b;b,a", "((a|b)*)"},
+        {"a,b,c;a,c", "(a,(b)*,c)"}, {"a,b;a,b,a,b", "(a,b,(a|b)*)"}, {"a,a,b;a,c", "(a+,(b|c)*)"},
+        {";a", "((a)*)"}, {"a;", "((a)*)"}, {"a;;b", "((a|b)*)"}, {"a,b;a,b;a,b", "(a,b)"},
+        {"x,a,a,y;x,a,b,y", "(x,a+,(b)*,y)"}, {";", "EMPTY"}, {"a,x,y,y;b,x,y", "((a|b)*,x,y+)"},
+        {"id,item,item,note,total;id,item,gift,note,total;id,item,total;id,item,item,item,note,total",
+         "(id,item+,(note|gift)*,total)"}};
+    for (const auto& c : cases) {
+        XmlDocument doc;
+        Generate(doc, Instances(c.instances));
+        EXPECT_EQ(Model(doc.GetDTD(), u"e"), c.model) << c.instances;
+        EXPECT_EQ(Model(doc.GetDTD(), u"r"), std::string(c.instances).find(';') != std::string::npos ? "(e+)" : "(e)") << c.instances;
+    }
+}
+
+TEST(GenerateDtdTest, KindsOrderAndAttributes) {
+    struct { const char* xml; const char* order; const char* model; const char* atts; } cases[] = {
+        {"<r/>", "r", "EMPTY", "<none>"},
+        {"<r> \t\n </r>", "r", "EMPTY", "<none>"},
+        {"<r>abcd</r>", "r", "(#PCDATA)", "length 1 3 4[]"},
+        {"<r k='v'>abcd</r>", "r", "(#PCDATA)", "k 10 0 [v]; length 1 3 4[]"},
+        {"<r length='7'>abcd</r>", "r", "(#PCDATA)", "length 10 0 [7]"},
+        {"<r><a><x/></a><b><y/></b></r>", "r a b x y", "(a,b)", "<none>"},
+        {"<r>t<a><x/></a><b><y/></b></r>", "r a x b y", "(#PCDATA|a|b)*", "length 1 3 1[]"},
+        {"<r><e><c/></e><e>text<d/></e><e><f/></e></r>", "r e c d f", "(e+)", "<none>"},
+        {"<r>\n<q/>\n</r>", "r q", "(q)", "<none>"},
+        {"<r a='1 &lt;&amp;>' b=''/>", "r", "EMPTY", "a 10 0 [1 &lt;&amp;>]; b 10 0 []"},
+    };
+    for (const auto& c : cases) {
+        XmlDocument doc;
+        Generate(doc, c.xml);
+        EXPECT_EQ(Order(doc.GetDTD()), c.order) << c.xml;
+        EXPECT_EQ(Model(doc.GetDTD(), u"r"), c.model) << c.xml;
+        EXPECT_EQ(Atts(doc.GetDTD(), u"r"), c.atts) << c.xml;
+        EXPECT_EQ(doc.GetDTD().DocType(), u"r");
+    }
+    XmlDocument doc;
+    Generate(doc, "<r><e><c/></e><e>text<d/></e><e><f/></e><e>more</e></r>");
+    EXPECT_EQ(Model(doc.GetDTD(), u"e"), "(#PCDATA|d|f)*") << "turning mixed is not retroactive";
+    EXPECT_EQ(Atts(doc.GetDTD(), u"e"), "length 1 3 4[]");
+}
+
+TEST(GenerateDtdTest, EnumerationsAndMeasures) {
+    std::string xml = "<r>";
+    for (int i = 1; i <= 12; ++i)  // k: 1 .. 9 twice, then 10, 11, 12
+        xml += "<e k='" + std::to_string(i <= 9 ? i : i - 9) + "'>" + std::string(size_t(i % 5), ' ') + "</e>";
+    for (int i = 10; i <= 12; ++i)
+        xml += "<e k='" + std::to_string(i) + "' m='" + std::string(size_t(i), 'v') + "'/>";
+    XmlDocument doc;
+    Generate(doc, xml + "<e k='1234567890123'/><f>xy</f><f>\tabc </f><f/></r>");
+    const XmlAttDef* k = doc.GetDTD().FindAttrList(u"e")->FindAttDef(u"k");
+    EXPECT_EQ(k->Type(), attCdata) << "the 11th distinct value";
+    EXPECT_EQ(k->EnumCount(), 11) << "values stay; later ones are not added";
+    EXPECT_EQ(k->MaxLen(), 13) << "measured after turning CDATA";
+    const XmlAttDef* m = doc.GetDTD().FindAttrList(u"e")->FindAttDef(u"m");
+    EXPECT_EQ(m->DefType(), defNone) << "carried by some only";
+    EXPECT_EQ(m->MaxLen() * 10 + m->EnumCount(), 123);
+    EXPECT_EQ(doc.GetDTD().FindElement(u"e")->MaxLen(), 4) << "white space counts";
+    EXPECT_EQ(Model(doc.GetDTD(), u"e"), "EMPTY");
+    EXPECT_EQ(Atts(doc.GetDTD(), u"f"), "length 1 3 5[]");
+    EXPECT_EQ(doc.GetDTD().FindAttrList(u"f")->FindAttDef(u"length")->MaxLen(), 0);
+
+    // Ten distinct values stay an enumeration; a repeat changes nothing.
+    Generate(doc, "<r a='0'><r a='1'/><r a='2'/><r a='3'/><r a='4'/><r a='5'/><r a='6'/><r a='7'/>"
+                  "<r a='8'/><r a='9'/><r a='9'/></r>");
+    EXPECT_EQ(Atts(doc.GetDTD(), u"r"), "a 10 0 [0,1,2,3,4,5,6,7,8,9]");
+    EXPECT_TRUE(doc.GenerateLengthAttrs());
+}
+
+TEST(GenerateDtdTest, RegenerationAndOddTrees) {
+    XmlDocument doc;
+    EXPECT_TRUE(doc.GenerateDTD()) << "no root";
+    EXPECT_EQ(doc.GetDTD().ElementCount(), 0);
+    Generate(doc, "<r><a>x</a><b/></r>");
+    std::string first = Order(doc.GetDTD()) + Model(doc.GetDTD(), u"r") + Atts(doc.GetDTD(), u"a");
+    ASSERT_TRUE(doc.GenerateDTD());
+    EXPECT_EQ(Order(doc.GetDTD()) + Model(doc.GetDTD(), u"r") + Atts(doc.GetDTD(), u"a"), first);
+    EXPECT_EQ(first, "r a b(a,b)length 1 3 1[]");
+
+    // Changed between two generations: renamed, new text, no trace of before.
+    XmlElement* r = doc.RootElement();
+    r->Child()->Name(u"1 <&> ");
+    r->Child()->Next()->Data(u"\t \r\n");
+    XmlElement* unnamed = doc.NewElement();
+    XmlElement* empty = doc.NewElement();
+    empty->Name(u"");
+    empty->AddAttribute(u"", u" \" ' ");
+    r->Child(unnamed);
+    r->Child(empty);
+    unnamed->Child(doc.NewElement());
+    ASSERT_TRUE(doc.GenerateDTD());
+    EXPECT_EQ(Order(doc.GetDTD()), "r 1 <&>  b ");
+    EXPECT_EQ(Model(doc.GetDTD(), u"r"), "(1 <&> ,b,+)");
+    EXPECT_EQ(Model(doc.GetDTD(), u""), "(()*)") << "the unnamed with a child and the one without";
+    EXPECT_EQ(Model(doc.GetDTD(), u"b"), "EMPTY");
+    EXPECT_EQ(Atts(doc.GetDTD(), u""), " 10 0 [ \" ' ]");
+    EXPECT_EQ(doc.GetDTD().FindAttrList(u"a"), nullptr);
+
+    // An unnamed child of mixed content never becomes a member.
+    r->Data(u"t");
+    ASSERT_TRUE(doc.GenerateDTD());
+    EXPECT_EQ(Model(doc.GetDTD(), u"r"), "(#PCDATA|1 <&> |b)*");
+}
+
+TEST(GenerateDtdTest, MillionDeepAndMillionWide) {
+    const int n = 1000000;
+    auto deep = std::make_unique<XmlDocument>();
+    XmlElement* e = deep->NewElement();
+    e->Name(u"e");
+    deep->RootElement(e);
+    for (int i = 0; i < n; ++i, e = e->Child()) {
+        e->Child(deep->NewElement());
+        e->Child()->Name(i % 2 ? u"e" : u"f");
+    }
+    e->Data(u"leaf");
+    ASSERT_TRUE(deep->GenerateDTD());
+    EXPECT_EQ(Order(deep->GetDTD()), "e f");
+    EXPECT_EQ(Model(deep->GetDTD(), u"f"), "(e)");
+    EXPECT_EQ(Model(deep->GetDTD(), u"e"), "(#PCDATA)") << "the leaf e turns e mixed, and its shapes go";
+
+    deep.reset();
+    XmlDocument wide;
+    XmlElement* root = wide.NewElement();
+    root->Name(u"r");
+    wide.RootElement(root);
+    const UCChar* names[] = {u"a", u"a", u"b", u"c"};
+    for (int i = 0; i < n; ++i) {
+        XmlElement* c = wide.NewElement();
+        c->Name(names[i % 4]);
+        i ? e->InsertNext(c) : root->Child(c);
+        e = c;
+    }
+    ASSERT_TRUE(wide.GenerateDTD());
+    const XmlContentPart& m = wide.GetDTD().FindElement(u"r")->Contents();
+    ASSERT_EQ(m.Count(), 3 * n / 4);
+    EXPECT_EQ(Render(m[0]) + Render(m[1]) + Render(m[2]) + Render(m[3]), "a+bca+");
+    root->Data(u"t");
+    ASSERT_TRUE(wide.GenerateDTD());
+    EXPECT_EQ(Model(wide.GetDTD(), u"r"), "(#PCDATA|a|b|c)*");
+}
+
+// Shape lists that cannot be allocated: an element whose instances had
+// children falls back to ANY and the result is false; an element that
+// turns out EMPTY or mixed loses nothing, and the result is true.
+TEST(GenerateDtdTest, ShapeListNotAllocated) {
+    struct { int lists; bool result; const char* models; } cases[] = {
+        {0, false, "ANY ANY EMPTY (#PCDATA|b)*"},
+        {1, false, "(a,c) ANY EMPTY (#PCDATA|b)*"},
+        {2, true, "(a,c) (b+) EMPTY (#PCDATA|b)*"},
+        {-1, true, "(a,c) (b+) EMPTY (#PCDATA|b)*"},
+    };
+    for (const auto& c : cases) {
+        XmlDocument doc;
+        ASSERT_EQ(doc.ParseString(u"<r><a><b/><b/></a><c>x<b/></c></r>"), errNone);
+        XmlGenerateProbe::ShapeListsLeft(doc, c.lists);
+        EXPECT_EQ(doc.GenerateDTD(), c.result) << c.lists;
+        const XmlDtd& dtd = doc.GetDTD();
+        EXPECT_EQ(Model(dtd, u"r") + " " + Model(dtd, u"a") + " " + Model(dtd, u"b") + " " + Model(dtd, u"c"),
+                  c.models);
+        for (int i = 0; i < dtd.ElementCount(); ++i)
+            EXPECT_EQ(dtd.ElementAt(i)->InfoPointer(), nullptr);
+    }
+}
+
+}  // namespace
