@@ -164,7 +164,18 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             child->m_attributes.emplace_back(
                 std::u16string_view(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name)),
                 std::u16string_view(attrs[i].value, size_t(attrs[i].valueEnd - attrs[i].value)));
+        TrackedDefs* tracked = nullptr;
+        if (m_trackMaxLen) {
+            tracked = &Tracked(child->m_nameId);
+            for (int i = 0; i < attrCount; ++i) {
+                // m_refText serves as scratch: no reference is being read.
+                m_refText.assign(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name));
+                TrackAttribute(*tracked, m_refText.c_str(), size_t(attrs[i].valueEnd - attrs[i].value));
+            }
+        }
         if (textEnd) {
+            if (tracked && tracked->element)
+                tracked->element->MaxLen(int(textEnd - text));
             child->m_data.assign(text, size_t(textEnd - text));
             LinkChild(level, child);
             ConsumeRun(size_t(text - p));

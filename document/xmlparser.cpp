@@ -16,7 +16,6 @@ BATCHERR XmlDocument::ParseString(const UCString& text, bool validate, bool igno
 }
 
 BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
-    (void)ignoreDtd;
     Clear();
     m_errorMessage.clear();
     m_errorFile.clear();
@@ -27,6 +26,8 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
     m_validate = validate;
     m_trackMaxLen = false;
     m_markupNesting = 0;
+    m_groupNesting = 0;
+    m_trackedDefs.clear();
     m_entityNesting = 0;
     m_entityExpansion = 0;
     InitParser();
@@ -63,6 +64,14 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
             // The tokeniser has set the message already.
             result = errSyntax;
             break;
+        case tokDoctype:
+            if (state == 2) {
+                result = SetUpError(errSyntax, u"Only one DoctypeDecl allowed!");
+            } else {
+                result = ParseDoctypeDecl(ignoreDtd);
+                state = 2;
+            }
+            break;
         case tokElementDecl:
         case tokEntityDecl:
             UxToken(token);
@@ -79,7 +88,7 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
         return result;
 
     m_trackMaxLen = m_dtd.HaveContents();
-    m_fastContent = !m_generalOnly && !m_validate && !m_trackMaxLen;
+    m_fastContent = !m_generalOnly && !m_validate;
     PushBack(u'<');
     kind = ContentToken(token);
     if (kind != tokStartTag)
@@ -135,12 +144,8 @@ XmlElement* XmlDocument::ParseAttributes(XmlElement* element, bool& isEmpty) {
             break;
         }
         element->m_attributes.emplace_back(attrName, attrValue);
-        if (m_trackMaxLen) {
-            const UCString& name = m_names[size_t(element->m_nameId - 1)];
-            if (XmlAttrList* list = m_dtd.FindAttrList(name.c_str()))
-                if (XmlAttDef* def = list->FindModifiableAttDef(attrName.c_str()))
-                    def->MaxLen(int(attrValue.size()));
-        }
+        if (m_trackMaxLen)
+            TrackAttribute(Tracked(element->m_nameId), attrName.c_str(), attrValue.size());
     }
     if (element && kind == tokEmptyClose)
         isEmpty = true;
@@ -221,7 +226,7 @@ BATCHERR XmlDocument::ParseContent(int depth) {
     if (result != errNone)
         return result;
     if (m_trackMaxLen) {
-        if (XmlElementDef* def = m_dtd.FindElement(m_names[level.nameIndex].c_str()))
+        if (XmlElementDef* def = Tracked(current->m_nameId).element)
             def->MaxLen(int(data.size()));
     }
     // The text ends at a unit of value 0, if one came in.
@@ -230,4 +235,26 @@ BATCHERR XmlDocument::ParseContent(int depth) {
     else
         current->Data(data.c_str());
     return errNone;
+}
+
+// The definitions that the lengths of an element name go to. The definition
+// is complete once the prolog is over and does not change during the
+// content, so each name is looked up once per parse.
+XmlDocument::TrackedDefs& XmlDocument::Tracked(int nameId) {
+    if (size_t(nameId) >= m_trackedDefs.size())
+        m_trackedDefs.resize(size_t(nameId) + 1, TrackedDefs{nullptr, nullptr, false});
+    TrackedDefs& defs = m_trackedDefs[size_t(nameId)];
+    if (!defs.known) {
+        const UCChar* name = m_names[size_t(nameId - 1)].c_str();
+        defs.element = m_dtd.FindElement(name);
+        defs.attributes = m_dtd.FindAttrList(name);
+        defs.known = true;
+    }
+    return defs;
+}
+
+void XmlDocument::TrackAttribute(const TrackedDefs& defs, const UCChar* name, size_t length) {
+    if (defs.attributes)
+        if (XmlAttDef* def = defs.attributes->FindModifiableAttDef(name))
+            def->MaxLen(int(length));
 }

@@ -9,6 +9,7 @@
 #include "ozmutil.h"
 #include "xmldeque.h"
 #include "xmldtd.h"
+#include "xmlpushstack.h"
 #include "xmltree.h"
 
 // Token kinds of the tokenisers. The values have gaps.
@@ -97,13 +98,32 @@ public:
     XmlDtd& GetDTD() { return m_dtd; }
     const XmlDtd& GetDTD() const { return m_dtd; }
 
-    // Limits on the expansion of general entities in content, which stop an
-    // entity that refers to itself and an entity bomb with an orderly
-    // failure: references nested inside each other at the start of a
-    // replacement text, and the units of replacement text of declared
-    // entities pushed back during one parse.
+    // The limits that keep hostile input from exhausting the stack, memory or
+    // time. Each ends the parse with errSyntax (errOpenUri for a resource)
+    // and a message that names what went too far.
+    //
+    // General references in content nested inside each other at the start
+    // of a replacement text.
     static constexpr int MaxEntityNesting = 64;
+    // Units of text pushed back for expansion during one parse: replacement
+    // texts of declared entities in content, parameter entities included in
+    // a definition or replaced in a literal, and included conditional
+    // sections. Stops entity bombs and quadratic blowup.
     static constexpr size_t MaxEntityExpansion = size_t(1) << 24;
+    // Pushed texts (entity values, sections, subsets) that are begun and not
+    // yet read to their end at one time: stops a parameter entity that
+    // includes itself.
+    static constexpr size_t MaxPushNesting = 1024;
+    // Groups of a content model nested inside each other.
+    static constexpr int MaxGroupNesting = 256;
+    // '<?' and '<!' openings read inside each other in the prolog.
+    static constexpr int MaxMarkupNesting = 256;
+    // Bytes of an external subset or entity, which is read whole.
+    static constexpr size_t MaxResourceBytes = size_t(16) << 20;
+
+    // Reads a stand-alone external subset into the definition, finds its
+    // single root element and verifies it.
+    BATCHERR ParseExternalDTD(const UCChar* uri);
 
     const UCChar* ErrorMessage() const { return m_errorMessage.c_str(); }
     const UCChar* ErrorFile() const { return m_errorFile.c_str(); }
@@ -150,6 +170,31 @@ private:
     BATCHERR ParseTextDecl(OZM_CSET& encoding, double& version, bool& standalone);
     BATCHERR Rescan(UCString& text, bool expandParams, bool expandCharRefs);
 
+    // Definition parsing (dtdparser/).
+    BATCHERR ParseDoctypeDecl(bool ignoreDtd);
+    BATCHERR ParseDoctypeParts(int& kind, UCString& token);
+    BATCHERR ParseConditional();
+    // Pushes a blank, the value of the parameter entity ref ("%name") and a
+    // blank. An undefined name is an error when reportUndefined is set, and
+    // is passed over otherwise.
+    BATCHERR IncludeParamEntity(const UCString& ref, bool reportUndefined);
+    // Counts units about to be pushed or substituted against
+    // MaxEntityExpansion; false (with the message set) when over.
+    bool CountExpansion(size_t units, const UCChar* format, const UCChar* what);
+    BATCHERR ParseElementDecl();
+    BATCHERR ParseContentParts(XmlContentPart& part);
+    int ElementDeclToken(UCString& token);
+    BATCHERR ParseAttrList();
+    BATCHERR ParseEnumeration(XmlAttDef* def, bool keep);
+    int AttrListToken(UCString& token, bool nameOnly);
+    BATCHERR ParseEntityDecl();
+    BATCHERR ReadParsedURI(const UCChar* uri, UCString& text);
+    BATCHERR VerifyDTD();
+    BATCHERR VerifyDTDElements(XmlElementDef* def);
+    BATCHERR VerifyDTDContentPart(XmlContentPart& part);
+    // UxToken, or errSyntax alone when the tokeniser has reported already.
+    BATCHERR Unexpected(int kind, const UCString& token) { return kind == tokError ? errSyntax : UxToken(token); }
+
     // Error state.
     void SaveErrorPos() { SaveErrorPos(m_line, m_col); }
     void SaveErrorPos(int line, int col) {
@@ -175,6 +220,7 @@ private:
     inline void PushBack(UCChar c);
     inline UCChar PopPushed();
     void PushBack(const UCChar* text);
+    void PushText(UCString&& text);
     UCChar ModuleChar();
     static inline bool IsNameStart(UCChar c);
     static inline bool IsNameChar(UCChar c);
@@ -217,10 +263,10 @@ private:
     // Keeps every parse of this document on the general path (for tests
     // that compare the two).
     bool m_generalOnly = false;
-    XmlDeque<UCChar> m_pushBack;
+    XmlPushStack m_pushBack;
     // The top of the push-back stack lives in m_pushTop while m_hasPushTop is
     // set, so that the one unit of look-ahead that most tokens push costs no
-    // queue operation; m_pushBack holds what lies below it. m_pushPending
+    // stack operation; m_pushBack holds what lies below it. m_pushPending
     // tells whether anything at all is pushed.
     UCChar m_pushTop = 0;
     bool m_hasPushTop = false;
@@ -259,4 +305,16 @@ private:
     // Depth of '<?' and '<!' openings that PrologToken is reading inside
     // each other; bounded so that a run of them cannot exhaust the stack.
     int m_markupNesting = 0;
+    // Depth of ParseContentParts calls.
+    int m_groupNesting = 0;
+    // Definitions of element names met while lengths are tracked, by name
+    // index + 1 (see XmlDocument::TrackedDefs).
+    struct TrackedDefs {
+        XmlElementDef* element;
+        XmlAttrList* attributes;
+        bool known;
+    };
+    std::vector<TrackedDefs> m_trackedDefs;
+    TrackedDefs& Tracked(int nameId);
+    void TrackAttribute(const TrackedDefs& defs, const UCChar* name, size_t length);
 };

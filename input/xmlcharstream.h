@@ -68,10 +68,11 @@ OZM_HOT UCChar XmlDocument::PopPushed() {
     if (m_hasPushTop) {
         m_hasPushTop = false;
         c = m_pushTop;
-    } else {
-        c = m_pushBack.take_back();
+        m_pushPending = !m_pushBack.empty();
+        return c;
     }
-    m_pushPending = m_hasPushTop || !m_pushBack.empty();
+    c = m_pushBack.take();
+    m_pushPending = !m_pushBack.empty();
     return c;
 }
 
@@ -122,7 +123,7 @@ OZM_HOT UCChar XmlDocument::SkipSpace() {
 
 OZM_HOT void XmlDocument::PushBack(UCChar c) {
     if (m_hasPushTop)
-        m_pushBack.push_back(m_pushTop);
+        m_pushBack.push(m_pushTop);
     m_pushTop = c;
     m_hasPushTop = true;
     m_pushPending = true;
@@ -149,13 +150,14 @@ inline UCChar XmlDocument::ReadName(UCString& token) {
     }
 }
 
-// Units that can be read straight from the source, bypassing OneChar: only
-// while nothing is pushed back. Whoever takes units from the run must account
+// Units that can be read in bulk, bypassing OneChar: the rest of the pushed
+// text on top of the push-back stack, or, while nothing is pushed back, what
+// the source holds in memory. Whoever takes units from the run must account
 // for them as NextChar would (ConsumeRun does so for units that are no line
-// end).
+// end; pushed units move no column).
 OZM_HOT size_t XmlDocument::PendingRun(const UCChar*& run) {
     if (m_pushPending)
-        return 0;
+        return m_hasPushTop ? 0 : m_pushBack.run(run);
     if (m_sourceString) {
         run = m_stringCursor;
         return size_t(m_stringEnd - m_stringCursor);
@@ -168,6 +170,11 @@ OZM_HOT size_t XmlDocument::PendingRun(const UCChar*& run) {
 }
 
 OZM_HOT void XmlDocument::ConsumeRun(size_t count) {
+    if (m_pushPending) {
+        m_pushBack.skip(count);
+        m_pushPending = !m_pushBack.empty();
+        return;
+    }
     if (m_sourceString)
         m_stringCursor += count;
     else

@@ -2,10 +2,6 @@
 #include "input/xmlcharstream.h"
 
 namespace {
-// How many '<?' and '<!' openings PrologToken follows inside each other
-// before it gives up on the innermost; each one only leads to a failure.
-constexpr int kMaxMarkupNesting = 256;
-
 bool EndsWithCommentClose(const UCString& s) {
     size_t n = s.size();
     return n >= 3 && s[n - 3] == '-' && s[n - 2] == '-' && s[n - 1] == '>';
@@ -13,9 +9,19 @@ bool EndsWithCommentClose(const UCString& s) {
 }  // namespace
 
 void XmlDocument::PushBack(const UCChar* text) {
-    size_t n = UCString::traits_type::length(text);
-    while (n > 0)
-        PushBack(text[--n]);
+    PushText(UCString(text));
+}
+
+// Pushes a whole text above everything pending, the single top unit included.
+void XmlDocument::PushText(UCString&& text) {
+    if (text.empty())
+        return;
+    if (m_hasPushTop) {
+        m_pushBack.push(m_pushTop);
+        m_hasPushTop = false;
+    }
+    m_pushBack.push(std::move(text));
+    m_pushPending = true;
 }
 
 // Appends units to token up to stop1, stop2, a carriage return or a UCEof
@@ -55,10 +61,11 @@ void XmlDocument::ScanRun(UCString& token, UCChar stop1, UCChar stop2) {
     if (i == 0)
         return;
     token.append(run, i);
+    const bool pushed = m_pushPending;
     ConsumeRun(i);
     if (lines) {
         m_line += lines;
-        m_col = int(i - lineStart);
+        m_col = pushed ? 0 : int(i - lineStart);
     }
 }
 
@@ -117,7 +124,7 @@ int XmlDocument::PrologToken(UCString& token, bool allowXmlDecl) {
     case '<': {
         UCChar d = NextChar();
         if (d == '?' || d == '!') {
-            if (m_markupNesting >= kMaxMarkupNesting) {
+            if (m_markupNesting >= MaxMarkupNesting) {
                 token.push_back(d);
                 return tokNone;
             }

@@ -146,18 +146,6 @@ TEST(PrologTokenTest, XmlDeclarationOnlyAtTheStartOfTheProlog) {
         RunCase(c);
 }
 
-// No DOCTYPE is read yet: it is refused as a token out of place, with the
-// keyword as written.
-TEST(PrologTokenTest, DoctypeIsRefusedForNow) {
-    const Case cases[] = {
-        {"DOCTYPE", u"<!DOCTYPE a><a/>", errSyntax, Ux(u"<!DOCTYPE"), -1, 0, nullptr},
-        {"doctype in lower case", u"<!doctype a><a/>", errSyntax, Ux(u"<!doctype"), -1, 0, nullptr},
-        {"blank behind '<!'", u"<! DOCTYPE a><a/>", errSyntax, Ux(u"<!DOCTYPE"), -1, 0, nullptr},
-    };
-    for (const Case& c : cases)
-        RunCase(c);
-}
-
 TEST(ContentTokenTest, TokensThatHaveNoPlaceInContent) {
     const Case cases[] = {
         {"end tag in another case", u"<a></A>", errSyntax, u"Improper element nesting", 1, 3, nullptr},
