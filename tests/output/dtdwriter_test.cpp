@@ -52,6 +52,10 @@ void InternalAndExternal(XmlDtd& d) {
     Element(d, u"i", elemAny);
     ExternalOnly(d);
 }
+void Sys(XmlDtd& d) { d.ExternalDTD(nullptr, u"s"), ExternalOnly(d); }
+void Pub(XmlDtd& d) { d.ExternalDTD(u"p", u"s"), ExternalOnly(d); }
+void SysInt(XmlDtd& d) { d.ExternalDTD(u"", u"s"), InternalAndExternal(d); }
+void PubInt(XmlDtd& d) { d.ExternalDTD(u"p", u"s"), InternalAndExternal(d); }
 void Entities(XmlDtd& d) {
     d.DocType(u"r");
     d.AddEntity(u"%x", u"v");
@@ -111,33 +115,18 @@ const Case kCases[] = {
     {"fresh", [](XmlDtd&) {}, false, true, true, u""},
     {"identifiers alone", [](XmlDtd& d) { d.ExternalDTD(u"p", u"s"); }, true, true, true, u""},
     {"predefined added again", [](XmlDtd& d) { d.AddEntity(u"lt", u"x"); }, false, true, true, u""},
-    {"external only, system",
-     [](XmlDtd& d) { d.ExternalDTD(nullptr, u"s"), ExternalOnly(d); }, true, false, true,
-     u"<!DOCTYPE r SYSTEM \"s\">"},
-    {"external only, system, lines",
-     [](XmlDtd& d) { d.ExternalDTD(nullptr, u"s"), ExternalOnly(d); }, true, true, true,
-     u"<!DOCTYPE r SYSTEM \"s\">\n"},
-    {"external only, all written",
-     [](XmlDtd& d) { d.ExternalDTD(nullptr, u"s"), ExternalOnly(d); }, false, false, true,
-     u"<!DOCTYPE r [<!ELEMENT e EMPTY>]>"},
+    {"external only, system", Sys, true, false, true, u"<!DOCTYPE r SYSTEM \"s\">"},
+    {"external only, system, lines", Sys, true, true, true, u"<!DOCTYPE r SYSTEM \"s\">\n"},
+    {"external only, all written", Sys, false, false, true, u"<!DOCTYPE r [<!ELEMENT e EMPTY>]>"},
     {"external only, no identifiers", ExternalOnly, true, false, true, u"<!DOCTYPE r []>"},
-    {"two identifiers",
-     [](XmlDtd& d) { d.ExternalDTD(u"p", u"s"), d.ExternalDTD(u"", u"t"), ExternalOnly(d); }, true, false, true,
+    {"two identifiers", [](XmlDtd& d) { Pub(d), d.ExternalDTD(u"", u"t"); }, true, false, true,
      u"<!DOCTYPE r PUBLIC \"p\" \"s\"\n            SYSTEM \"t\">"},
-    {"public, no declarations, lines",
-     [](XmlDtd& d) { d.ExternalDTD(u"p", u"s"), ExternalOnly(d); }, true, true, true,
-     u"<!DOCTYPE r PUBLIC \"p\" \"s\"\n>\n"},
-    {"public, declarations, lines",
-     [](XmlDtd& d) { d.ExternalDTD(u"p", u"s"), InternalAndExternal(d); }, true, true, true,
+    {"public, no declarations, lines", Pub, true, true, true, u"<!DOCTYPE r PUBLIC \"p\" \"s\"\n>\n"},
+    {"public, declarations, lines", PubInt, true, true, true,
      u"<!DOCTYPE r PUBLIC \"p\" \"s\"\n\n[\n<!ELEMENT i ANY>\n]>\n"},
-    {"public, declarations",
-     [](XmlDtd& d) { d.ExternalDTD(u"p", u"s"), InternalAndExternal(d); }, true, false, true,
-     u"<!DOCTYPE r PUBLIC \"p\" \"s\"[<!ELEMENT i ANY>]>"},
-    {"system, declarations",
-     [](XmlDtd& d) { d.ExternalDTD(u"", u"s"), InternalAndExternal(d); }, true, false, true,
-     u"<!DOCTYPE r SYSTEM \"s\"[<!ELEMENT i ANY>]>"},
-    {"system, declarations, lines",
-     [](XmlDtd& d) { d.ExternalDTD(u"", u"s"), InternalAndExternal(d); }, true, true, true,
+    {"public, declarations", PubInt, true, false, true, u"<!DOCTYPE r PUBLIC \"p\" \"s\"[<!ELEMENT i ANY>]>"},
+    {"system, declarations", SysInt, true, false, true, u"<!DOCTYPE r SYSTEM \"s\"[<!ELEMENT i ANY>]>"},
+    {"system, declarations, lines", SysInt, true, true, true,
      u"<!DOCTYPE r SYSTEM \"s\"\n[\n<!ELEMENT i ANY>\n]>\n"},
     {"entities escaped", Entities, false, true, true,
      u"<!DOCTYPE r [\n<!ENTITY % x \"v\">\n<!ENTITY g \"a&lt;b&amp;&quot;&apos;&gt;\">\n]>\n"},
