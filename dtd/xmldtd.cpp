@@ -85,22 +85,30 @@ XmlAttrList* XmlDtd::AddAttrList(const UCChar* name) {
 }
 
 bool XmlDtd::AddEntity(const UCChar* name, const UCChar* value) {
+    return AddEntity(name, UCString(value ? value : u""));
+}
+
+bool XmlDtd::AddEntity(const UCChar* name, UCString value) {
     // The first definition of a name counts, the predefined ones included.
     if (m_entityIndex.Find(m_entities, name))
         return true;
     XmlEntityDef& entity = m_entities.emplace_back(m_doingExterns);
     entity.Name(name);
-    entity.Value(value);
+    entity.m_value = std::move(value);
     m_entityIndex.Added(entity);
     m_haveContents = true;
     return true;
 }
 
+const XmlEntityDef* XmlDtd::FindEntity(const UCChar* name) const {
+    return m_entityIndex.Find(const_cast<XmlDeque<XmlEntityDef>&>(m_entities), name);
+}
+
 bool XmlDtd::LookupEntity(const UCChar* name, UCString& value) const {
-    const XmlEntityDef* entity = m_entityIndex.Find(const_cast<XmlDeque<XmlEntityDef>&>(m_entities), name);
+    const XmlEntityDef* entity = FindEntity(name);
     if (!entity)
         return false;
-    value = entity->Value();
+    value.assign(entity->Value(), entity->ValueLength());
     return true;
 }
 

@@ -14,17 +14,18 @@ bool XmlDocument::CountExpansion(size_t units, const UCChar* format, const UCCha
 }
 
 BATCHERR XmlDocument::IncludeParamEntity(const UCString& ref, bool reportUndefined) {
-    UCString value;
-    if (!m_dtd.LookupEntity(ref.c_str(), value))
+    const XmlEntityDef* entity = m_dtd.FindEntity(ref.c_str());
+    if (!entity)
         return reportUndefined ? SetUpError(errSyntax, u"Unable to resolve entity '%s'", ref.c_str()) : errNone;
     if (m_pushBack.depth() >= MaxPushNesting)
         return SetUpError(errSyntax, u"Entity references nested too deeply at '%s;'", ref.c_str());
-    if (!CountExpansion(value.size() + 2, u"Entity expansion exceeds %u units at '%s;'", ref.c_str()))
+    const size_t length = entity->ValueLength();
+    if (!CountExpansion(length + 2, u"Entity expansion exceeds %u units at '%s;'", ref.c_str()))
         return errSyntax;
     UCString text;
-    text.reserve(value.size() + 2);
+    text.reserve(length + 2);
     text.push_back(u' ');
-    text += value;
+    text.append(entity->Value(), length);
     text.push_back(u' ');
     PushText(std::move(text));
     return errNone;

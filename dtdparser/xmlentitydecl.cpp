@@ -39,7 +39,7 @@ BATCHERR XmlDocument::ParseEntityDecl() {
     }
     if (isParam)
         name.insert(name.begin(), u'%');
-    if (!m_dtd.AddEntity(name.c_str(), value.c_str()))
+    if (!m_dtd.AddEntity(name.c_str(), std::move(value)))  // Rescan has cut it at a unit 0
         return SetUpError(errSyntax, u"Error adding entity decl for '%s'", name.c_str());
     kind = PrologToken(token, false);
     return kind == tokClose ? errNone : Unexpected(kind, token);

@@ -109,7 +109,7 @@ public:
     // texts of declared entities in content, parameter entities included in
     // a definition or replaced in a literal, and included conditional
     // sections. Stops entity bombs and quadratic blowup.
-    static constexpr size_t MaxEntityExpansion = size_t(1) << 24;
+    static constexpr size_t MaxEntityExpansion = size_t(1) << 23;
     // Pushed texts (entity values, sections, subsets) that are begun and not
     // yet read to their end at one time: stops a parameter entity that
     // includes itself.

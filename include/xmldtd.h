@@ -353,11 +353,14 @@ public:
     // Null counts as empty.
     void Name(const UCChar* name);
     const UCChar* Value() const { return m_value.c_str(); }
+    size_t ValueLength() const { return m_value.size(); }
     // Null counts as empty.
     void Value(const UCChar* value);
     bool IsExternal() const { return m_isExternal; }
 
 private:
+    friend class XmlDtd;
+
     UCString m_name;
     UCString m_value;
     bool m_isExternal = false;
@@ -385,6 +388,10 @@ public:
     // Adds an entity unless one of that name exists, in which case the
     // first definition stays. Always true.
     bool AddEntity(const UCChar* name, const UCChar* value);
+    // The same with a value taken whole, units of value 0 included.
+    bool AddEntity(const UCChar* name, UCString value);
+    // First entity of that name, or null.
+    const XmlEntityDef* FindEntity(const UCChar* name) const;
     // On a defined name, assigns its value to value and gives true; else
     // false, and value is left alone.
     bool LookupEntity(const UCChar* name, UCString& value) const;

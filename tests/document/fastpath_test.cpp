@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "dtdparser/dtd_dump.h"
 #include "ozmmem.h"
 #include "test_files.h"
 #include "xmlapi.h"
@@ -53,7 +54,7 @@ std::string Outcome(const XmlDocument& d, BATCHERR result, bool withFile = true)
                       ":" + std::to_string(d.ErrorLine()) + ":" +
                       std::to_string(d.ErrorCol()) + " [" + Show(d.ErrorMessage()) + "]\n";
     DumpTree(d.RootElement(), 0, out);
-    return out;
+    return out + DumpDtd(d.GetDTD(), true);  // with the lengths recorded
 }
 
 class FastPathTest : public ::testing::Test {
@@ -195,9 +196,12 @@ TEST_F(FastPathTest, RandomDocumentsMatch) {
         u"&",    u"<",    u"</",    u">",     u"<!--c-->", u"\u00E9", u"\u2028",  u"\U0001F600",
         u"<\u00E9>", u"</\u00E9>", u"\t", u"<a>leaf</a>", u"<b>x\ny</b>", u"<a></a>", u"=", u"'",
     };
+    // Half of them with a definition, whose lengths both paths record.
+    const UCString dtd = u"<!DOCTYPE r [<!ELEMENT r ANY><!ELEMENT a ANY><!ELEMENT b (#PCDATA)>"
+                         u"<!ATTLIST a x CDATA #IMPLIED><!ATTLIST b z CDATA #IMPLIED y CDATA #IMPLIED>]>";
     std::mt19937 rng(20261122);
     for (int round = 0; round < 3000; ++round) {
-        UCString text = u"<r>";
+        UCString text = round % 2 ? dtd + u"<r>" : u"<r>";
         const int count = int(rng() % 24);
         for (int i = 0; i < count; ++i)
             text += pieces[rng() % pieces.size()];

@@ -23,8 +23,9 @@ void RunCase(const Case& c, bool wrap = true) {
     UCString text = wrap ? u"<!DOCTYPE a [" + Wide(c.doc) + u"]><a/>" : Wide(c.doc);
     EXPECT_EQ(doc.ParseString(text), c.code);
     EXPECT_EQ(Str(doc.ErrorMessage()), c.message);
-    if (c.model)
+    if (c.model) {
         EXPECT_EQ(DumpDtd(doc.GetDTD()), c.model);
+    }
     if (c.attrs) {
         const XmlAttrList* l = doc.GetDTD().FindAttrList(u"a");
         ASSERT_NE(l, nullptr);

@@ -82,7 +82,7 @@ TEST(EntityExpansionTest, SelfReferenceBehindTextStopsAtTheExpansionLimit) {
     auto r = XmlContentProbe::Content(u"&grow;", {{u"grow", u"xxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxxx&grow;"}});
     ASSERT_FALSE(r.tokens.empty());
     EXPECT_EQ(r.tokens.back().first, tokError);
-    EXPECT_EQ(r.message, u"Entity expansion exceeds 16777216 units at '&grow;'");
+    EXPECT_EQ(r.message, u"Entity expansion exceeds 8388608 units at '&grow;'");
 }
 
 TEST(EntityExpansionTest, EntityBombStopsAtTheExpansionLimit) {
@@ -96,7 +96,7 @@ TEST(EntityExpansionTest, EntityBombStopsAtTheExpansionLimit) {
     auto r = XmlContentProbe::Content(u"&l9;", e);
     ASSERT_FALSE(r.tokens.empty());
     EXPECT_EQ(r.tokens.back().first, tokError);
-    EXPECT_EQ(r.message.rfind(u"Entity expansion exceeds 16777216 units at '&l", 0), 0u);
+    EXPECT_EQ(r.message.rfind(u"Entity expansion exceeds 8388608 units at '&l", 0), 0u);
 }
 
 TEST(EntityExpansionTest, PredefinedEntitiesDoNotCountAgainstTheLimit) {

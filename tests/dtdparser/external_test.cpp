@@ -1,0 +1,192 @@
+// External subsets and entities read from files, and stand-alone subsets.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "dtdparser/dtd_dump.h"
+#include "input/input_test_util.h"
+#include "test_files.h"
+
+namespace {
+
+UCString Wide(const std::string& s) { return UCString(s.begin(), s.end()); }
+
+struct ExternalTest : ::testing::Test {
+    TempDir dir;
+    XmlDocument doc;
+    // Writes the document and parses it with ParseFile.
+    BATCHERR Parse(const std::string& text, bool ignoreDtd = false) {
+        return doc.ParseFile(Wide(dir.Write("doc.xml", text)).c_str(), false, ignoreDtd);
+    }
+};
+
+TEST_F(ExternalTest, SubsetsFollowTheInternalOneInOrder) {
+    dir.Write("x.dtd", "<!ELEMENT a (b)><!ENTITY e 'external'><!ATTLIST a k CDATA #IMPLIED>");
+    dir.Write("y.dtd", "<?xml version='1.0' encoding='UTF-8'?><!ELEMENT b EMPTY><!ENTITY f 'y'>");
+    ASSERT_EQ(Parse("<!DOCTYPE a SYSTEM 'x.dtd' PUBLIC '-//p' \"y.dtd\" [<!ENTITY e 'internal'>]><a k='123'>&e;</a>"),
+              errNone)
+        << Narrow(doc.ErrorMessage());
+    const XmlDtd& dtd = doc.GetDTD();
+    EXPECT_EQ(DumpDtd(dtd), "a=C(b) b=E");
+    EXPECT_TRUE(dtd.ElementAt(0)->IsExternal());
+    EXPECT_EQ(Str(doc.RootElement()->Data()), u"internal");
+    EXPECT_EQ(dtd.FindAttrList(u"a")->GetAttDef(0)->MaxLen(), 3);
+    UCString v;
+    EXPECT_TRUE(dtd.LookupEntity(u"f", v));
+}
+
+TEST_F(ExternalTest, ErrorsInsideASubsetNameItAndCountItsLines) {
+    dir.Write("x.dtd", "<!ELEMENT a EMPTY>\n\n<!ELEMENT b (>");
+    EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'x.dtd'>\n<a/>"), errSyntax);
+    EXPECT_EQ(Str(doc.ErrorMessage()), u"No type determined for element b");
+    EXPECT_EQ(Str(doc.ErrorFile()), u"x.dtd");
+    EXPECT_EQ(doc.ErrorLine(), 3);
+    // A verification error reports the '>' pushed behind the last subset.
+    dir.Write("x.dtd", "<!ELEMENT a (c)>\n");
+    EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'x.dtd'><a/>"), errSyntax);
+    EXPECT_EQ(Str(doc.ErrorMessage()), u"Element c is referenced but never defined");
+    EXPECT_EQ(Str(doc.ErrorFile()), u"x.dtd");
+    EXPECT_EQ(doc.ErrorLine(), 2);
+    // A subset that ends on anything but its pushed '>'.
+    dir.Write("x.dtd", "<!ELEMENT a EMPTY>]");
+    EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'x.dtd'><a/>"), errSyntax);
+    EXPECT_EQ(Str(doc.ErrorMessage()), Ux(u"]"));
+    // An attribute list at the very end takes the pushed '>' as its own.
+    dir.Write("x.dtd", "<!ELEMENT a EMPTY><!ATTLIST a b CDATA");
+    EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'x.dtd'><a/>"), errSyntax);
+    EXPECT_EQ(Str(doc.ErrorMessage()), Ux(u"<"));
+}
+
+TEST_F(ExternalTest, ResourcesThatCannotBeRead) {
+    const std::string big = dir.Write("big.dtd", "");
+    ASSERT_EQ(truncate(big.c_str(), off_t(XmlDocument::MaxResourceBytes) + 1), 0);
+    const std::string d = dir.Path("");
+    struct Bad {
+        std::string doc;
+        BATCHERR code;
+        std::string message;
+    } cases[] = {
+        {"<!DOCTYPE a SYSTEM 'missing.dtd'><a/>", errOpenUri, "Unable to open URI '" + d + "missing.dtd'"},
+        {"<!DOCTYPE a SYSTEM 'sub/a.dtd'><a/>", errOpenUri, "Unable to open URI 'sub/a.dtd'"},
+        {"<!DOCTYPE a SYSTEM 'http://example.org/a.dtd'><a/>", errOpenUri,
+         "Unable to open URI 'http://example.org/a.dtd'"},
+        {"<!DOCTYPE a SYSTEM '" + d + "'><a/>", errOpenUri, "Unable to open URI '" + d + "'"},
+        {"<!DOCTYPE a SYSTEM 'big.dtd'><a/>", errOpenUri, "URI '" + big + "' is larger than 16777216 bytes"},
+        {"<!DOCTYPE a SYSTEM '/dev/zero'><a/>", errOpenUri, "URI '/dev/zero' is larger than 16777216 bytes"},
+        // A message is held to 511 units.
+        {"<!DOCTYPE a SYSTEM '" + std::string(5000, 'x') + "'><a/>", errOpenUri,
+         "Unable to open URI '" + std::string(511 - 20, 'x')},
+        {"<!DOCTYPE a [<!ENTITY e SYSTEM 'missing.ent' NDATA x>]><a/>", errOpenUri,
+         "Unable to open URI '" + d + "missing.ent'"},
+        {"<!DOCTYPE a [<!ENTITY e SYSTEM 'doc.xml' NDATA x>]><a/>", errSyntax, "Unexpected token 'NDATA'"},
+    };
+    for (const Bad& c : cases) {
+        SCOPED_TRACE(c.doc.substr(0, 60));
+        EXPECT_EQ(Parse(c.doc), c.code);
+        EXPECT_EQ(Narrow(doc.ErrorMessage()), c.message);
+    }
+    // Nothing is fetched with ignoreDtd.
+    EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'missing.dtd' [<!ENTITY e SYSTEM 'missing.ent'>]><a/>", true), errOpenUri);
+    EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'missing.dtd'><a/>", true), errNone);
+}
+
+TEST_F(ExternalTest, EncodingsAndTextDeclarations) {
+    struct Form {
+        const char* label;
+        std::string bytes;
+        BATCHERR code;
+        const char16_t* message;
+    };
+    const std::string decl = "<!ELEMENT a EMPTY>";
+    std::string le("\xFF\xFE", 2), be("\xFE\xFF", 2), leBare, beBare;
+    for (char c : decl) {
+        le += std::string{c, '\0'}, leBare += std::string{c, '\0'};
+        be += std::string{'\0', c}, beBare += std::string{'\0', c};
+    }
+    const Form forms[] = {
+        {"UTF-8", decl, errNone, u""},
+        {"UTF-8 with a mark", "\xEF\xBB\xBF" + decl, errNone, u""},
+        {"UTF-16LE with a mark", le, errNone, u""},
+        {"UTF-16BE with a mark", be, errNone, u""},
+        {"UTF-16LE without a mark", leBare, errNone, u""},
+        {"UTF-16BE without a mark", beBare, errNone, u""},
+        {"text declaration", "<?XML version='1.0' standalone='no'?>" + decl, errNone, u""},
+        {"empty file", "", errSyntax, u"Unable to locate root element a in DTD"},
+        {"a mark only", "\xEF\xBB\xBF", errSyntax, u"Unable to locate root element a in DTD"},
+        {"invalid UTF-8 in a comment", "<!-- \xC3\x28\xFF -->" + decl, errNone, u""},
+        {"unknown encoding", "<?xml encoding='x-unknown'?>" + decl, errSyntax, u"Unsupported encoding 'x-unknown'"},
+        {"declaration without an end", "<?xml version='1.0'", errSyntax, u"Error reading TextDecl"},
+        {"declaration after a blank", " <?xml version='1.0'?>" + decl, errSyntax, u"Unexpected token 'xml'"},
+        {"a target that starts with xml", "<?xml-model x?>" + decl, errSyntax, u"Unexpected token '-'"},
+    };
+    for (const Form& f : forms) {
+        SCOPED_TRACE(f.label);
+        dir.Write("x.dtd", f.bytes);
+        EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'x.dtd'><a/>"), f.code);
+        EXPECT_EQ(Str(doc.ErrorMessage()), f.message);
+    }
+}
+
+TEST_F(ExternalTest, ModulesEntitySetsAndSectionsOneDirectoryDown) {
+    // A driver that pulls in modules by parameter entities, relative to the
+    // working directory, switched by entities; an entity set; a module read
+    // twice is declared once.
+    ASSERT_EQ(mkdir(dir.Path("mod").c_str(), 0755), 0);
+    dir.Write("mod/struct.mod",
+              "<!ENTITY % inline 'em | b'>\n<!ELEMENT doc (title, (p | list)*)>\n<!ELEMENT title (#PCDATA)>\n"
+              "<!ELEMENT p (#PCDATA | %inline;)*>\n<![%lists;[<!ELEMENT list (p+)>]]>\n"
+              "<![%nolists;[<!ELEMENT list EMPTY>]]>\n");
+    dir.Write("mod/inline.mod", "<!ELEMENT em (#PCDATA)><!ELEMENT b (#PCDATA)>\n<!ATTLIST em %common;>\n");
+    dir.Write("mod/chars.ent", "<!ENTITY nbsp '&#160;'><!ENTITY mdash '&#x2014;'>");
+    dir.Write("driver.dtd",
+              "<!ENTITY % lists 'INCLUDE'><!ENTITY % nolists 'IGNORE'>\n<!ENTITY % common 'id ID #IMPLIED'>\n"
+              "<!ENTITY % chars SYSTEM 'mod/chars.ent'>%chars;\n<!ENTITY % s.mod SYSTEM 'mod/struct.mod'>%s.mod;\n"
+              "<!ENTITY % i.mod SYSTEM 'mod/inline.mod'>%i.mod;%i.mod;\n");
+    char cwd[4096];
+    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
+    ASSERT_EQ(chdir(dir.Dir().c_str()), 0);
+    BATCHERR r = Parse("<!DOCTYPE doc SYSTEM 'driver.dtd'><doc><title>T&nbsp;&mdash;</title><list/></doc>");
+    std::string model = DumpDtd(doc.GetDTD());
+    XmlDocument alone;
+    BATCHERR standalone = alone.ParseExternalDTD(u"driver.dtd");
+    ASSERT_EQ(chdir(cwd), 0);
+    ASSERT_EQ(r, errNone) << Narrow(doc.ErrorMessage()) << " " << Narrow(doc.ErrorFile()) << ":" << doc.ErrorLine();
+    EXPECT_EQ(model, "doc=C(title,(p|list)*) title=M p=M(em|b)* list=C(p+) em=M b=M em=M b=M");
+    EXPECT_EQ(Str(doc.RootElement()->Child()->Data()), u"T\u00A0\u2014");
+    EXPECT_EQ(DumpAttrList(*doc.GetDTD().FindAttrList(u"em")), "@em{id:ID#IMPLIED}");
+    EXPECT_EQ(standalone, errNone);
+    EXPECT_EQ(Str(alone.GetDTD().DocType().c_str()), u"doc");
+}
+
+TEST_F(ExternalTest, StandaloneSubsets) {
+    struct Subset {
+        const char* text;
+        BATCHERR code;
+        const char16_t* message;
+        const char16_t* root;
+    } cases[] = {
+        {"<!ELEMENT a (b)><!ELEMENT b (c)><!ELEMENT c EMPTY>", errNone, u"", u"a"},
+        {"<!ELEMENT a (b)><!ELEMENT b EMPTY> junk <!ELEMENT z (q)>", errNone, u"", u"a"},
+        {"<!ELEMENT a (b)><!ELEMENT c (d)><!ELEMENT b EMPTY><!ELEMENT d EMPTY>", errSyntax,
+         u"Could not find single root element in external DTD subset", nullptr},
+        {"<!ELEMENT a ANY>", errSyntax, u"Could not find single root element in external DTD subset", nullptr},
+        {"<!ELEMENT a (b)>", errSyntax, u"Element b is referenced but never defined", nullptr},
+        {"<!ELEMENT b EMPTY><![INCLUDE[<!ELEMENT a (b?)>", errNone, u"", u"a"},
+        {"<!ENTITY % self SYSTEM 'x.dtd'>%self;", errSyntax, u"Entity references nested too deeply at '%self;'",
+         nullptr},
+        {"<!ENTITY % y SYSTEM 'y.dtd'>%y;", errSyntax, u"Entity references nested too deeply at '%x;'", nullptr},
+    };
+    dir.Write("y.dtd", "<!ENTITY % x SYSTEM 'x.dtd'>%x;");
+    for (const Subset& c : cases) {
+        SCOPED_TRACE(c.text);
+        dir.Write("x.dtd", c.text);
+        doc.ParseFile(Wide(dir.Path("x.dtd")).c_str());  // leaves the directory for bare names
+        const UCString before = doc.ErrorMessage();  // success leaves it alone
+        EXPECT_EQ(doc.ParseExternalDTD(Wide(dir.Path("x.dtd")).c_str()), c.code);
+        EXPECT_EQ(Str(doc.ErrorMessage()), c.code == errNone ? before : c.message);
+        if (c.root) {
+            EXPECT_EQ(Str(doc.GetDTD().DocType().c_str()), c.root);
+        }
+    }
+}
+
+}  // namespace
