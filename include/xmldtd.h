@@ -17,6 +17,7 @@
 #include "xmldeque.h"
 
 class XmlElement;
+class XmlOutputStream;
 
 // Content type of an element definition.
 enum XmlElementType : int {
@@ -183,6 +184,7 @@ public:
 
 private:
     friend class XmlElementDef;
+    friend class XmlDtd;
 
     XmlDeque<XmlContentPart>& Parts() { return m_parts; }
     const XmlDeque<XmlContentPart>& Parts() const { return m_parts; }
@@ -288,6 +290,7 @@ public:
 
 private:
     friend class XmlAttrList;
+    friend class XmlDtd;
 
     UCString m_name;
     int m_type = attNone;
@@ -415,7 +418,24 @@ public:
     // Attributes are not checked against their definitions: always true.
     bool ValidateAttribute(const XmlElement* element, const UCChar* name, const UCChar* value) const;
 
+    // Writes the definition as a document type declaration: the entities
+    // (the predefined five left out), then each element with its attribute
+    // list, then the lists of names without an element. withExternals writes
+    // the external identifiers and leaves out every definition that came
+    // from an external subset; otherwise all definitions are written and no
+    // identifier. lineBreaks puts a line feed behind each declaration (an
+    // attribute list always has its own), escape sends entity values through
+    // WriteEscaped. Nothing is written before anything was added. Changes
+    // nothing in the model; always errNone (output/xmldtdwriter.cpp).
+    BATCHERR Write(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape) const;
+
 private:
+    // One <!ATTLIST with a line per definition, whatever lineBreaks says.
+    void WriteAttrList(XmlOutputStream& out, const XmlAttrList* list, bool lineBreaks) const;
+    // The text of a content part and everything below it, with a closing
+    // parenthesis when closeParen, then its count modifier. Works without
+    // recursion, so a model nested to any depth can be written.
+    void WriteContentPart(XmlOutputStream& out, const XmlContentPart& part, bool closeParen) const;
     void CopyFrom(const XmlDtd& other);
 
     UCString m_docType;

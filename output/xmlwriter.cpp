@@ -187,17 +187,11 @@ void PutEscaped(Pieces& out, const UCChar* text, size_t count) {
     }
 }
 
-// The definition part of XmlDocument::Write, after its line feed. This is
-// where the DTD writer (XmlDtd::Write with withExternals, lineBreaks and
-// escape; its result is not looked at) is called once the definition model
-// exists. A document has no definition to write until then.
+// The definition part of XmlDocument::Write, after its line feed: the DTD
+// writer's result is not looked at.
 void WriteDefinitionPart(const XmlDocument& document, XmlOutputStream& out, bool withExternals, bool lineBreaks,
                          bool escape) {
-    (void)document;
-    (void)out;
-    (void)withExternals;
-    (void)lineBreaks;
-    (void)escape;
+    document.GetDTD().Write(out, withExternals, lineBreaks, escape);
 }
 
 }  // namespace
