@@ -163,12 +163,29 @@ bool HasText(const UCChar* data, size_t length) {
 }  // namespace
 
 bool XmlDocument::GenerateDTD() {
+    const XmlDocument* self = this;
+    return GenerateDTD(std::vector<const XmlDocument*>{self});
+}
+
+bool XmlDocument::GenerateDTD(const std::vector<const XmlDocument*>& documents) {
     m_dtd.Clear();
-    if (!m_rootElement)
-        return true;
-    m_dtd.DocType(UCString(m_rootElement->Name()));
+    // One walk over all the trees: the definitions and shape lists it keeps
+    // gather what every document shows. Nodes of other documents are looked
+    // up by their names' text rather than by this document's name ids.
     GenWalk walk(m_names.size());
-    bool result = BuildDTDElement(m_rootElement, walk);
+    bool result = true;
+    bool named = false;
+    for (const XmlDocument* doc : documents) {
+        const XmlElement* root = doc ? doc->m_rootElement : nullptr;
+        if (!root)
+            continue;
+        if (!named) {
+            m_dtd.DocType(UCString(root->Name()));
+            named = true;
+        }
+        if (!BuildDTDElement(root, walk))
+            result = false;
+    }
 
     UCChar number[24];
     for (XmlElementDef* def : walk.defs) {

@@ -155,6 +155,15 @@ public:
     // a shape list could not be allocated and an element with children got
     // ANY for its content model.
     bool GenerateDTD();
+    // The same over the trees of several documents (this one among them or
+    // not; null entries and documents without a root are passed over): what
+    // all of them show goes into one definition here, as if their trees
+    // were instances of one document read one after the other. The
+    // document type name is the root name of the first document with a
+    // root; roots of other names get definitions of their own like any
+    // element, and no element is made to contain them. For the single
+    // document this one it gives exactly GenerateDTD's result.
+    bool GenerateDTD(const std::vector<const XmlDocument*>& documents);
     // Generated definitions always carry length attributes: true.
     bool GenerateLengthAttrs() const { return true; }
 
