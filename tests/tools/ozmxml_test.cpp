@@ -1,0 +1,72 @@
+// The ozmxml tool end to end: exit codes and exact output of the built
+// binary on a table of inputs.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "test_files.h"
+
+namespace {
+
+struct Case {
+    const char* args;  // shell words after the tool, run in the temporary directory
+    int status;
+    const char* out;
+    const char* err;
+};
+
+const Case kCases[] = {
+    {"check good.xml", 0, "", ""},
+    {"check bad.xml", 1, "", "bad.xml:3:4: Improper element nesting\n"},
+    {"check ext.xml", 1, "", "sub.dtd:2:0: Unexpected token '#BAD'\n"},
+    {"check - < bad.xml", 1, "", "<stdin>:3:0: Improper element nesting\n"},
+    {"check missing.xml", 1, "", "missing.xml: cannot open: No such file or directory\n"},
+    {"check --bogus good.xml", 2, "", "ozmxml check: unknown option --bogus (see ozmxml check --help)\n"},
+    {"check", 2, "", "ozmxml check: no FILE given (see ozmxml check --help)\n"},
+    {"check good.xml bad.xml -", 1, "3 files: 2 parsed, 1 failed\n", "bad.xml:3:4: Improper element nesting\n"},
+    {"frob", 2, "", "ozmxml: unknown command frob (see ozmxml --help)\n"},
+    {"tree good.xml", 0, "a k=\"v\"\n  b : \"one\\ntwo &\"\n  c\n", ""},
+    {"write --no-indent --no-declaration good.xml", 0, "<a k=\"v\"><b>one\ntwo &amp;</b><c/></a>", ""},
+    {"write --drop-empty -o out.xml good.xml && cat out.xml", 0,
+     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a k=\"v\">\n    <b>one\ntwo &amp;</b>\n</a>\n", ""},
+    {"dtd --external sub2.dtd", 0, "root: r\n<!DOCTYPE r [\n<!ELEMENT r (s*)>\n<!ELEMENT s EMPTY>\n]>\n", ""},
+    {"dtd --generate good.xml other.xml", 0,
+     "<!DOCTYPE a [\n<!ELEMENT a ((b | c | d)*)>\n<!ATTLIST a\n          k          (v)  >\n<!ELEMENT b (#PCDATA)>\n"
+     "<!ATTLIST b\n          length     CDATA  #FIXED \"9\">\n<!ELEMENT c EMPTY>\n<!ELEMENT d EMPTY>\n]>\n",
+     ""},
+    {"dtd --dot --external sub2.dtd", 0,
+     "digraph dtd {\n  rankdir=LR;\n  node [fontname=\"Helvetica\", fontsize=11];\n"
+     "  edge [fontname=\"Helvetica\", fontsize=10];\n  e0 [shape=box, label=\"r\", style=bold];\n"
+     "  e1 [shape=box, label=\"s\\nEMPTY\"];\n  g0 [shape=ellipse, label=\"choice\"];\n"
+     "  e0 -> g0 [style=dotted];\n  g0 -> e1 [label=\"*\"];\n}\n",
+     ""},
+    {"dtd good.xml", 1, "", "good.xml: no document type declaration (ozmxml dtd --generate infers one)\n"},
+};
+
+TEST(OzmxmlTool, TableOfRuns) {
+#ifndef OZM_TOOL_OZMXML
+    GTEST_SKIP() << "the tool is not built";
+#else
+    TempDir dir;
+    ASSERT_TRUE(dir.Ok());
+    dir.Write("good.xml", "<a k=\"v\"><b>one\ntwo &amp;</b><c/></a>");
+    dir.Write("other.xml", "<a><d/></a>");
+    dir.Write("bad.xml", "<a>\n <b/>\n <c></a>");
+    dir.Write("ext.xml", "<!DOCTYPE a SYSTEM \"sub.dtd\">\n<a/>");
+    dir.Write("sub.dtd", "<!ELEMENT a EMPTY>\n<!ATTLIST a x CDATA #BAD>\n");
+    dir.Write("sub2.dtd", "<!ELEMENT r (s*)>\n<!ELEMENT s EMPTY>\n");
+    for (const Case& c : kCases) {
+        const std::string command = "cd '" + dir.Dir() + "' && { '" OZM_TOOL_OZMXML "' " + c.args +
+                                    "; } >stdout.txt 2>stderr.txt </dev/null";
+        const int status = std::system(command.c_str());
+        ASSERT_TRUE(WIFEXITED(status)) << c.args;
+        EXPECT_EQ(WEXITSTATUS(status), c.status) << c.args;
+        EXPECT_EQ(dir.Read("stdout.txt"), c.out) << c.args;
+        EXPECT_EQ(dir.Read("stderr.txt"), c.err) << c.args;
+    }
+#endif
+}
+
+}  // namespace
