@@ -67,7 +67,9 @@ const char* const kWriteHelp =
     "  --no-doctype      leave out the document type declaration\n"
     "  --externals       write external identifiers instead of the\n"
     "                    declarations read from external subsets\n"
-    "  --drop-empty      leave out elements with neither text nor children\n";
+    "  --drop-empty      leave out elements with neither text nor children\n"
+    "  --keep-space      keep the white space between child elements, which\n"
+    "                    is otherwise dropped when indenting\n";
 
 const char* const kDtdHelp =
     "usage: ozmxml dtd [--dot] FILE\n"
@@ -342,11 +344,30 @@ bool PutText(std::FILE* file, const UCString& text, bool utf16) {
     return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
 }
 
+// The parser keeps the white space between child elements as the parent's
+// text; the writer's indentation takes its place, so it goes.
+void DropLayout(XmlElement* root) {
+    for (XmlElement* e = root; e;) {
+        if (e->Child()) {
+            const UCChar* data = e->Data();
+            while (*data && OzmGlob::IsUCSpace(*data))
+                ++data;
+            if (!*data && e->DataLength() > 0)
+                e->Data(u"");
+            e = e->Child();
+            continue;
+        }
+        while (e && e != root && !e->Next())
+            e = e->Parent();
+        e = (e && e != root) ? e->Next() : nullptr;
+    }
+}
+
 int Write(int argc, char** argv) {
     Args args;
     if (!ReadArgs("write", argc, argv,
                   {"--utf16", "--no-indent", "--no-escape", "--no-declaration", "--no-doctype", "--externals",
-                   "--drop-empty"},
+                   "--drop-empty", "--keep-space"},
                   {"-o"}, args) ||
         !CountFiles("write", args, 1, 1))
         return kExitUsage;
@@ -358,6 +379,8 @@ int Write(int argc, char** argv) {
         if (!Parse(doc, args.files[0], false))
             return kExitFailed;
     }
+    if (!has("--no-indent") && !has("--keep-space"))
+        DropLayout(doc.RootElement());
     const bool utf16 = has("--utf16");
     int parts = 7;
     if (has("--no-declaration"))
@@ -421,7 +444,7 @@ const char* ModText(int mod) {
 // with its kind and modifier, and an edge from each element or group to
 // what it holds, labelled with the modifier of a name.
 void PrintDot(const XmlDtd& dtd) {
-    std::printf("digraph dtd {\n  rankdir=LR;\n  node [fontname=\"Helvetica\", fontsize=11];\n"
+    std::printf("digraph dtd {\n  rankdir=LR;\n  ordering=out;\n  node [fontname=\"Helvetica\", fontsize=11];\n"
                 "  edge [fontname=\"Helvetica\", fontsize=10];\n");
     std::map<UCString, std::string> ids;
     auto elementId = [&](const UCChar* name) -> std::string {

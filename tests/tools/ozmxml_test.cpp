@@ -37,7 +37,7 @@ const Case kCases[] = {
      "<!ATTLIST b\n          length     CDATA  #FIXED \"9\">\n<!ELEMENT c EMPTY>\n<!ELEMENT d EMPTY>\n]>\n",
      ""},
     {"dtd --dot --external sub2.dtd", 0,
-     "digraph dtd {\n  rankdir=LR;\n  node [fontname=\"Helvetica\", fontsize=11];\n"
+     "digraph dtd {\n  rankdir=LR;\n  ordering=out;\n  node [fontname=\"Helvetica\", fontsize=11];\n"
      "  edge [fontname=\"Helvetica\", fontsize=10];\n  e0 [shape=box, label=\"r\", style=bold];\n"
      "  e1 [shape=box, label=\"s\\nEMPTY\"];\n  g0 [shape=ellipse, label=\"choice\"];\n"
      "  e0 -> g0 [style=dotted];\n  g0 -> e1 [label=\"*\"];\n}\n",
