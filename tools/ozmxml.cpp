@@ -68,8 +68,8 @@ const char* const kWriteHelp =
     "  --externals       write external identifiers instead of the\n"
     "                    declarations read from external subsets\n"
     "  --drop-empty      leave out elements with neither text nor children\n"
-    "  --keep-space      keep the white space between child elements, which\n"
-    "                    is otherwise dropped when indenting\n";
+    "  --keep-space      keep white space between child elements (it is held\n"
+    "                    as the parent's text and written before the children)\n";
 
 const char* const kDtdHelp =
     "usage: ozmxml dtd [--dot] FILE\n"
@@ -345,7 +345,8 @@ bool PutText(std::FILE* file, const UCString& text, bool utf16) {
 }
 
 // The parser keeps the white space between child elements as the parent's
-// text; the writer's indentation takes its place, so it goes.
+// text, which the writer would put in front of all the children; the
+// writer's own indentation takes its place, so it goes.
 void DropLayout(XmlElement* root) {
     for (XmlElement* e = root; e;) {
         if (e->Child()) {
@@ -379,7 +380,7 @@ int Write(int argc, char** argv) {
         if (!Parse(doc, args.files[0], false))
             return kExitFailed;
     }
-    if (!has("--no-indent") && !has("--keep-space"))
+    if (!has("--keep-space"))
         DropLayout(doc.RootElement());
     const bool utf16 = has("--utf16");
     int parts = 7;
