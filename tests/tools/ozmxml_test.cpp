@@ -21,6 +21,7 @@ const Case kCases[] = {
     {"check good.xml", 0, "", ""},
     {"check bad.xml", 1, "", "bad.xml:3:4: Improper element nesting\n"},
     {"check ext.xml", 1, "", "sub.dtd:2:0: Unexpected token '#BAD'\n"},
+    {"check in/ext.xml", 1, "", "in/sub.dtd:2:0: Unexpected token '#BAD'\n"},
     {"check - < bad.xml", 1, "", "<stdin>:3:0: Improper element nesting\n"},
     {"check missing.xml", 1, "", "missing.xml: cannot open: No such file or directory\n"},
     {"check --bogus good.xml", 2, "", "ozmxml check: unknown option --bogus (see ozmxml check --help)\n"},
@@ -29,6 +30,7 @@ const Case kCases[] = {
     {"frob", 2, "", "ozmxml: unknown command frob (see ozmxml --help)\n"},
     {"tree good.xml", 0, "a k=\"v\"\n  b : \"one\\ntwo &\"\n  c\n", ""},
     {"write --no-indent --no-declaration good.xml", 0, "<a k=\"v\"><b>one\ntwo &amp;</b><c/></a>", ""},
+    {"write --no-declaration other.xml", 0, "<a>\n    <d/>\n</a>\n", ""},
     {"write --drop-empty -o out.xml good.xml && cat out.xml", 0,
      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<a k=\"v\">\n    <b>one\ntwo &amp;</b>\n</a>\n", ""},
     {"dtd --external sub2.dtd", 0, "root: r\n<!DOCTYPE r [\n<!ELEMENT r (s*)>\n<!ELEMENT s EMPTY>\n]>\n", ""},
@@ -52,10 +54,13 @@ TEST(OzmxmlTool, TableOfRuns) {
     TempDir dir;
     ASSERT_TRUE(dir.Ok());
     dir.Write("good.xml", "<a k=\"v\"><b>one\ntwo &amp;</b><c/></a>");
-    dir.Write("other.xml", "<a><d/></a>");
+    dir.Write("other.xml", "<a>\n  <d/>\n</a>");
     dir.Write("bad.xml", "<a>\n <b/>\n <c></a>");
     dir.Write("ext.xml", "<!DOCTYPE a SYSTEM \"sub.dtd\">\n<a/>");
     dir.Write("sub.dtd", "<!ELEMENT a EMPTY>\n<!ATTLIST a x CDATA #BAD>\n");
+    std::filesystem::create_directory(dir.Path("in"));
+    dir.Write("in/ext.xml", "<!DOCTYPE a SYSTEM \"sub.dtd\">\n<a/>");
+    dir.Write("in/sub.dtd", "<!ELEMENT a EMPTY>\n<!ATTLIST a x CDATA #BAD>\n");
     dir.Write("sub2.dtd", "<!ELEMENT r (s*)>\n<!ELEMENT s EMPTY>\n");
     for (const Case& c : kCases) {
         const std::string command = "cd '" + dir.Dir() + "' && { '" OZM_TOOL_OZMXML "' " + c.args +
