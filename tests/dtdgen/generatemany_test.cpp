@@ -45,6 +45,8 @@ TEST(GenerateManyTest, SeveralDocumentsMerge) {
     ASSERT_EQ(a.ParseString(u"<r k='1'><x>hi</x></r>"), errNone);
     ASSERT_EQ(b.ParseString(u"<r k='2'><y/><y/></r>"), errNone);
     ASSERT_EQ(c.ParseString(u"<other><x>longer text</x></other>"), errNone);
+    // out's own names have ids that the other documents use for other names.
+    ASSERT_EQ(out.ParseString(u"<q><r/><x/><y/><other/></q>"), errNone);
     EXPECT_TRUE(out.GenerateDTD({&empty, &a, &b, &c}));
     EXPECT_EQ(Text(out),
               "[r]<!DOCTYPE r [\n<!ELEMENT r ((x | y)*)>\n<!ATTLIST r\n          k          (1 | 2)  >\n"
