@@ -558,7 +558,7 @@ int Dtd(int argc, char** argv) {
         for (size_t i = 0; i < args.files.size(); ++i) {
             progress.At(i, args.files[i]);
             docs.push_back(std::make_unique<XmlDocument>());
-            if (!Parse(*docs.back(), args.files[i], true))
+            if (!Parse(*docs.back(), args.files[i], false))
                 return kExitFailed;
             trees.push_back(docs.back().get());
         }
