@@ -71,11 +71,11 @@ TEST(Front, CallocZeroesReusedBlocksAndRefusesOverflow) {
             ASSERT_EQ(p[i], 0) << i;
         free(p);
     }
-    volatile size_t half = SIZE_MAX / 2;  // not folded: the product overflows
+    volatile size_t wraps = (SIZE_MAX >> 3) + 2;  // times 8 wraps round to 8
     errno = 0;
-    EXPECT_EQ(calloc(half, 3), nullptr);
+    EXPECT_EQ(calloc(wraps, 8), nullptr);
     EXPECT_EQ(errno, ENOMEM);
-    EXPECT_EQ(reallocarray(nullptr, half, 3), nullptr);
+    EXPECT_EQ(reallocarray(nullptr, wraps, 8), nullptr);
 }
 
 TEST(Front, AlignedForms) {
@@ -86,6 +86,10 @@ TEST(Front, AlignedForms) {
             EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % align, 0u) << align;
             EXPECT_GE(_msize(p), size);
             EXPECT_EQ(malloc_usable_size(p), _msize(p));
+            // The usable part ends where the block it lies in ends.
+            OzmMemBlockHeader* h = OzmMemHeaderOf(p);
+            EXPECT_EQ(static_cast<char*>(p) + _msize(p),
+                      static_cast<char*>(p) - h->m_offset + g_ozmMemUsableSizes[h->m_owner->m_sizeClass]);
             std::memset(p, 1, _msize(p));
             void* q = realloc(p, 2 * size);  // an aligned block moves like any other
             ASSERT_NE(q, nullptr);
