@@ -1,0 +1,187 @@
+// front_test.cpp - the allocation front, linked: the standard names reach the
+// heaps, and the edge cases of realloc, calloc, alignment, failure, the heap
+// mask and the exit-handler table.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include "include/ozmmem.h"
+#include "shell/ozmfront.h"
+
+namespace {
+
+// The usable size must come from the size class the block's owner names, and
+// the C library's name for it must give the same.
+TEST(Front, ServesEverySizeFromItsClass) {
+    const struct {
+        size_t ask, usable;
+    } rows[] = {{0, 16},     {1, 16},       {16, 16},      {17, 32},           {128, 128},
+                {129, 160},  {257, 320},    {1000, 1024},  {1u << 20, 1u << 20}, {(1u << 20) + 1, 1310720}};
+    for (const auto& r : rows) {
+        void* p = malloc(r.ask);
+        ASSERT_NE(p, nullptr);
+        OzmMemBlockHeader* h = OzmMemHeaderOf(p);
+        EXPECT_EQ(g_ozmMemUsableSizes[h->m_owner->m_sizeClass], r.usable) << r.ask;
+        EXPECT_EQ(_msize(p), r.usable) << r.ask;
+        EXPECT_EQ(_msize_base(p), r.usable);
+        EXPECT_EQ(malloc_usable_size(p), r.usable);
+        std::memset(p, 0x5A, r.usable);
+        free(p);
+    }
+    std::string* s = new std::string(100, 'x');
+    EXPECT_EQ(_msize(s), 32u);
+    EXPECT_EQ(_msize(const_cast<char*>(s->data())), 112u);
+    delete s;
+}
+
+TEST(Front, ReallocEdges) {
+    char* p = static_cast<char*>(realloc(nullptr, 100));
+    ASSERT_NE(p, nullptr);
+    for (int i = 0; i < 100; ++i)
+        p[i] = char(i);
+    for (size_t size : {size_t(5000), size_t(3) << 20, size_t(40), size_t(100)}) {
+        char* q = static_cast<char*>(realloc(p, size));
+        ASSERT_NE(q, nullptr);
+        EXPECT_NE(q, p);  // always moves
+        for (size_t i = 0; i < std::min<size_t>(size, 40); ++i)
+            ASSERT_EQ(q[i], char(i)) << size;
+        p = q;
+    }
+    EXPECT_EQ(realloc(p, 0), nullptr);
+}
+
+TEST(Front, CallocZeroesReusedBlocksAndRefusesOverflow) {
+    for (size_t size : {size_t(48), size_t(5000), size_t(2) << 20}) {
+        void* dirty = malloc(size);
+        std::memset(dirty, 0xFF, size);
+        free(dirty);
+        auto* p = static_cast<unsigned char*>(calloc(1, size));
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(p, dirty);  // the block just given back, so zeroing is tested
+        for (size_t i = 0; i < size; ++i)
+            ASSERT_EQ(p[i], 0) << i;
+        free(p);
+    }
+    volatile size_t wraps = (SIZE_MAX >> 3) + 2;  // times 8 wraps round to 8
+    errno = 0;
+    EXPECT_EQ(calloc(wraps, 8), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(reallocarray(nullptr, wraps, 8), nullptr);
+}
+
+TEST(Front, AlignedForms) {
+    for (size_t align : {size_t(16), size_t(64), size_t(4096), size_t(1) << 21}) {
+        for (size_t size : {size_t(1), size_t(5000)}) {
+            void* p = nullptr;
+            ASSERT_EQ(posix_memalign(&p, align, size), 0);
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % align, 0u) << align;
+            EXPECT_GE(_msize(p), size);
+            EXPECT_EQ(malloc_usable_size(p), _msize(p));
+            // The usable part ends where the block it lies in ends.
+            OzmMemBlockHeader* h = OzmMemHeaderOf(p);
+            EXPECT_EQ(static_cast<char*>(p) + _msize(p),
+                      static_cast<char*>(p) - h->m_offset + g_ozmMemUsableSizes[h->m_owner->m_sizeClass]);
+            std::memset(p, 1, _msize(p));
+            void* q = realloc(p, 2 * size);  // an aligned block moves like any other
+            ASSERT_NE(q, nullptr);
+            free(q);
+        }
+    }
+    void* p = nullptr;
+    EXPECT_EQ(posix_memalign(&p, 24, 8), EINVAL);
+    EXPECT_EQ(aligned_alloc(3, 8), nullptr);
+    void* m = memalign(48, 10);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(m) % 64, 0u);
+    free(m);
+    struct alignas(256) Wide {
+        char c[3];
+    };
+    Wide* w = new Wide[3];
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(w) % 256, 0u);
+    delete[] w;
+}
+
+int g_handlerCalls = 0;
+void OneTry() {
+    ++g_handlerCalls;
+    std::set_new_handler(nullptr);
+}
+
+TEST(Front, RequestsTheHeapsCannotServe) {
+    const size_t huge = SIZE_MAX / 4;
+    errno = 0;
+    EXPECT_EQ(malloc(huge), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(malloc(kOzmMemLargest + 1), nullptr);
+    EXPECT_EQ(operator new(huge, std::nothrow), nullptr);
+    EXPECT_EQ(operator new[](huge, std::align_val_t(64), std::nothrow), nullptr);
+    EXPECT_THROW((void)operator new(huge, std::align_val_t(64)), std::bad_alloc);
+    g_handlerCalls = 0;
+    std::set_new_handler(OneTry);
+    EXPECT_THROW((void)operator new[](huge), std::bad_alloc);
+    EXPECT_EQ(g_handlerCalls, 1);
+}
+
+TEST(Front, HeapMask) {
+    const int counts[] = {0, 1, 2, 3, 4, 5, 8, 9, 64};
+    const unsigned masks[] = {1, 1, 3, 7, 7, 15, 15, 31, 127};
+    for (size_t i = 0; i < sizeof counts / sizeof counts[0]; ++i)
+        EXPECT_EQ(OzmHeapMaskFor(counts[i]), masks[i]) << counts[i];
+}
+
+std::vector<int> g_ran;
+template <int N>
+void Record() {
+    g_ran.push_back(N);
+}
+
+TEST(Front, ExitTableGrowsByFourAndRunsBackwards) {
+    OzmExitFn* table = nullptr;
+    OzmExitFn* end = nullptr;
+    ASSERT_TRUE(OzmExitTableOpen(table, end));
+    EXPECT_EQ(OzmExitTableRoom(table), 32u);
+    OzmExitFn fns[] = {Record<0>, Record<1>, nullptr, Record<3>};
+    std::vector<size_t> rooms;
+    for (int i = 0; i < 37; ++i) {
+        ASSERT_EQ(OzmExitTableAdd(table, end, fns[i % 4]), fns[i % 4]);
+        rooms.push_back(OzmExitTableRoom(table));
+    }
+    EXPECT_EQ(rooms[31], 32u);
+    EXPECT_EQ(rooms[32], 36u);
+    EXPECT_EQ(rooms[35], 36u);
+    EXPECT_EQ(rooms[36], 40u);
+    g_ran.clear();
+    OzmExitTableRun(table, end);
+    std::vector<int> expected;
+    for (int i = 36; i >= 0; --i)
+        if (i % 4 != 2)
+            expected.push_back(i % 4);
+    EXPECT_EQ(g_ran, expected);
+    EXPECT_EQ(table, nullptr);
+    EXPECT_EQ(OzmExitTableAdd(table, end, Record<0>), nullptr);
+}
+
+void SayA() { (void)!write(2, "A", 1); }
+void SayB() { (void)!write(2, "B", 1); }
+
+// The library's own table runs when the process lets go of the library.
+TEST(FrontDeathTest, HandlersRunAtUnloadLastFirst) {
+    EXPECT_EXIT(
+        {
+            OzmAtExit(SayA);
+            OzmOnExit(SayB);
+            std::exit(3);
+        },
+        testing::ExitedWithCode(3), "^BA$");
+}
+
+}  // namespace
