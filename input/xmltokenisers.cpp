@@ -292,7 +292,11 @@ int XmlDocument::ReadReference(UCString& token, UCString* charData) {
             if (m_refText == p)
                 isPredefined = true;
         if (!isPredefined) {
-            m_entityExpansion += token.size();
+            // A reference costs as much as a few units of text besides its
+            // value, so that a short value that names itself behind some
+            // text ("b&e;") cannot take millions of rounds to reach the limit.
+            constexpr size_t kReferenceCost = 32;
+            m_entityExpansion += token.size() + kReferenceCost;
             if (m_entityExpansion > MaxEntityExpansion) {
                 SetUpError(errSyntax, u"Entity expansion exceeds %u units at '&%s;'", unsigned(MaxEntityExpansion),
                            m_refText.c_str());

@@ -35,7 +35,7 @@ TEST(DtdLimitsTest, BombsAndLoopsEndWithAMessageThatNamesTheEntity) {
     } cases[] = {
         {u"<!DOCTYPE a [" + laughs + u"]><a/>", u"Entity expansion exceeds 8388608 units at '%l6;'"},
         {u"<!DOCTYPE a [" + general + u"<!ELEMENT a ANY>]><a>&g11;</a>",
-         u"Entity expansion exceeds 8388608 units at '&g0;'"},
+         u"Entity expansion exceeds 8388608 units at '&g1;'"},
         {u"<!DOCTYPE a [" + big + Repeat(u"%big;", 200) + u"]><a/>",
          u"Entity expansion exceeds 8388608 units at '%big;'"},
         {u"<!DOCTYPE a [<!ENTITY e '&e;'><!ELEMENT a ANY>]><a>&e;</a>",
