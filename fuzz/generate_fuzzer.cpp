@@ -7,15 +7,14 @@
 // case, which a declaration reads as the keyword. Attribute values that hold a double
 // quote don't read back either, nor data holding a unit 0xFFFF (see
 // round_trip_fuzzer.cpp).
+#include "input/xmlcharstream.h"
 #include "roundtrip.h"
 
 namespace {
 
-bool IsNameStart(UCChar c) {
-    return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || c == u'_' || c == u':' || c >= 0x80;
-}
-
-bool IsNameUnit(UCChar c) { return IsNameStart(c) || (c >= u'0' && c <= u'9') || c == u'.' || c == u'-'; }
+// The parser's own rules for names.
+bool IsNameStart(UCChar c) { return XmlIsNameStartRule(c); }
+bool IsNameUnit(UCChar c) { return XmlIsNameCharRule(c); }
 
 // Whether the generated definition holds one of the known losses.
 bool KnownLoss(const XmlDtd& dtd) {
