@@ -13,50 +13,15 @@
 
 #include "xmldtd.h"
 #include "xmloutput.h"
+#include "output/xmlpieces.h"
 
 namespace {
 
-// Bounded gathering buffer in front of a stream, over storage the caller
-// provides. What is left is sent when the buffer goes out of scope.
-class Batch {
+// The writers' gathering buffer, with the escaping of values.
+class Batch : public XmlPieces {
 public:
-    Batch(XmlOutputStream& out, UCChar* buffer, size_t size) : m_out(out), m_buffer(buffer), m_size(size) {}
-    ~Batch() { Flush(); }
-    Batch(const Batch&) = delete;
-    Batch& operator=(const Batch&) = delete;
+    using XmlPieces::XmlPieces;
 
-    void Put(UCChar c) {
-        if (m_used == m_size)
-            Flush();
-        m_buffer[m_used++] = c;
-    }
-    void Put(const UCChar* units, size_t count) {
-        if (count > m_size - m_used) {
-            Flush();
-            if (count >= m_size) {
-                m_out.Write(units, count);
-                return;
-            }
-        }
-        std::memcpy(m_buffer + m_used, units, count * sizeof(UCChar));
-        m_used += count;
-    }
-    // A terminated text up to its terminator, as the stream's text path
-    // delivers it: a string's text ends at its first zero unit.
-    void Put(const UCChar* text) { Put(text, std::char_traits<UCChar>::length(text)); }
-    template <size_t N>
-    void Literal(const UCChar (&text)[N]) {
-        Put(text, N - 1);
-    }
-    void Spaces(size_t count) {
-        static const UCChar kSpaces[] = u"                                ";
-        constexpr size_t kRun = sizeof kSpaces / sizeof kSpaces[0] - 1;
-        while (count > 0) {
-            const size_t n = count < kRun ? count : kRun;
-            Put(kSpaces, n);
-            count -= n;
-        }
-    }
     // The text up to its terminator with the five XML characters replaced by
     // their entity references, as WriteEscaped sends it.
     void Escaped(const UCChar* text) {
@@ -86,18 +51,6 @@ public:
             }
         }
     }
-    void Flush() {
-        if (m_used) {
-            m_out.Write(m_buffer, m_used);
-            m_used = 0;
-        }
-    }
-
-private:
-    XmlOutputStream& m_out;
-    UCChar* m_buffer;
-    size_t m_size;
-    size_t m_used = 0;
 };
 
 constexpr size_t kBatchUnits = 2048;
