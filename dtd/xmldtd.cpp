@@ -1,5 +1,6 @@
 // XmlDtd and XmlEntityDef: the container of a document type definition.
 #include "xmldtd.h"
+#include "dtd/xmlpredefined.h"
 
 void XmlEntityDef::operator=(const XmlEntityDef& other) {
     if (this == &other)
@@ -56,13 +57,8 @@ void XmlDtd::Clear() {
     m_elementIndex.Reset();
     m_attrListIndex.Reset();
     m_doingExterns = false;
-    // "<" and "&" are character references: a value is read again after it
-    // is pushed back, where a bare one would start markup or a reference.
-    AddEntity(u"lt", u"&#60;");
-    AddEntity(u"gt", u">");
-    AddEntity(u"amp", u"&#38;");
-    AddEntity(u"apos", u"'");
-    AddEntity(u"quot", u"\"");
+    for (const XmlPredefinedEntity& e : kXmlPredefinedEntities)
+        AddEntity(e.name, e.value);
     m_haveContents = false;
 }
 

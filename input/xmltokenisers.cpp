@@ -1,5 +1,6 @@
 // The tokenisers of the prolog, of element content and of start tags.
 #include "input/xmlcharstream.h"
+#include "dtd/xmlpredefined.h"
 
 namespace {
 bool EndsWithCommentClose(const UCString& s) {
@@ -286,12 +287,7 @@ int XmlDocument::ReadReference(UCString& token, UCString* charData) {
     if (c == ';' && m_dtd.LookupEntity(m_refText.c_str(), token)) {
         // The five predefined entities are short and final; everything else
         // counts against the limits.
-        static const UCChar* const predefined[] = {u"lt", u"gt", u"amp", u"apos", u"quot"};
-        bool isPredefined = false;
-        for (const UCChar* p : predefined)
-            if (m_refText == p)
-                isPredefined = true;
-        if (!isPredefined) {
+        if (!XmlIsPredefinedEntity(m_refText)) {
             // A reference costs as much as a few units of text besides its
             // value, so that a short value that names itself behind some
             // text ("b&e;") cannot take millions of rounds to reach the limit.

@@ -17,41 +17,7 @@
 
 namespace {
 
-// The writers' gathering buffer, with the escaping of values.
-class Batch : public XmlPieces {
-public:
-    using XmlPieces::XmlPieces;
-
-    // The text up to its terminator with the five XML characters replaced by
-    // their entity references, as WriteEscaped sends it.
-    void Escaped(const UCChar* text) {
-        for (;;) {
-            const UCChar* run = text;
-            while (*text && *text != u'"' && *text != u'&' && *text != u'\'' && *text != u'<' && *text != u'>')
-                ++text;
-            Put(run, size_t(text - run));
-            switch (*text++) {
-            case u'"':
-                Literal(u"&quot;");
-                break;
-            case u'&':
-                Literal(u"&amp;");
-                break;
-            case u'\'':
-                Literal(u"&apos;");
-                break;
-            case u'<':
-                Literal(u"&lt;");
-                break;
-            case u'>':
-                Literal(u"&gt;");
-                break;
-            default:  // the terminator
-                return;
-            }
-        }
-    }
-};
+using Batch = XmlPieces;
 
 constexpr size_t kBatchUnits = 2048;
 
@@ -242,7 +208,7 @@ BATCHERR XmlDtd::Write(XmlOutputStream& out, bool withExternals, bool lineBreaks
         return errNone;
     // The predefined entities at the front are never written.
     auto entity = m_entities.begin();
-    for (size_t skip = 0; skip < 5 && entity != m_entities.end(); ++skip)
+    for (size_t skip = 0; skip < kXmlPredefinedCount && entity != m_entities.end(); ++skip)
         ++entity;
     auto element = m_elements.begin();
     auto list = m_attrLists.begin();
@@ -304,7 +270,7 @@ BATCHERR XmlDtd::Write(XmlOutputStream& out, bool withExternals, bool lineBreaks
             batch.Put(name);
             batch.Literal(u" \"");
             if (escape)
-                batch.Escaped(entity->Value());
+                batch.Escaped(entity->Value(), size_t(entity->ValueLength()));
             else
                 batch.Put(entity->Value());
             batch.Literal(u"\">");

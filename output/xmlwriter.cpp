@@ -24,78 +24,6 @@
 
 namespace {
 
-// The units that end a run of plain text: the five XML characters and zero.
-inline bool IsSpecial(UCChar c) {
-    return c == 0 || c == u'"' || c == u'&' || c == u'\'' || c == u'<' || c == u'>';
-}
-
-#if defined(__SSE2__)
-// Two bits for each of the 8 units at p that is special.
-inline unsigned SpecialMask8(const UCChar* p) {
-    // '&' 0x26 and '\'' 0x27 differ in bit 0 only, '<' 0x3C and '>' 0x3E in bit 1.
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i hit = _mm_or_si128(
-        _mm_or_si128(_mm_cmpeq_epi16(v, _mm_setzero_si128()), _mm_cmpeq_epi16(v, _mm_set1_epi16(0x22))),
-        _mm_or_si128(_mm_cmpeq_epi16(_mm_or_si128(v, _mm_set1_epi16(1)), _mm_set1_epi16(0x27)),
-                     _mm_cmpeq_epi16(_mm_or_si128(v, _mm_set1_epi16(2)), _mm_set1_epi16(0x3E))));
-    return static_cast<unsigned>(_mm_movemask_epi8(hit));
-}
-#endif
-
-// Index of the first special unit among the count units at p; count when
-// there is none. Eight units a step where SSE2 is at hand.
-size_t FindSpecial(const UCChar* p, size_t count) {
-    size_t i = 0;
-#if defined(__SSE2__)
-    for (; count - i >= 8; i += 8) {
-        if (unsigned mask = SpecialMask8(p + i))
-            return i + (static_cast<unsigned>(__builtin_ctz(mask)) >> 1);
-    }
-    // The last few units: one more step ending at the end, when the text is
-    // long enough; the units it looks at again hold nothing special.
-    if (i < count && count >= 8) {
-        unsigned mask = SpecialMask8(p + count - 8);
-        return mask ? count - 8 + (static_cast<unsigned>(__builtin_ctz(mask)) >> 1) : count;
-    }
-#endif
-    for (; i < count; ++i)
-        if (IsSpecial(p[i]))
-            return i;
-    return count;
-}
-
-// The count units at text, up to a zero unit, with the five XML characters
-// replaced by their entity references; runs of other units pass unchanged.
-void PutEscaped(XmlPieces& out, const UCChar* text, size_t count) {
-    size_t i = 0;
-    for (;;) {
-        const size_t run = FindSpecial(text + i, count - i);
-        out.Put(text + i, run);
-        i += run;
-        if (i == count)
-            return;
-        switch (text[i++]) {
-        case u'"':
-            out.Put(u"&quot;", 6);
-            break;
-        case u'&':
-            out.Put(u"&amp;", 5);
-            break;
-        case u'\'':
-            out.Put(u"&apos;", 6);
-            break;
-        case u'<':
-            out.Put(u"&lt;", 4);
-            break;
-        case u'>':
-            out.Put(u"&gt;", 4);
-            break;
-        default:  // zero: the end of the text
-            return;
-        }
-    }
-}
-
 // The definition part of XmlDocument::Write, after its line feed: the DTD
 // writer's result is not looked at.
 void WriteDefinitionPart(const XmlDocument& document, XmlOutputStream& out, bool withExternals, bool lineBreaks,
@@ -110,7 +38,7 @@ void WriteEscaped(XmlOutputStream& out, const UCChar* text) {
         return;
     UCChar buffer[512];
     XmlPieces pieces(out, buffer, sizeof buffer / sizeof buffer[0]);
-    PutEscaped(pieces, text, std::char_traits<UCChar>::length(text));
+    pieces.Escaped(text, std::char_traits<UCChar>::length(text));
 }
 
 void XmlElement::Write(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep,
@@ -172,7 +100,7 @@ void XmlElement::Write(XmlOutputStream& out, int indent, bool escape, bool lineB
                 if (hasData) {
                     // Sent as a terminated text: up to a zero unit, if any.
                     if (escape)
-                        PutEscaped(pieces, e->m_data.data(), e->m_data.size());
+                        pieces.Escaped(e->m_data.data(), e->m_data.size());
                     else
                         pieces.Put(e->m_data.data(), std::min(e->m_data.find(u'\0'), e->m_data.size()));
                 }
