@@ -14,10 +14,6 @@
 #include <new>
 #include <vector>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "xmldocument.h"
 #include "xmloutput.h"
 #include "output/xmlpieces.h"
