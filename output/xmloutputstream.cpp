@@ -8,66 +8,16 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "platform/ozmutf8.h"
 
 namespace {
 
-// When the 16 units at p are all from 1 to 0x7F, stores them as 16 bytes at
-// out and returns true; otherwise stores nothing and returns false.
-inline bool NarrowAscii16(const UCChar* p, char* out) {
-#if defined(__SSE2__)
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8));
-    // Nonzero where a unit has a bit above 0x7F or is zero.
-    const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i am = _mm_or_si128(_mm_and_si128(a, high), _mm_cmpeq_epi16(a, zero));
-    const __m128i bm = _mm_or_si128(_mm_and_si128(b, high), _mm_cmpeq_epi16(b, zero));
-    if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_or_si128(am, bm), zero)) != 0xFFFF)
-        return false;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(a, b));
-    return true;
-#else
-    for (int k = 0; k < 16; ++k)
-        if (p[k] >= 0x80 || p[k] == 0)
-            return false;
-    for (int k = 0; k < 16; ++k)
-        out[k] = static_cast<char>(p[k]);
-    return true;
-#endif
-}
-
 // Encodes count units as UTF-8 into out, which has room for three bytes a
 // unit, and returns the number of bytes. Each unit is encoded by itself (a
-// surrogate gives its own three bytes, pairs are not joined): below 0x80 a
-// unit is its own byte, from 0x80 on OzmGlob::UnicodeToUTF8 encodes it.
-// dropZero leaves zero units out, as fputs of a converted zero unit would.
+// surrogate gives its own three bytes, pairs are not joined). dropZero leaves
+// zero units out, as fputs of a converted zero unit would.
 size_t EncodeRun(const UCChar* units, size_t count, bool dropZero, char* out) {
-    char* o = out;
-    size_t i = 0;
-    while (i < count) {
-        while (count - i >= 16 && NarrowAscii16(units + i, o)) {
-            i += 16;
-            o += 16;
-        }
-        while (i < count && units[i] < 0x80 && units[i] != 0)
-            *o++ = static_cast<char>(units[i++]);
-        if (i == count)
-            break;
-        const UCChar c = units[i++];
-        if (c == 0) {
-            if (!dropZero)
-                *o++ = 0;
-        } else {
-            unsigned char bytes[8];
-            OzmGlob::UnicodeToUTF8(c, bytes);
-            for (const unsigned char* b = bytes; *b; ++b)
-                *o++ = static_cast<char>(*b);
-        }
-    }
-    return static_cast<size_t>(o - out);
+    return OzmEncodeUtf8(units, count, reinterpret_cast<unsigned char*>(out), nullptr, dropZero);
 }
 
 // A FILE of its own for a copy of a stream: a new FILE over a duplicate of
@@ -264,13 +214,8 @@ XmlOutputStream& XmlOutputStream::operator<<(UCChar c) {
     if (m_string)
         m_string->push_back(c);
     if (m_utfString) {
-        if (c < 0x80) {
-            m_utfString->push_back(static_cast<char>(c));
-        } else {
-            unsigned char bytes[8];
-            OzmGlob::UnicodeToUTF8(c, bytes);
-            m_utfString->append(reinterpret_cast<const char*>(bytes));
-        }
+        char bytes[3];
+        m_utfString->append(bytes, EncodeRun(&c, 1, false, bytes));
     }
     return *this;
 }

@@ -1,6 +1,7 @@
 // ozmfile.cpp - buffered byte files (OzmBFile), text files of UCChar units
 // (OzmUCFile) and the UTF-8 decoder they share with OzmGlob::DecodeUTF8.
 #include "ozmutil.h"
+#include "platform/ozmutf8.h"
 
 #include <cerrno>
 #include <algorithm>
@@ -558,11 +559,8 @@ int OzmUCFile::Open(const UCChar* path, const UCChar* mode, int format, OZM_CSET
 int OzmUCFile::Close() {
     int rc = 0;
     if (m_pendingHigh && m_handle != -1) {
-        UCChar lone = m_pendingHigh;
-        m_pendingHigh = 0;
         unsigned char bytes[4];
-        int n = OzmGlob::UnicodeToUTF8(lone, bytes);
-        rc = PutBytes(bytes, static_cast<size_t>(n));
+        rc = PutBytes(bytes, OzmFlushUtf8(&m_pendingHigh, bytes));
     }
     m_pendingHigh = 0;
     if (OzmBFile::Close() != 0)
@@ -578,11 +576,8 @@ int OzmUCFile::Seek(int64_t offset, int origin) {
     if (m_handle == -1 || origin == 1)
         return -1;
     if (m_pendingHigh) {
-        UCChar lone = m_pendingHigh;
-        m_pendingHigh = 0;
         unsigned char bytes[4];
-        int n = OzmGlob::UnicodeToUTF8(lone, bytes);
-        if (PutBytes(bytes, static_cast<size_t>(n)) != 0)
+        if (PutBytes(bytes, OzmFlushUtf8(&m_pendingHigh, bytes)) != 0)
             return -1;
     }
     if (SeekBytes(offset, origin) != 0)
@@ -726,47 +721,17 @@ int OzmUCFile::PutUnits(const UCChar* text, size_t count) {
         }
         return used ? PutBytes(block, used) : 0;
     }
-    for (size_t i = 0; i < count; ++i) {
-        // Worst case: a held-back surrogate and this unit, 3 bytes each, plus
-        // the terminator UnicodeToUTF8 writes.
-        if (used + 7 > sizeof block) {
+    // Each step encodes as many units as the block has room for in the
+    // worst case: three bytes a unit, and three for a waiting surrogate.
+    for (size_t i = 0; i < count;) {
+        if (sizeof block - used < 3 + 3 + 3) {
             if (PutBytes(block, used) != 0)
                 return -1;
             used = 0;
         }
-        // Runs of ASCII, the bulk of most markup, go straight through.
-        if (!m_pendingHigh && text[i] < 0x80 && used + 8 <= sizeof block) {
-            const size_t limit = std::min(count, i + (sizeof block - 7 - used));
-            size_t j = i;
-            while (j < limit && text[j] < 0x80)
-                block[used++] = static_cast<unsigned char>(text[j++]);
-            i = j - 1;
-            continue;
-        }
-        const UCChar c = text[i];
-        if (m_pendingHigh) {
-            const UCChar high = m_pendingHigh;
-            m_pendingHigh = 0;
-            if (c >= 0xDC00 && c <= 0xDFFF) {
-                const uint32_t cp = 0x10000 + ((static_cast<uint32_t>(high) - 0xD800) << 10) + (c - 0xDC00u);
-                block[used++] = static_cast<unsigned char>(0xF0 | (cp >> 18));
-                block[used++] = static_cast<unsigned char>(0x80 | ((cp >> 12) & 0x3F));
-                block[used++] = static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F));
-                block[used++] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
-                continue;
-            }
-            used += static_cast<size_t>(OzmGlob::UnicodeToUTF8(high, block + used));
-        }
-        if (c < 0x80) {
-            block[used++] = static_cast<unsigned char>(c);
-        } else if (c < 0x800) {
-            block[used++] = static_cast<unsigned char>(0xC0 | (c >> 6));
-            block[used++] = static_cast<unsigned char>(0x80 | (c & 0x3F));
-        } else if (c >= 0xD800 && c <= 0xDBFF) {
-            m_pendingHigh = c;  // written once its partner (or something else) follows
-        } else {
-            used += static_cast<size_t>(OzmGlob::UnicodeToUTF8(c, block + used));
-        }
+        const size_t n = std::min(count - i, (sizeof block - used - 3) / 3);
+        used += OzmEncodeUtf8(text + i, n, block + used, &m_pendingHigh);
+        i += n;
     }
     return used ? PutBytes(block, used) : 0;
 }

@@ -2,6 +2,7 @@
 // names, UTF-8 encoding and path splitting (OzmGlob). The UTF-8 decoder lives
 // in ozmfile.cpp, next to the file reader that shares it.
 #include "ozmutil.h"
+#include "platform/ozmutf8.h"
 
 #include <cstring>
 
@@ -180,22 +181,9 @@ const UCChar* OzmGlob::EncodingToName(OZM_CSET set) {
 OZM_CSET OzmGlob::ISOEncoding(OZM_CSET set) { return set == csetDefault ? csetUTF8 : set; }
 
 int OzmGlob::UnicodeToUTF8(UCChar c, unsigned char* out) {
-    if (c < 0x80) {
-        out[0] = static_cast<unsigned char>(c);
-        out[1] = 0;
-        return 1;
-    }
-    if (c < 0x800) {
-        out[0] = static_cast<unsigned char>(0xC0 | (c >> 6));
-        out[1] = static_cast<unsigned char>(0x80 | (c & 0x3F));
-        out[2] = 0;
-        return 2;
-    }
-    out[0] = static_cast<unsigned char>(0xE0 | (c >> 12));
-    out[1] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
-    out[2] = static_cast<unsigned char>(0x80 | (c & 0x3F));
-    out[3] = 0;
-    return 3;
+    const size_t n = OzmPutUtf8(c, out);
+    out[n] = 0;
+    return int(n);
 }
 
 // Returns false when a unit had to be replaced by '?' because the target set
@@ -219,25 +207,13 @@ bool OzmGlob::WStringToString(const UCString& in, std::string& out, OZM_CSET set
         return exact;
     }
 
-    out.reserve(n + n / 2);
-    for (size_t i = 0; i < n; ++i) {
-        UCChar c = s[i];
-        if (c < 0x80) {
-            out.push_back(static_cast<char>(c));
-            continue;
-        }
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < n && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
-            uint32_t cp = 0x10000 + ((static_cast<uint32_t>(c) - 0xD800) << 10) + (s[i + 1] - 0xDC00);
-            char bytes[4] = {static_cast<char>(0xF0 | (cp >> 18)), static_cast<char>(0x80 | ((cp >> 12) & 0x3F)),
-                             static_cast<char>(0x80 | ((cp >> 6) & 0x3F)), static_cast<char>(0x80 | (cp & 0x3F))};
-            out.append(bytes, 4);
-            ++i;
-            continue;
-        }
-        unsigned char bytes[4];
-        int len = UnicodeToUTF8(c, bytes);
-        out.append(reinterpret_cast<const char*>(bytes), static_cast<size_t>(len));
-    }
+    // Room for the worst case, cut to what was written.
+    out.resize(3 * n + 3);
+    unsigned char* bytes = reinterpret_cast<unsigned char*>(&out[0]);
+    UCChar pending = 0;
+    size_t used = OzmEncodeUtf8(s, n, bytes, &pending);
+    used += OzmFlushUtf8(&pending, bytes + used);
+    out.resize(used);
     return true;
 }
 
