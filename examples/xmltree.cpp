@@ -30,10 +30,9 @@ std::string Shown(const UCChar* text) {
 }
 
 void Print(const XmlElement* root) {
-    // Iterative walk: a tree built by a program may be deeper than the stack.
-    int depth = 0;
-    const XmlElement* e = root;
-    while (e) {
+    // XmlWalkTree keeps its own stack: a tree built by a program may be
+    // deeper than the call stack.
+    XmlWalkTree(root, [](const XmlElement* e, int depth) {
         std::string line(size_t(depth) * 2, ' ');
         line += Utf8(e->Name());
         for (int i = 0; i < e->AttributeCount(); ++i)
@@ -41,17 +40,8 @@ void Print(const XmlElement* root) {
         if (e->DataLength() > 0)
             line += " : \"" + Shown(e->Data()) + "\"";
         std::printf("%s\n", line.c_str());
-        if (e->Child()) {
-            e = e->Child();
-            ++depth;
-            continue;
-        }
-        while (e && e != root && !e->Next()) {
-            e = e->Parent();
-            --depth;
-        }
-        e = (e && e != root) ? e->Next() : nullptr;
-    }
+        return true;
+    });
 }
 
 }  // namespace

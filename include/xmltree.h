@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string_view>
+#include <vector>
 
 #include "ozmutil.h"
 #include "xmldeque.h"
@@ -42,10 +43,14 @@ private:
 
 // A node of the document tree. Nodes live in the slabs of their document:
 // get one from XmlDocument::NewElement and give it back with Release.
+//
+// Nodes are not copyable: a copy would carry the links and the slab of its
+// original, and giving it back would corrupt that slab's free list. Copy the
+// name, data and attributes through the accessors instead.
 class OZM_API XmlElement {
 public:
-    XmlElement(const XmlElement& other) = default;
-    XmlElement& operator=(const XmlElement& other) = default;
+    XmlElement(const XmlElement&) = delete;
+    XmlElement& operator=(const XmlElement&) = delete;
 
     const UCChar* Name() const;
     void Name(const UCChar* name);
@@ -115,13 +120,14 @@ private:
 };
 
 // A slab of exactly 1000 nodes with a free list threaded through m_next.
+// Not copyable: a copy's free list would point into the original.
 class OZM_API XmlElementBlock {
 public:
     static constexpr int Capacity = 1000;
 
     explicit XmlElementBlock(XmlDocument* document);
-    XmlElementBlock(const XmlElementBlock& other) = default;
-    XmlElementBlock& operator=(const XmlElementBlock& other) = default;
+    XmlElementBlock(const XmlElementBlock&) = delete;
+    XmlElementBlock& operator=(const XmlElementBlock&) = delete;
     ~XmlElementBlock() = default;
 
     // Puts all nodes on the free list, in index order.
@@ -142,3 +148,40 @@ private:
     int m_freeCount = Capacity;
     XmlDocument* m_document = nullptr;
 };
+
+// Visits the subtree of root in document order without recursion, since a
+// tree built by a program may be deeper than any call stack. It follows
+// Child and Next only, with its own stack of open elements, and does not
+// visit the siblings of root. enter(element, depth) is called on reaching an
+// element (root at depth 0) and returns whether to visit its children;
+// leave(element, depth) is called after the children of an element whose
+// children were visited. Element is XmlElement or const XmlElement.
+template <class Element, class Enter, class Leave>
+void XmlWalkTree(Element* root, Enter&& enter, Leave&& leave) {
+    std::vector<Element*> open;
+    Element* e = root;
+    while (e) {
+        if (enter(e, int(open.size())) && e->Child()) {
+            open.push_back(e);
+            e = e->Child();
+            continue;
+        }
+        for (;;) {
+            if (open.empty())
+                return;
+            if (e->Next()) {
+                e = e->Next();
+                break;
+            }
+            e = open.back();
+            open.pop_back();
+            leave(e, int(open.size()));
+        }
+    }
+}
+
+// The same without a call on leaving.
+template <class Element, class Enter>
+void XmlWalkTree(Element* root, Enter&& enter) {
+    XmlWalkTree(root, enter, [](Element*, int) {});
+}

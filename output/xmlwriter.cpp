@@ -1,8 +1,8 @@
 // The writers: XmlDocument::Write, XmlElement::Write, WriteEscaped and
 // XmlElement::GetData.
 //
-// Trees built by callers have no depth limit, so the tree is walked with an
-// explicit stack of open elements instead of recursion. The writers gather
+// Trees built by callers have no depth limit, so the tree is walked by
+// XmlWalkTree, which keeps a stack of its own. The writers gather
 // the small pieces of markup into a bounded buffer and hand it
 // to the stream as runs of units (XmlOutputStream::Write), so that every
 // target receives exactly the units it would get piece by piece, with one
@@ -39,11 +39,6 @@ void WriteEscaped(XmlOutputStream& out, const UCChar* text) {
 
 void XmlElement::Write(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep,
                        bool writeEmpty) const {
-    struct Open {
-        const XmlElement* element;
-        long long indent;
-    };
-    std::vector<Open> open;  // the elements whose end tags are still due
     // One buffer per call, large enough that file targets get large writes;
     // a small one on the stack if it can't be had.
     constexpr size_t kLarge = 65536;
@@ -69,74 +64,62 @@ void XmlElement::Write(XmlOutputStream& out, int indent, bool escape, bool lineB
         }
         pieces.Put(n.first, n.second);
     };
-    const XmlElement* e = this;
-    long long level = indent;
-    for (;;) {
+    auto endTag = [&](const XmlElement* e) {
+        pieces.Put(u"</", 2);
+        putName(e);
+        pieces.Put(u'>');
+        if (lineBreaks)
+            pieces.Put(u'\n');
+    };
+    // Enters an element: writes it whole when it has no child, or its start
+    // tag and data, leaving the end tag to its leave call.
+    auto enter = [&](const XmlElement* e, int depth) {
+        const long long level = indent + (long long)depth * indentStep;
         const bool hasData = !e->m_data.empty();
         // An element with neither data nor child is skipped unless writeEmpty;
         // its attributes don't count.
-        if (writeEmpty || e->m_child || hasData) {
-            if (lineBreaks)
-                pieces.Spaces(level);
-            pieces.Put(u'<');
-            putName(e);
-            for (const XmlAttribute& a : e->m_attributes) {
-                pieces.Put(u' ');
-                pieces.Put(a.Name());
-                pieces.Put(u"=\"", 2);
-                pieces.Put(a.Value());
-                pieces.Put(u'"');
-            }
-            if (!e->m_child && !hasData) {
-                pieces.Put(u"/>", 2);
-                if (lineBreaks)
-                    pieces.Put(u'\n');
-            } else {
-                pieces.Put(u'>');
-                if (hasData) {
-                    // Sent as a terminated text: up to a zero unit, if any.
-                    if (escape)
-                        pieces.Escaped(e->m_data.data(), e->m_data.size());
-                    else
-                        pieces.Put(e->m_data.data(), std::min(e->m_data.find(u'\0'), e->m_data.size()));
-                }
-                if (e->m_child) {
-                    if (lineBreaks)
-                        pieces.Put(u'\n');
-                    open.push_back({e, level});
-                    e = e->m_child;
-                    level += indentStep;
-                    continue;
-                }
-                pieces.Put(u"</", 2);
-                putName(e);
-                pieces.Put(u'>');
-                if (lineBreaks)
-                    pieces.Put(u'\n');
-            }
+        if (!writeEmpty && !e->m_child && !hasData)
+            return false;
+        if (lineBreaks)
+            pieces.Spaces(level);
+        pieces.Put(u'<');
+        putName(e);
+        for (const XmlAttribute& a : e->m_attributes) {
+            pieces.Put(u' ');
+            pieces.Put(a.Name());
+            pieces.Put(u"=\"", 2);
+            pieces.Put(a.Value());
+            pieces.Put(u'"');
         }
-        // e is finished: on to its next sibling, ending the elements whose
-        // last child this was. The element Write was called on ends it all;
-        // its own siblings are not written.
-        for (;;) {
-            if (open.empty())
-                return;
-            if (e->m_next) {
-                e = e->m_next;
-                break;
-            }
-            e = open.back().element;
-            level = open.back().indent;
-            open.pop_back();
-            if (lineBreaks)
-                pieces.Spaces(level);
-            pieces.Put(u"</", 2);
-            putName(e);
-            pieces.Put(u'>');
+        if (!e->m_child && !hasData) {
+            pieces.Put(u"/>", 2);
             if (lineBreaks)
                 pieces.Put(u'\n');
+            return false;
         }
-    }
+        pieces.Put(u'>');
+        if (hasData) {
+            // Sent as a terminated text: up to a zero unit, if any.
+            if (escape)
+                pieces.Escaped(e->m_data.data(), e->m_data.size());
+            else
+                pieces.Put(e->m_data.data(), std::min(e->m_data.find(u'\0'), e->m_data.size()));
+        }
+        if (e->m_child) {
+            if (lineBreaks)
+                pieces.Put(u'\n');
+            return true;
+        }
+        endTag(e);
+        return false;
+    };
+    // The element Write was called on ends it all; its own siblings are not
+    // written.
+    XmlWalkTree(this, enter, [&](const XmlElement* e, int depth) {
+        if (lineBreaks)
+            pieces.Spaces(indent + (long long)depth * indentStep);
+        endTag(e);
+    });
 }
 
 void XmlElement::GetData(UCString& out, XMLD mode) const {
@@ -144,33 +127,32 @@ void XmlElement::GetData(UCString& out, XMLD mode) const {
     if (mode == XMLD_Own)
         return;
     const bool markup = mode == XMLD_Markup;
-    std::vector<const XmlElement*> open;  // descendants whose end tags are due
-    const XmlElement* e = m_child;
-    while (e) {
-        if (markup) {
-            out += u'<';
-            out += e->Name();
-            out += u'>';
-        }
-        out += e->m_data;
-        if (e->m_child) {
-            open.push_back(e);
-            e = e->m_child;
-            continue;
-        }
-        for (;;) {
+    auto endTag = [&](const XmlElement* e) {
+        out += u"</";
+        out += e->Name();
+        out += u'>';
+    };
+    XmlWalkTree(
+        this,
+        [&](const XmlElement* e, int depth) {
+            if (depth == 0)
+                return true;  // this element's own data is in already
             if (markup) {
-                out += u"</";
+                out += u'<';
                 out += e->Name();
                 out += u'>';
             }
-            if (e->m_next || open.empty())
-                break;
-            e = open.back();
-            open.pop_back();
-        }
-        e = e->m_next;
-    }
+            out += e->m_data;
+            if (e->m_child)
+                return true;
+            if (markup)
+                endTag(e);
+            return false;
+        },
+        [&](const XmlElement* e, int depth) {
+            if (markup && depth > 0)
+                endTag(e);
+        });
 }
 
 BATCHERR XmlDocument::Write(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,

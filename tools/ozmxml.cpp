@@ -287,9 +287,8 @@ std::string Trimmed(const UCChar* text) {
 
 void PrintTree(const XmlElement* root) {
     // Iterative walk: a tree built by a program may be deeper than the stack.
-    int depth = 0;
     std::string line;
-    for (const XmlElement* e = root; e;) {
+    XmlWalkTree(root, [&](const XmlElement* e, int depth) {
         line.assign(size_t(depth) * 2, ' ');
         line += Utf8(e->Name());
         for (int i = 0; i < e->AttributeCount(); ++i)
@@ -299,17 +298,8 @@ void PrintTree(const XmlElement* root) {
             line += " : \"" + text + "\"";
         std::fwrite(line.data(), 1, line.size(), stdout);
         std::fputc('\n', stdout);
-        if (e->Child()) {
-            e = e->Child();
-            ++depth;
-            continue;
-        }
-        while (e && e != root && !e->Next()) {
-            e = e->Parent();
-            --depth;
-        }
-        e = (e && e != root) ? e->Next() : nullptr;
-    }
+        return true;
+    });
 }
 
 int Tree(int argc, char** argv) {
@@ -348,20 +338,16 @@ bool PutText(std::FILE* file, const UCString& text, bool utf16) {
 // text, which the writer would put in front of all the children; the
 // writer's own indentation takes its place, so it goes.
 void DropLayout(XmlElement* root) {
-    for (XmlElement* e = root; e;) {
+    XmlWalkTree(root, [](XmlElement* e, int) {
         if (e->Child()) {
             const UCChar* data = e->Data();
             while (*data && OzmGlob::IsUCSpace(*data))
                 ++data;
             if (!*data && e->DataLength() > 0)
                 e->Data(u"");
-            e = e->Child();
-            continue;
         }
-        while (e && e != root && !e->Next())
-            e = e->Parent();
-        e = (e && e != root) ? e->Next() : nullptr;
-    }
+        return true;
+    });
 }
 
 int Write(int argc, char** argv) {

@@ -1,0 +1,123 @@
+// ozmutf8.h - the library's one UTF-8 encoder of 16-bit units, used by the
+// narrow-string conversion, the file writer and the output stream.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "ozmutil.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+// The UTF-8 bytes of a code point up to 0x10FFFF; returns their number.
+inline size_t OzmPutUtf8(uint32_t cp, unsigned char* out) {
+    if (cp < 0x80) {
+        out[0] = static_cast<unsigned char>(cp);
+        return 1;
+    }
+    if (cp < 0x800) {
+        out[0] = static_cast<unsigned char>(0xC0 | (cp >> 6));
+        out[1] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
+        return 2;
+    }
+    if (cp < 0x10000) {
+        out[0] = static_cast<unsigned char>(0xE0 | (cp >> 12));
+        out[1] = static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F));
+        out[2] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
+        return 3;
+    }
+    out[0] = static_cast<unsigned char>(0xF0 | (cp >> 18));
+    out[1] = static_cast<unsigned char>(0x80 | ((cp >> 12) & 0x3F));
+    out[2] = static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F));
+    out[3] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
+    return 4;
+}
+
+// When the 16 units at p are all from 1 to 0x7F, stores them as 16 bytes at
+// out and returns true; otherwise stores nothing and returns false.
+inline bool OzmNarrowAscii16(const UCChar* p, unsigned char* out) {
+#if defined(__SSE2__)
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8));
+    // Nonzero where a unit has a bit above 0x7F or is zero.
+    const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i am = _mm_or_si128(_mm_and_si128(a, high), _mm_cmpeq_epi16(a, zero));
+    const __m128i bm = _mm_or_si128(_mm_and_si128(b, high), _mm_cmpeq_epi16(b, zero));
+    if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_or_si128(am, bm), zero)) != 0xFFFF)
+        return false;
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(a, b));
+    return true;
+#else
+    for (int k = 0; k < 16; ++k)
+        if (p[k] >= 0x80 || p[k] == 0)
+            return false;
+    for (int k = 0; k < 16; ++k)
+        out[k] = static_cast<unsigned char>(p[k]);
+    return true;
+#endif
+}
+
+// Encodes count units into out, which has room for three bytes a unit and
+// three more, and returns the number of bytes written.
+//
+// pendingHigh null: each unit is encoded by itself, a surrogate as its own
+// three bytes (the output stream's rule: a unit is a character).
+// pendingHigh given: a high surrogate followed by a low one becomes one
+// four-byte sequence (files and narrow strings). A high surrogate that ends
+// the units waits in *pendingHigh for the next call; one that is already
+// waiting is written before the first unit that is not its partner.
+// OzmFlushUtf8 writes what still waits.
+// dropZero leaves zero units out, as fputs of a converted zero unit would.
+inline size_t OzmEncodeUtf8(const UCChar* in, size_t count, unsigned char* out, UCChar* pendingHigh,
+                            bool dropZero = false) {
+    unsigned char* o = out;
+    size_t i = 0;
+    if (pendingHigh && *pendingHigh && count) {
+        const UCChar high = *pendingHigh;
+        *pendingHigh = 0;
+        if (in[0] >= 0xDC00 && in[0] <= 0xDFFF) {
+            o += OzmPutUtf8(0x10000 + ((uint32_t(high) - 0xD800) << 10) + (in[0] - 0xDC00u), o);
+            i = 1;
+        } else {
+            o += OzmPutUtf8(high, o);
+        }
+    }
+    while (i < count) {
+        while (count - i >= 16 && OzmNarrowAscii16(in + i, o)) {
+            i += 16;
+            o += 16;
+        }
+        while (i < count && in[i] < 0x80 && in[i] != 0)
+            *o++ = static_cast<unsigned char>(in[i++]);
+        if (i == count)
+            break;
+        const UCChar c = in[i++];
+        if (c == 0) {
+            if (!dropZero)
+                *o++ = 0;
+        } else if (pendingHigh && c >= 0xD800 && c <= 0xDBFF) {
+            if (i == count) {
+                *pendingHigh = c;  // written once its partner (or something else) follows
+            } else if (in[i] >= 0xDC00 && in[i] <= 0xDFFF) {
+                o += OzmPutUtf8(0x10000 + ((uint32_t(c) - 0xD800) << 10) + (in[i] - 0xDC00u), o);
+                ++i;
+            } else {
+                o += OzmPutUtf8(c, o);
+            }
+        } else {
+            o += OzmPutUtf8(c, o);
+        }
+    }
+    return size_t(o - out);
+}
+
+// Writes a high surrogate that still waits for its partner, by itself;
+// returns the number of bytes (0 or 3).
+inline size_t OzmFlushUtf8(UCChar* pendingHigh, unsigned char* out) {
+    const UCChar high = *pendingHigh;
+    *pendingHigh = 0;
+    return high ? OzmPutUtf8(high, out) : 0;
+}
