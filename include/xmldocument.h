@@ -251,6 +251,7 @@ private:
     void ScanRun(UCString& token, UCChar stop1, UCChar stop2);
 
     // Tokenisers.
+    bool OpenToken(UCString& token, UCChar& c, int& kind);
     int PrologToken(UCString& token, bool allowXmlDecl);
     // With charData set, character data is appended there instead of to token.
     int ContentToken(UCString& token, UCString* charData = nullptr);

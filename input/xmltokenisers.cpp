@@ -100,19 +100,33 @@ int XmlDocument::ReadComment(UCString& token) {
     }
 }
 
-int XmlDocument::PrologToken(UCString& token, bool allowXmlDecl) {
-    UCChar c = SkipSpace();
+// The opening that the prolog and start-tag tokenisers share: blanks
+// skipped, the first unit taken as the token with its position saved, then a
+// name or a quoted string read whole. Returns true with kind set when one of
+// those was read; otherwise c is the first unit, for the caller's own cases.
+bool XmlDocument::OpenToken(UCString& token, UCChar& c, int& kind) {
+    c = SkipSpace();
     token.clear();
     token.push_back(c);
     SaveErrorPos();
     if (IsNameStart(c)) {
         PushBack(ReadName(token));
-        return tokName;
+        kind = tokName;
+        return true;
     }
+    if (c == '\'' || c == '"') {
+        kind = ReadQuoted(token, c);
+        return true;
+    }
+    return false;
+}
+
+int XmlDocument::PrologToken(UCString& token, bool allowXmlDecl) {
+    UCChar c;
+    int kind;
+    if (OpenToken(token, c, kind))
+        return kind;
     switch (c) {
-    case '\'':
-    case '"':
-        return ReadQuoted(token, c);
     case '%': {
         UCChar d = NextChar();
         if (IsNameStart(d)) {
@@ -315,18 +329,11 @@ int XmlDocument::ReadReference(UCString& token, UCString* charData) {
 }
 
 int XmlDocument::ElementBeginToken(UCString& token) {
-    UCChar c = SkipSpace();
-    token.clear();
-    token.push_back(c);
-    SaveErrorPos();
-    if (IsNameStart(c)) {
-        PushBack(ReadName(token));
-        return tokName;
-    }
+    UCChar c;
+    int kind;
+    if (OpenToken(token, c, kind))
+        return kind;
     switch (c) {
-    case '\'':
-    case '"':
-        return ReadQuoted(token, c);
     case '/': {
         UCChar d = NextChar();
         if (d == '>') {
