@@ -85,11 +85,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
     bool ltRead = false;
     // Consumes [from, to), which holds the given line feeds.
     auto consume = [this](const UCChar* from, const UCChar* to, int lines, const UCChar* lastLf) {
-        ConsumeRun(size_t(to - from));
-        if (lines) {
-            m_line += lines;
-            m_col = int(to - lastLf - 1);
-        }
+        ConsumeLines(size_t(to - from), lines, lines ? size_t(to - lastLf - 1) : 0);
     };
     while (p != end) {
         if (*p != '<') {

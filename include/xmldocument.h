@@ -248,6 +248,7 @@ private:
     inline UCChar ReadName(UCString& token);
     inline size_t PendingRun(const UCChar*& run);
     inline void ConsumeRun(size_t count);
+    inline void ConsumeLines(size_t count, int lines, size_t tail);
     void ScanRun(UCString& token, UCChar stop1, UCChar stop2);
 
     // Tokenisers.

@@ -182,6 +182,20 @@ OZM_HOT void XmlDocument::ConsumeRun(size_t count) {
     m_col += int(count);
 }
 
+// Takes count units of the pending run that hold lines line ends, the last
+// of them tail units before the end of what is taken: the position ends up
+// where NextChar would leave it unit by unit. Behind a line end the column
+// counts the units after it; pushed units move no column, so behind a line
+// end in pushed text it is 0.
+OZM_HOT void XmlDocument::ConsumeLines(size_t count, int lines, size_t tail) {
+    const bool pushed = m_pushPending;
+    ConsumeRun(count);
+    if (lines) {
+        m_line += lines;
+        m_col = pushed ? 0 : int(tail);
+    }
+}
+
 // A set of N units looked for eight units at a time.
 template <int N>
 struct XmlUnitSet {

@@ -62,12 +62,7 @@ void XmlDocument::ScanRun(UCString& token, UCChar stop1, UCChar stop2) {
     if (i == 0)
         return;
     token.append(run, i);
-    const bool pushed = m_pushPending;
-    ConsumeRun(i);
-    if (lines) {
-        m_line += lines;
-        m_col = pushed ? 0 : int(i - lineStart);
-    }
+    ConsumeLines(i, lines, i - lineStart);
 }
 
 int XmlDocument::ReadQuoted(UCString& token, UCChar quote) {
