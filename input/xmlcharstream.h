@@ -169,18 +169,7 @@ OZM_HOT size_t XmlDocument::PendingRun(const UCChar*& run) {
     return 0;
 }
 
-OZM_HOT void XmlDocument::ConsumeRun(size_t count) {
-    if (m_pushPending) {
-        m_pushBack.skip(count);
-        m_pushPending = !m_pushBack.empty();
-        return;
-    }
-    if (m_sourceString)
-        m_stringCursor += count;
-    else
-        m_sourceFile->Skip(count);
-    m_col += int(count);
-}
+OZM_HOT void XmlDocument::ConsumeRun(size_t count) { ConsumeLines(count, 0, 0); }
 
 // Takes count units of the pending run that hold lines line ends, the last
 // of them tail units before the end of what is taken: the position ends up
@@ -188,11 +177,20 @@ OZM_HOT void XmlDocument::ConsumeRun(size_t count) {
 // counts the units after it; pushed units move no column, so behind a line
 // end in pushed text it is 0.
 OZM_HOT void XmlDocument::ConsumeLines(size_t count, int lines, size_t tail) {
-    const bool pushed = m_pushPending;
-    ConsumeRun(count);
+    if (m_pushPending) {
+        m_pushBack.skip(count);
+        m_pushPending = !m_pushBack.empty();
+        tail = 0;
+    } else {
+        if (m_sourceString)
+            m_stringCursor += count;
+        else
+            m_sourceFile->Skip(count);
+        m_col += int(count);
+    }
     if (lines) {
         m_line += lines;
-        m_col = pushed ? 0 : int(tail);
+        m_col = int(tail);
     }
 }
 
