@@ -61,7 +61,8 @@ int main(int argc, char** argv) {
     OzmGlob::DecodeUTF8(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), text);
 
     XmlDocument doc;
-    BATCHERR result = doc.ParseString(text, false, false);
+    const bool validate = false, ignoreDtd = false;
+    BATCHERR result = doc.ParseString(text, validate, ignoreDtd);
     if (doc.RootElement())
         Print(doc.RootElement());
     if (result != errNone) {

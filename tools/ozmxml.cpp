@@ -163,7 +163,8 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd) {
             std::fprintf(stderr, "%s: cannot open: %s\n", file.c_str(), std::strerror(errno));
             return false;
         }
-        rc = doc.ParseFile(Wide(file.c_str()).c_str(), false, ignoreDtd);
+        const bool validate = false;
+        rc = doc.ParseFile(Wide(file.c_str()).c_str(), validate, ignoreDtd);
     }
     if (rc == errNone)
         return true;
@@ -379,7 +380,9 @@ int Write(int argc, char** argv) {
     UCString text;
     XmlOutputStream out;
     out.SetString(&text);
-    doc.Write(out, has("--externals"), !has("--no-indent"), !has("--no-escape"), parts, !has("--drop-empty"));
+    const bool withExternals = has("--externals"), lineBreaks = !has("--no-indent"), escape = !has("--no-escape"),
+               writeEmpty = !has("--drop-empty");
+    doc.Write(out, withExternals, lineBreaks, escape, parts, writeEmpty);
     out.Close();
 
     const auto target = args.options.find("-o");
@@ -498,7 +501,8 @@ void PrintDtd(const XmlDtd& dtd) {
     UCString text;
     XmlOutputStream out;
     out.SetString(&text);
-    dtd.Write(out, false, true, true);
+    const bool withExternals = false, lineBreaks = true, escape = true;
+    dtd.Write(out, withExternals, lineBreaks, escape);
     out.Close();
     PutText(stdout, text, false);
     if (!text.empty() && text.back() != u'\n')
