@@ -61,22 +61,12 @@ inline size_t Touch(const XmlDocument& doc) {
     sum += dtd.DocType().size();
     for (int i = 0; i < dtd.ElementCount(); ++i)
         sum += Length(dtd.ElementAt(i)->Name());
-    // Iterative walk: trees built by the parser are shallow, but this costs
-    // nothing and holds for any tree.
-    const XmlElement* e = doc.RootElement();
-    while (e) {
+    XmlWalkTree(doc.RootElement(), [&sum](const XmlElement* e, int) {
         sum += Length(e->Name()) + Length(e->Data());
         for (int i = 0; i < e->AttributeCount(); ++i)
             sum += Length(e->GetAttributeName(i)) + Length(e->GetAttributeValue(i));
-        if (e->Child()) {
-            e = e->Child();
-            continue;
-        }
-        while (e && !e->Next())
-            e = e->Parent();
-        if (e)
-            e = e->Next();
-    }
+        return true;
+    });
     return sum;
 }
 

@@ -86,22 +86,14 @@ inline bool AnyUnitIn(const XmlElement* e, bool inData, bool inValues, const UCC
                     return true;
         return false;
     };
-    while (e) {
-        if (inData && has(e->Data()))
-            return true;
-        for (int i = 0; inValues && i < e->AttributeCount(); ++i)
-            if (has(e->GetAttributeValue(i)))
-                return true;
-        if (e->Child()) {
-            e = e->Child();
-            continue;
-        }
-        while (e && !e->Next())
-            e = e->Parent();
-        if (e)
-            e = e->Next();
-    }
-    return false;
+    bool found = false;
+    XmlWalkTree(e, [&](const XmlElement* x, int) {
+        found = found || (inData && has(x->Data()));
+        for (int i = 0; !found && inValues && i < x->AttributeCount(); ++i)
+            found = has(x->GetAttributeValue(i));
+        return !found;
+    });
+    return found;
 }
 
 // Offset in text of a line and column of an error (lines from 1).
