@@ -202,7 +202,7 @@ int XmlDocument::AddName(const UCChar* name, size_t length) {
     std::u16string_view view(name, length);
     if (slot > 0 && size_t(slot) <= m_names.size()) {
         const UCString& known = m_names[size_t(slot - 1)];
-        if (known.size() == length && std::memcmp(known.data(), name, length * sizeof(UCChar)) == 0)
+        if (known.size() == length && XmlSameUnits(known.data(), name, length))
             return slot - 1;
     }
     auto it = m_nameIndex.find(view);

@@ -122,7 +122,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             ConsumeRun(size_t(nameEnd + 1 - p));
             const UCString& own = m_names[level.nameIndex];
             const size_t length = size_t(nameEnd - name);
-            if (own.size() != length || std::memcmp(own.data(), name, length * sizeof(UCChar)) != 0)
+            if (own.size() != length || !XmlSameUnits(own.data(), name, length))
                 result = SetUpError(errSyntax, u"Improper element nesting");
             m_elementStack.pop_back();
             return fastEnded;
@@ -146,7 +146,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         if (!isEmpty && level.depth + 1 < MaxDepth) {
             const UCChar* stop = XmlScanText(text, end, lines, lastLf);
             if (size_t(end - stop) > length + 2 && stop[0] == '<' && stop[1] == '/' && stop[length + 2] == '>' &&
-                std::memcmp(stop + 2, name, length * sizeof(UCChar)) == 0)
+                XmlSameUnits(stop + 2, name, length))
                 textEnd = stop;
         }
         SaveErrorPos(m_line, tagCol);

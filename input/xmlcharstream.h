@@ -3,6 +3,9 @@
 // columns counted, and the XML name tests.
 #pragma once
 
+#include <cstdint>
+#include <cstring>
+
 #include <emmintrin.h>
 
 #include "xmldocument.h"
@@ -192,6 +195,22 @@ OZM_HOT void XmlDocument::ConsumeLines(size_t count, int lines, size_t tail) {
         m_line += lines;
         m_col = int(tail);
     }
+}
+
+// Whether the n units at a and b are the same. Names are short: compared
+// inline four units at a time rather than through a call to memcmp.
+OZM_HOT bool XmlSameUnits(const UCChar* a, const UCChar* b, size_t n) {
+    for (; n >= 4; a += 4, b += 4, n -= 4) {
+        uint64_t x, y;
+        std::memcpy(&x, a, 8);
+        std::memcpy(&y, b, 8);
+        if (x != y)
+            return false;
+    }
+    for (; n; --n)
+        if (*a++ != *b++)
+            return false;
+    return true;
 }
 
 // A set of N units looked for eight units at a time.
