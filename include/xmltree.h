@@ -128,7 +128,7 @@ public:
     explicit XmlElementBlock(XmlDocument* document);
     XmlElementBlock(const XmlElementBlock&) = delete;
     XmlElementBlock& operator=(const XmlElementBlock&) = delete;
-    ~XmlElementBlock() = default;
+    ~XmlElementBlock();
 
     // Puts all nodes on the free list, in index order.
     void Reset();
@@ -142,8 +142,16 @@ public:
 
 private:
     friend class XmlDocument;
-    XmlElement m_nodes[Capacity];
+    // Nodes are constructed when first handed out, and only those are
+    // destroyed: a small document does not pay for the whole slab. The free
+    // list is the nodes given back (LIFO) followed by the nodes from m_unused
+    // on, in index order.
+    union {
+        XmlElement m_nodes[Capacity];
+    };
     XmlElement* m_firstFree = nullptr;
+    int m_unused = 0;       // nodes from here on have not been handed out since Reset
+    int m_constructed = 0;  // nodes below this index are constructed
     XmlElementBlock* m_nextBlock = nullptr;
     int m_freeCount = Capacity;
     XmlDocument* m_document = nullptr;

@@ -1,21 +1,34 @@
 // XmlElementBlock: a slab of 1000 nodes handed out through a LIFO free list.
+#include <new>
+
 #include "xmldocument.h"
 
 XmlElementBlock::XmlElementBlock(XmlDocument* document) : m_document(document) { Reset(); }
 
+XmlElementBlock::~XmlElementBlock() {
+    for (int i = 0; i < m_constructed; ++i)
+        m_nodes[i].~XmlElement();
+}
+
 void XmlElementBlock::Reset() {
-    for (int i = 0; i < Capacity - 1; ++i)
-        m_nodes[i].m_next = &m_nodes[i + 1];
-    m_nodes[Capacity - 1].m_next = nullptr;
-    m_firstFree = &m_nodes[0];
+    m_firstFree = nullptr;
+    m_unused = 0;
     m_freeCount = Capacity;
 }
 
 XmlElement* XmlElementBlock::NewElement() {
     XmlElement* e = m_firstFree;
-    if (!e)
-        return nullptr;
-    m_firstFree = e->m_next;
+    if (e) {
+        m_firstFree = e->m_next;
+    } else {
+        if (m_unused == Capacity)
+            return nullptr;
+        e = &m_nodes[m_unused];
+        if (m_unused++ == m_constructed) {
+            new (e) XmlElement();
+            ++m_constructed;
+        }
+    }
     e->Clear();
     e->m_block = this;
     --m_freeCount;
