@@ -380,3 +380,143 @@ std::string GenerateDocument(size_t targetBytes, uint64_t seed, GenStats* statsO
 }
 
 }  // namespace ozmbench
+
+namespace ozmbench {
+namespace {
+
+// Words, commas and full stops up to about `bytes`, broken into lines of
+// about 90 columns with `indent` spaces; returns the inline elements written.
+size_t Paragraph(std::string& out, Rng& rng, size_t bytes, int indent, GenStats& stats) {
+    const size_t start = out.size();
+    size_t lineStart = out.size();
+    size_t inlines = 0;
+    bool sentenceStart = true;
+    while (out.size() - start < bytes) {
+        if (out.size() - lineStart > 90) {
+            out += '\n';
+            out.append(size_t(indent), ' ');
+            lineStart = out.size();
+        } else if (out.size() != start) {
+            out += ' ';
+        }
+        // One word in 60 is marked up.
+        if (rng.Chance(1, 60)) {
+            ++inlines;
+            switch (rng.Below(3)) {
+            case 0:
+                out += "<em>";
+                out += Pick(rng, kWords);
+                out += "</em>";
+                break;
+            case 1:
+                out += "<b>";
+                out += Pick(rng, kWords);
+                out += ' ';
+                out += Pick(rng, kWords);
+                out += "</b>";
+                break;
+            default:
+                out += "<ref id=\"n";
+                out += std::to_string(rng.Below(10000));
+                out += "\"/>";
+                ++stats.attributes;
+                break;
+            }
+        } else if (rng.Chance(1, 200)) {
+            out += Pick(rng, kEmoji);
+            ++stats.emoji;
+        } else {
+            out += sentenceStart ? Pick(rng, kFirstNames) : Pick(rng, kWords);
+        }
+        sentenceStart = false;
+        uint32_t mark = rng.Below(16);
+        if (mark == 0) {
+            out += '.';
+            sentenceStart = true;
+        } else if (mark == 1) {
+            out += ',';
+        }
+    }
+    if (!sentenceStart)
+        out += '.';
+    return inlines;
+}
+
+}  // namespace
+
+std::string GenerateTextDocument(size_t targetBytes, uint64_t seed, GenStats* statsOut) {
+    Rng rng(seed ^ 0x7465787400000000ull);
+    GenStats stats;
+    std::string out;
+    out.reserve(targetBytes + 8192);
+    out += "<library>";
+    stats.elements = 1;
+    stats.maxDepth = 5;  // library, book, chapter, p, em
+    // Stops before the paragraph that would pass the size (with room for the
+    // closing tags).
+    const size_t closing = 40;
+    for (size_t book = 1; out.size() + closing < targetBytes; ++book) {
+        out += "\n  <book id=\"b";
+        out += std::to_string(book);
+        out += "\" lang=\"";
+        out += Pick(rng, kLangs);
+        out += "\">\n    <title>";
+        stats.elements += 2 + Paragraph(out, rng, rng.Range(10, 60), 6, stats);
+        out += "</title>";
+        stats.attributes += 2;
+        uint32_t chapters = rng.Range(3, 12);
+        for (uint32_t c = 1; c <= chapters && out.size() + closing < targetBytes; ++c) {
+            out += "\n    <chapter n=\"";
+            out += std::to_string(c);
+            out += "\">\n      <heading>";
+            stats.elements += 2 + Paragraph(out, rng, rng.Range(10, 50), 8, stats);
+            out += "</heading>";
+            ++stats.attributes;
+            uint32_t paras = rng.Range(4, 20);
+            for (uint32_t p = 0; p < paras && out.size() + closing + 4000 < targetBytes; ++p) {
+                out += "\n      <p>";
+                stats.elements += 1 + Paragraph(out, rng, rng.Range(300, 4000), 8, stats);
+                out += "</p>";
+            }
+            out += "\n    </chapter>";
+        }
+        out += "\n  </book>";
+    }
+    out += "\n</library>\n";
+    if (statsOut)
+        *statsOut = stats;
+    return out;
+}
+
+std::vector<std::string> GenerateSmallDocuments(size_t count, size_t minBytes, size_t maxBytes, uint64_t seed,
+                                                std::vector<GenStats>* stats) {
+    Rng rng(seed ^ 0x736D616C6C000000ull);
+    std::vector<std::string> docs;
+    docs.reserve(count);
+    if (stats)
+        stats->clear();
+    for (size_t i = 0; i < count; ++i) {
+        const size_t want = minBytes + rng.Below(uint32_t(maxBytes - minBytes + 1));
+        const uint64_t docSeed = rng.Next();
+        // The generator stops up to a record short of its target; ask for a
+        // little more until the document has the size drawn (or its range's
+        // top is reached).
+        GenStats one;
+        std::string doc = GenerateDocument(want, docSeed, &one);
+        for (size_t ask = want; doc.size() < want && ask < maxBytes;) {
+            ask += 200;
+            GenStats next;
+            std::string bigger = GenerateDocument(ask, docSeed, &next);
+            if (bigger.size() > maxBytes)
+                break;
+            doc.swap(bigger);
+            one = next;
+        }
+        if (stats)
+            stats->push_back(one);
+        docs.push_back(std::move(doc));
+    }
+    return docs;
+}
+
+}  // namespace ozmbench

@@ -20,6 +20,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace ozmbench {
 
@@ -40,5 +41,20 @@ struct GenStats {
 // Returns a well-formed UTF-8 document of about targetBytes bytes (within
 // about a kilobyte; never less than one group holding one record).
 std::string GenerateDocument(size_t targetBytes, uint64_t seed = kDefaultSeed, GenStats* stats = nullptr);
+
+// A text-heavy document of about targetBytes: a root "library" of books, each
+// a title and chapters of a heading and long paragraphs (300 to 4,000 bytes
+// of the same multilingual words, wrapped into lines of about 90 columns),
+// with little markup: now and then an inline <em>, <b> or <ref id=".."/> in a
+// paragraph, title or heading. Books, chapters and paragraphs below the root,
+// the inline elements one level deeper; no references, CDATA sections or
+// comments. stats counts elements, attributes and emoji, and the depth.
+std::string GenerateTextDocument(size_t targetBytes, uint64_t seed = kDefaultSeed, GenStats* stats = nullptr);
+
+// count small documents of the GenerateDocument shape, each of minBytes to
+// maxBytes and with a seed of its own drawn from seed; stats, if given,
+// receives the counts of each.
+std::vector<std::string> GenerateSmallDocuments(size_t count, size_t minBytes, size_t maxBytes,
+                                                uint64_t seed = kDefaultSeed, std::vector<GenStats>* stats = nullptr);
 
 }  // namespace ozmbench

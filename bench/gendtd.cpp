@@ -50,8 +50,8 @@ std::string Preamble() {
 
 }  // namespace
 
-std::string GenerateDocumentWithDtd(size_t targetBytes, bool references) {
-    std::string body = GenerateDocument(targetBytes);
+std::string GenerateDocumentWithDtd(size_t targetBytes, bool references, GenStats* stats) {
+    std::string body = GenerateDocument(targetBytes, kDefaultSeed, stats);
     std::string dtd = "<!DOCTYPE dataset [\n<!ELEMENT dataset (group)*>\n<!ATTLIST dataset name CDATA #IMPLIED "
                       "seed CDATA #IMPLIED>\n<!ELEMENT group (group | record)*>\n<!ATTLIST group id ID #IMPLIED "
                       "label CDATA #IMPLIED>\n<!ELEMENT record (";

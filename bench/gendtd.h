@@ -6,13 +6,16 @@
 #include <string>
 #include <vector>
 
+#include "gendoc.h"
+
 namespace ozmbench {
 
 // The benchmark document of gendoc.h behind an internal subset that declares
 // all its elements and attributes. With references set, the subset also
 // declares entities and the content uses them (a name and a Latin-1 letter
 // become references).
-std::string GenerateDocumentWithDtd(size_t targetBytes, bool references);
+// stats, if given, receives the counts of the document's body.
+std::string GenerateDocumentWithDtd(size_t targetBytes, bool references, GenStats* stats = nullptr);
 
 // A definition of about targetBytes: `elements` element declarations in
 // modules, each module behind a conditional section switched by a parameter
