@@ -27,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "benchutil.h"
 #include "gendoc.h"
 #include "xmlapi.h"
 
@@ -132,7 +133,10 @@ extern "C" BATCHERR ozm_bench_region(int work, const std::string* bytes, UCStrin
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using ozmbench::Clock;
+using ozmbench::ReadFile;
+using ozmbench::Seconds;
+using ozmbench::Timing;
 
 // Everything malloc has handed out and not taken back, chunk overhead
 // included: the main heap and the other arenas (uordblks) plus the blocks
@@ -173,14 +177,11 @@ struct TreeCounts {
 
 size_t Units(const UCChar* s) { return std::char_traits<UCChar>::length(s); }
 
-// Walks the tree iteratively (a tree may be deeper than the stack allows).
 TreeCounts WalkTree(const XmlElement* root) {
     TreeCounts c;
-    size_t depth = 1;
-    const XmlElement* e = root;
-    while (e) {
+    XmlWalkTree(root, [&c](const XmlElement* e, int depth) {
         ++c.elements;
-        c.maxDepth = std::max(c.maxDepth, depth);
+        c.maxDepth = std::max(c.maxDepth, size_t(depth) + 1);
         size_t bytes = OutOfLineBytes(size_t(e->DataLength()), true);
         int n = e->AttributeCount();
         c.attributes += size_t(n);
@@ -192,17 +193,8 @@ TreeCounts WalkTree(const XmlElement* root) {
             c.textStrings += (nb != 0) + (vb != 0);
             c.textBytes += nb + vb;
         }
-        if (e->Child()) {
-            e = e->Child();
-            ++depth;
-            continue;
-        }
-        while (e && e != root && !e->Next()) {
-            e = e->Parent();
-            --depth;
-        }
-        e = (e && e != root) ? e->Next() : nullptr;
-    }
+        return true;
+    });
     return c;
 }
 
@@ -225,31 +217,10 @@ void Decode(const std::string& bytes, UCString& out) {
     std::exit(1);
 }
 
-double Seconds(Clock::time_point a, Clock::time_point b) { return std::chrono::duration<double>(b - a).count(); }
-
-struct Timing {
-    std::vector<double> runs;
-    double Best() const { return *std::min_element(runs.begin(), runs.end()); }
-    double Median() const {
-        std::vector<double> s = runs;
-        std::sort(s.begin(), s.end());
-        size_t n = s.size();
-        return n % 2 ? s[n / 2] : (s[n / 2 - 1] + s[n / 2]) / 2;
-    }
-};
-
 void PrintRate(const char* what, const Timing& t, size_t bytes) {
     double mb = double(bytes) / 1e6;
     std::printf("  %-22s best %9.2f MB/s (%8.4f s)   median %9.2f MB/s (%8.4f s)\n", what, mb / t.Best(), t.Best(),
                 mb / t.Median(), t.Median());
-}
-
-bool ReadFile(const char* path, std::string& out) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return false;
-    out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return !in.bad();
 }
 
 constexpr int kWorkDecode = 1;

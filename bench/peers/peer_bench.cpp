@@ -47,6 +47,7 @@
 
 #include <pugixml.hpp>
 
+#include "benchutil.h"
 #include "gendoc.h"
 #include "gendtd.h"
 #include "xmlapi.h"
@@ -62,7 +63,8 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using ozmbench::Clock;
+using ozmbench::ReadFile;
 
 // The inputs' default sizes.
 constexpr double kRecordsMB = 100, kTextMB = 50, kDtdMB = 20;
@@ -87,13 +89,6 @@ struct Input {
     std::exit(2);
 }
 
-bool ReadFile(const std::string& path, std::string& out) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return false;
-    out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return !in.bad();
-}
 
 void WriteFile(const std::string& path, const std::string& data) {
     std::ofstream o(path, std::ios::binary);
