@@ -20,16 +20,18 @@ XmlElement* XmlElementBlock::NewElement() {
     XmlElement* e = m_firstFree;
     if (e) {
         m_firstFree = e->m_next;
+        e->Clear();
     } else {
         if (m_unused == Capacity)
             return nullptr;
         e = &m_nodes[m_unused];
         if (m_unused++ == m_constructed) {
-            new (e) XmlElement();
+            new (e) XmlElement();  // cleared by construction
             ++m_constructed;
+        } else {
+            e->Clear();
         }
     }
-    e->Clear();
     e->m_block = this;
     --m_freeCount;
     return e;
