@@ -29,11 +29,16 @@ BATCHERR XmlDocument::ParseFile(const UCChar* path, bool validate, bool ignoreDt
 
     // A byte-order mark of either order switches to 16-bit reading; the
     // rewind leaves the mark to the file layer, and the column untouched.
+    // Without a mark the two units are given back to the decoded block
+    // instead: a small file is not decoded twice, and a pipe, which cannot
+    // seek, reads from its start.
     UCChar first = m_sourceFile->Getc();
     UCChar second = m_sourceFile->Getc();
-    if ((first == 0xFF && second == 0xFE) || (first == 0xFE && second == 0xFF))
+    const bool mark = (first == 0xFF && second == 0xFE) || (first == 0xFE && second == 0xFF);
+    if (mark)
         m_sourceFile->Format(4);
-    m_sourceFile->Seek(0, 0);
+    if (mark || second == UCEof || !m_sourceFile->Unread(2))
+        m_sourceFile->Seek(0, 0);
 
     BATCHERR result = ParseDocument(validate, ignoreDtd);
     m_sourceFile->Close();

@@ -215,6 +215,15 @@ public:
     const UCChar* Pending() const { return m_ucPos; }
     const UCChar* PendingEnd() const { return m_ucEnd; }
     void Skip(size_t count) { m_ucPos += count; }
+    // Gives back the last count units Getc returned when they all came from
+    // the decoded block at hand, so that they are read again without a seek;
+    // false, and nothing given back, otherwise.
+    bool Unread(size_t count) {
+        if (!m_ucBuffer || m_ucPos < m_ucBuffer || size_t(m_ucPos - m_ucBuffer) < count)
+            return false;
+        m_ucPos -= count;
+        return true;
+    }
 
 private:
     static constexpr size_t kUnits = 16384;  // decoded units per refill
