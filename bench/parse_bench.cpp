@@ -149,9 +149,10 @@ size_t MallocInUse() {
 // Heap bytes of a string of n units held outside the string object, as
 // malloc would round it: (capacity + 1) units of 2 bytes plus an 8-byte
 // header, in 16-byte steps, at least 32. Strings of up to 7 units live inside
-// the object. A string that grew out of the object (element data is assigned
-// into an empty string) has at least twice the inner capacity, 14 units; a
-// string made as a copy (attribute names and values) has exactly n.
+// the object. A string that grew out of the object (the data of an element
+// with children, appended piece by piece) has at least twice the inner
+// capacity, 14 units; a string made to size (a leaf's data, attribute names
+// and values) has exactly n.
 constexpr size_t kSsoCapacity = 7;
 size_t OutOfLineBytes(size_t units, bool grown) {
     if (units <= kSsoCapacity)
@@ -182,7 +183,7 @@ TreeCounts WalkTree(const XmlElement* root) {
     XmlWalkTree(root, [&c](const XmlElement* e, int depth) {
         ++c.elements;
         c.maxDepth = std::max(c.maxDepth, size_t(depth) + 1);
-        size_t bytes = OutOfLineBytes(size_t(e->DataLength()), true);
+        size_t bytes = OutOfLineBytes(size_t(e->DataLength()), e->Child() != nullptr);
         int n = e->AttributeCount();
         c.attributes += size_t(n);
         c.textStrings += bytes != 0;
@@ -490,7 +491,7 @@ int main(int argc, char** argv) {
                 counts.textStrings);
     std::printf("    rule: element data and attribute names and values longer than %zu UTF-16 units\n"
                 "    cost max(32, (2c + 2 + 8 + 15) & ~15) bytes each, c their capacity: the length n,\n"
-                "    but at least 14 for element data (a string grown out of its inner buffer)\n",
+                "    but at least 14 for the data of an element with children (grown piece by piece)\n",
                 kSsoCapacity);
     std::printf("  tree bytes per element (total - text) / elements   %.1f\n", perElement);
     std::printf("  input UTF-8 bytes per element                      %.1f\n", double(n) / double(counts.elements));
