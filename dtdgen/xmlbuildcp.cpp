@@ -84,7 +84,7 @@ void XmlDocument::BuildCP(XmlElementDef* def) {
     // Middle: every name left, once, by shape and then by place; only the
     // first run of a name is kept and its counts don't matter.
     std::vector<const XmlElementDef*> middle;
-    std::vector<bool> seen;
+    std::vector<unsigned char> seen;
     for (const std::pair<size_t, size_t>& s : seqs)
         for (size_t k = s.first; k < s.second; ++k) {
             uint32_t place = placeAt(k);

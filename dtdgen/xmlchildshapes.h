@@ -23,10 +23,23 @@ struct ChildRun {
 struct ChildSequence {
     std::vector<uint32_t> m_places;
     std::vector<int> m_counts;
+    bool m_repeated = false;  // some count is above 1
+    uint32_t m_hash = 0;      // of the places, set by ChildSequenceList::Prepare
     size_t Size() const { return m_places.size(); }
     void Clear() {
         m_places.clear();
         m_counts.clear();
+        m_repeated = false;
+    }
+    // Appends a child whose definition has the given place.
+    void Add(uint32_t place) {
+        if (!m_places.empty() && m_places.back() == place) {
+            ++m_counts.back();
+            m_repeated = true;
+        } else {
+            m_places.push_back(place);
+            m_counts.push_back(1);
+        }
     }
 };
 
@@ -43,8 +56,11 @@ public:
     // defs: the definitions of the walk by place; it outlives the list.
     explicit ChildSequenceList(const std::vector<XmlElementDef*>& defs) : m_defs(defs) {}
 
-    // Merges the instance seq into the shape equal to it (the larger maximum
-    // and the smaller minimum at each place), or appends it as a new shape.
+    // Hashes seq for Record and asks for the slot it will probe first.
+    void Prepare(ChildSequence& seq) const;
+    // Merges the instance seq, prepared by Prepare, into the shape equal to
+    // it (the larger maximum and the smaller minimum at each place), or
+    // appends it as a new shape.
     void Record(const ChildSequence& seq);
 
     size_t ShapeCount() const { return m_begins.size() - 1; }
