@@ -64,6 +64,8 @@ public:
     void Record(const ChildSequence& seq);
 
     size_t ShapeCount() const { return m_begins.size() - 1; }
+    // The number of distinct places in all shapes.
+    size_t PlaceCount() const { return m_placeCount; }
     // Shape i is the runs [Begin(i), Begin(i + 1)).
     size_t Begin(size_t shape) const { return m_begins[shape]; }
     // The place of the definition of run k.
@@ -96,7 +98,11 @@ private:
     std::vector<uint32_t> m_runs;
     std::vector<CountedRun> m_counted;
     std::vector<uint32_t> m_begins{0};
-    std::vector<uint32_t> m_hashes;  // of each shape
-    // Open addressing over a power-of-two table: shape index + 1, 0 free.
-    std::vector<uint32_t> m_slots;
+    // Open addressing over a power-of-two table: the hash of a shape in the
+    // high half, its index + 1 in the low half; 0 free. With the hash at
+    // hand a probe reads the table only, which outgrows the caches.
+    std::vector<uint64_t> m_slots;
+    // Places that some shape holds: a mark by place, and their number.
+    std::vector<unsigned char> m_placeSeen;
+    size_t m_placeCount = 0;
 };

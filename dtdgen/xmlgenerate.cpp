@@ -84,18 +84,21 @@ void ChildSequenceList::Merge(size_t k, int count) {
 
 // Doubles the table and enters every shape again.
 void ChildSequenceList::Grow() {
-    size_t size = m_slots.empty() ? 16 : m_slots.size() * 2;
-    m_slots.assign(size, 0);
+    std::vector<uint64_t> old(m_slots.empty() ? 16 : m_slots.size() * 2, 0);
+    old.swap(m_slots);
+    size_t mask = m_slots.size() - 1;
     // The slots are written all over a table that outgrows the caches: ask
     // for each some entries ahead.
     constexpr size_t Ahead = 16;
-    for (size_t i = 0; i < m_hashes.size(); ++i) {
-        if (i + Ahead < m_hashes.size())
-            __builtin_prefetch(&m_slots[m_hashes[i + Ahead] & (size - 1)], 1);
-        size_t slot = m_hashes[i] & (size - 1);
+    for (size_t i = 0; i < old.size(); ++i) {
+        if (i + Ahead < old.size())
+            __builtin_prefetch(&m_slots[(old[i + Ahead] >> 32) & mask], 1);
+        if (old[i] == 0)
+            continue;
+        size_t slot = (old[i] >> 32) & mask;
         while (m_slots[slot] != 0)
-            slot = (slot + 1) & (size - 1);
-        m_slots[slot] = uint32_t(i + 1);
+            slot = (slot + 1) & mask;
+        m_slots[slot] = old[i];
     }
 }
 
@@ -116,8 +119,9 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
     // Shapes in the list are distinct, so the one equal shape found here is
     // the first from the front that a walk of the list would find.
     for (; m_slots[slot] != 0; slot = (slot + 1) & mask) {
-        size_t index = m_slots[slot] - 1;
-        if (m_hashes[index] != hash || !Same(index, places, n))
+        uint64_t w = m_slots[slot];
+        size_t index = uint32_t(w) - 1;
+        if (uint32_t(w >> 32) != hash || !Same(index, places, n))
             continue;
         for (size_t i = 0; i < n; ++i)
             Merge(m_begins[index] + i, seq.m_counts[i]);
@@ -135,10 +139,17 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
             }
         }
     }
+    for (size_t i = 0; i < n; ++i) {
+        if (places[i] >= m_placeSeen.size())
+            m_placeSeen.resize(places[i] + 1, 0);
+        if (!m_placeSeen[places[i]]) {
+            m_placeSeen[places[i]] = 1;
+            ++m_placeCount;
+        }
+    }
     m_begins.push_back(uint32_t(m_runs.size()));
-    m_hashes.push_back(hash);
-    m_slots[slot] = uint32_t(m_hashes.size());
-    if (m_hashes.size() * 2 > m_slots.size())
+    m_slots[slot] = uint64_t(hash) << 32 | uint32_t(ShapeCount());
+    if (ShapeCount() * 2 > m_slots.size())
         Grow();
 }
 
