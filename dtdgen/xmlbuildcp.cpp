@@ -83,9 +83,12 @@ void XmlDocument::BuildCP(XmlElementDef* def) {
 
     // Middle: every name left, once, by shape and then by place; only the
     // first run of a name is kept and its counts don't matter.
+    // Once every name of the list is in, the rest can add none.
     std::vector<const XmlElementDef*> middle;
-    std::vector<bool> seen;
-    for (const std::pair<size_t, size_t>& s : seqs)
+    std::vector<unsigned char> seen;
+    for (const std::pair<size_t, size_t>& s : seqs) {
+        if (middle.size() == list->PlaceCount())
+            break;
         for (size_t k = s.first; k < s.second; ++k) {
             uint32_t place = placeAt(k);
             if (place >= seen.size())
@@ -95,6 +98,7 @@ void XmlDocument::BuildCP(XmlElementDef* def) {
                 middle.push_back(list->Run(k).m_def);
             }
         }
+    }
 
     if (!middle.empty()) {
         XmlContentPart group;

@@ -23,10 +23,23 @@ struct ChildRun {
 struct ChildSequence {
     std::vector<uint32_t> m_places;
     std::vector<int> m_counts;
+    bool m_repeated = false;  // some count is above 1
+    uint32_t m_hash = 0;      // of the places, set by ChildSequenceList::Prepare
     size_t Size() const { return m_places.size(); }
     void Clear() {
         m_places.clear();
         m_counts.clear();
+        m_repeated = false;
+    }
+    // Appends a child whose definition has the given place.
+    void Add(uint32_t place) {
+        if (!m_places.empty() && m_places.back() == place) {
+            ++m_counts.back();
+            m_repeated = true;
+        } else {
+            m_places.push_back(place);
+            m_counts.push_back(1);
+        }
     }
 };
 
@@ -43,11 +56,16 @@ public:
     // defs: the definitions of the walk by place; it outlives the list.
     explicit ChildSequenceList(const std::vector<XmlElementDef*>& defs) : m_defs(defs) {}
 
-    // Merges the instance seq into the shape equal to it (the larger maximum
-    // and the smaller minimum at each place), or appends it as a new shape.
+    // Hashes seq for Record and asks for the slot it will probe first.
+    void Prepare(ChildSequence& seq) const;
+    // Merges the instance seq, prepared by Prepare, into the shape equal to
+    // it (the larger maximum and the smaller minimum at each place), or
+    // appends it as a new shape.
     void Record(const ChildSequence& seq);
 
     size_t ShapeCount() const { return m_begins.size() - 1; }
+    // The number of distinct places in all shapes.
+    size_t PlaceCount() const { return m_placeCount; }
     // Shape i is the runs [Begin(i), Begin(i + 1)).
     size_t Begin(size_t shape) const { return m_begins[shape]; }
     // The place of the definition of run k.
@@ -80,7 +98,11 @@ private:
     std::vector<uint32_t> m_runs;
     std::vector<CountedRun> m_counted;
     std::vector<uint32_t> m_begins{0};
-    std::vector<uint32_t> m_hashes;  // of each shape
-    // Open addressing over a power-of-two table: shape index + 1, 0 free.
-    std::vector<uint32_t> m_slots;
+    // Open addressing over a power-of-two table: the hash of a shape in the
+    // high half, its index + 1 in the low half; 0 free. With the hash at
+    // hand a probe reads the table only, which outgrows the caches.
+    std::vector<uint64_t> m_slots;
+    // Places that some shape holds: a mark by place, and their number.
+    std::vector<unsigned char> m_placeSeen;
+    size_t m_placeCount = 0;
 };

@@ -151,6 +151,34 @@ TEST(GenerateDtdTest, EnumerationsAndMeasures) {
     EXPECT_TRUE(doc.GenerateLengthAttrs());
 }
 
+// Forty attribute names, in the opposite order every other instance: names
+// and values are told apart alike whatever their place in the list and
+// however many names an element has.
+TEST(GenerateDtdTest, ManyAttributeNames) {
+    std::string xml = "<r>";
+    for (int i = 0; i < 14; ++i) {
+        xml += "<e";
+        for (int k = 0; k < 40; ++k) {
+            int name = i % 2 ? 39 - k : k;  // every third name gets 12 values, the others 3
+            xml += " a" + std::to_string(name) + "='" + std::to_string(i % (name % 3 ? 3 : 12)) + "'";
+        }
+        xml += "/>";
+    }
+    XmlDocument doc;
+    Generate(doc, xml + "</r>");
+    const XmlAttrList* l = doc.GetDTD().FindAttrList(u"e");
+    ASSERT_EQ(l->DefCount(), 40);
+    for (int k : {0, 1, 2, 31, 32, 33, 34, 39}) {
+        const XmlAttDef* d = l->GetAttDef(k);
+        std::string values;
+        for (int j = 0; j < d->EnumCount(); ++j)
+            values += A(d->GetEnum(j));
+        EXPECT_EQ(A(d->Name()), "a" + std::to_string(k));
+        EXPECT_EQ(std::to_string(d->Type()) + " " + values + " " + std::to_string(d->MaxLen()),
+                  k % 3 ? "10 012 1" : "1 012345678910 2") << k;
+    }
+}
+
 TEST(GenerateDtdTest, RegenerationAndOddTrees) {
     XmlDocument doc;
     EXPECT_TRUE(doc.GenerateDTD()) << "no root";
