@@ -27,25 +27,15 @@
 
 #include <time.h>
 
+#include "benchutil.h"
 #include "gendoc.h"
 #include "xmlapi.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double Seconds(Clock::time_point a, Clock::time_point b) { return std::chrono::duration<double>(b - a).count(); }
-
-struct Timing {
-    std::vector<double> runs;
-    double Best() const { return *std::min_element(runs.begin(), runs.end()); }
-    double Median() const {
-        std::vector<double> s = runs;
-        std::sort(s.begin(), s.end());
-        size_t n = s.size();
-        return n % 2 ? s[n / 2] : (s[n / 2 - 1] + s[n / 2]) / 2;
-    }
-};
+using ozmbench::Clock;
+using ozmbench::Seconds;
+using ozmbench::Timing;
 
 double Time(const std::function<void()>& work) {
     auto t0 = Clock::now();
