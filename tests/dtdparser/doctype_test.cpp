@@ -2,8 +2,8 @@
 // each construct leaves, and the code, message and place of each failure.
 #include <gtest/gtest.h>
 
-#include "dtdparser/dtd_dump.h"
-#include "input/input_test_util.h"
+#include "test_util.h"
+#include "test_util.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "dtdparser/dtd_dump.h"
-#include "input/input_test_util.h"
+#include "test_util.h"
+#include "test_util.h"
 #include "test_files.h"
 
 namespace {

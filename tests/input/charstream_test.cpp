@@ -4,7 +4,7 @@
 // classes of name characters.
 #include <gtest/gtest.h>
 
-#include "input/input_test_util.h"
+#include "test_util.h"
 #include "xmlapi.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "input/input_test_util.h"
+#include "test_util.h"
 #include "xmlapi.h"
 
 namespace {

@@ -11,8 +11,8 @@
 
 #include <gtest/gtest.h>
 
-#include "dtdparser/dtd_dump.h"
-#include "input/input_test_util.h"
+#include "test_util.h"
+#include "test_util.h"
 
 namespace {
 
