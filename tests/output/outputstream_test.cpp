@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "test_files.h"
+#include "test_util.h"
 #include "xmlapi.h"
 
 namespace {
@@ -115,17 +115,6 @@ protected:
     TempDir m_tmp;
 };
 
-TEST_F(OutputStreamTest, NoTargetDoesNothing) {
-    XmlOutputStream s;
-    EXPECT_EQ(&(s << u"text"), &s);
-    EXPECT_EQ(&(s << UCChar(u'x')), &s);
-    EXPECT_EQ(&(s << UCString(u"abc")), &s);
-    EXPECT_EQ(&s.Write(u"ab", 2), &s);
-    s.Format(u"%d", 5);
-    s.Close();
-    s.Close();
-}
-
 // The UTF-8 rule unit by unit: through the text and the single-unit path to
 // the UTF-8 string and the stdio file (the same bytes on both paths), and as
 // a run with the unit at every place, so that it falls at each position of
@@ -135,9 +124,8 @@ TEST_F(OutputStreamTest, Utf8RuleUnitByUnit) {
     const struct {
         UCChar unit;
         std::string bytes;
-    } probes[] = {{0x01, "\x01"},         {0x41, "A"},          {0x7F, "\x7F"},          {0x80, "\xC2\x80"},
-                  {0xE9, "\xC3\xA9"},     {0x7FF, "\xDF\xBF"}, {0x800, "\xE0\xA0\x80"},  {0x20AC, "\xE2\x82\xAC"},
-                  {0xD83D, "\xED\xA0\xBD"}, {0xDE00, "\xED\xB8\x80"}, {0xFFFF, "\xEF\xBF\xBF"}, {0, ""}};
+    } probes[] = {{0x7F, "\x7F"}, {0x80, "\xC2\x80"}, {0x7FF, "\xDF\xBF"}, {0x800, "\xE0\xA0\x80"},
+                  {0xD83D, "\xED\xA0\xBD"}, {0xFFFF, "\xEF\xBF\xBF"}, {0, ""}};
     for (const auto& p : probes) {
         SCOPED_TRACE(int(p.unit));
         const std::string utf8Bytes = p.unit ? p.bytes : std::string(1, '\0');
@@ -273,7 +261,7 @@ TEST_F(OutputStreamTest, Format) {
         const UCChar* format;
         double value;
         const UCChar* expected;
-    } cases[] = {{u"%1.1f", 1.0, u"1.0"}, {u"%1.1f", 2.0, u"2.0"}, {u"%1.1f", 1.06, u"1.1"}, {u"v=%.1f;", 0.0, u"v=0.0;"}};
+    } cases[] = {{u"%1.1f", 1.06, u"1.1"}, {u"v=%.1f;", 0.0, u"v=0.0;"}};
     for (const auto& c : cases) {
         UCString out;
         XmlOutputStream s;
@@ -337,20 +325,6 @@ TEST_F(OutputStreamTest, CloseAndSetFilePointer) {
     EXPECT_EQ(a.closes + b.closes + c.closes, 3);
     EXPECT_EQ(b.bytes + c.bytes, "bc");
     EXPECT_EQ(ReadBytes(Path("again.txt")), "again");
-}
-
-TEST_F(OutputStreamTest, OpeningFailuresAreReported) {
-    XmlOutputStream s;
-    EXPECT_LT(s.OpenUCFile(U16(Path("no/such/dir.txt")).c_str(), u"w", 1), 0);
-    EXPECT_LT(s.OpenUCFile(U16(Path("f.txt")).c_str(), u"w", 12345), 0);
-    EXPECT_NE(s.OpenLWIO(u"x", u"", 0), errNone);
-    EXPECT_NE(s.SetLWIOModule(u"no-such-module"), errNone);
-    EXPECT_NE(UCString(s.LastLWIOMessage()), u"");
-    EXPECT_NE(s.OpenLWIO(u"x", u"", 0), errNone);
-    UCString units;
-    s.SetString(&units);
-    s << u"ok";
-    EXPECT_EQ(units, u"ok");
 }
 
 // Copies: each copy of an owned stdio file or OzmUCFile has its own
