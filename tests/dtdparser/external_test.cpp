@@ -102,6 +102,7 @@ TEST_F(ExternalTest, EncodingsAndTextDeclarations) {
         {"UTF-8", decl, errNone, u""},
         {"UTF-8 with a mark", "\xEF\xBB\xBF" + decl, errNone, u""},
         {"UTF-16LE with a mark", le, errNone, u""},
+        {"UTF-16LE without a mark", leBare, errNone, u""},
         {"UTF-16BE without a mark", beBare, errNone, u""},
         {"text declaration", "<?XML version='1.0' standalone='no'?>" + decl, errNone, u""},
         {"empty file", "", errSyntax, u"Unable to locate root element a in DTD"},

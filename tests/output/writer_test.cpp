@@ -45,9 +45,7 @@ const Node kMixed{u"r", {}, u"text", {{u"b", {}, u"x", {{u"c", {{u"k", u"v"}}, u
 
 const ElementCase kElementCases[] = {
     {"empty skipped", kEmpty, 0, true, true, 4, false, u""},
-    {"empty written", kEmpty, 0, true, false, 4, true, u"<r/>"},
     {"empty indented", kEmpty, 2, true, true, 4, true, u"  <r/>\n"},
-    {"attributes only skipped", kAttrOnly, 0, true, true, 4, false, u""},
     {"attributes as held", kAttrOnly, 0, true, false, 4, true, u"<r a=\"1\" b=\"x&amp;y\"/>"},
     {"parent of a skipped child", {u"p", {}, u"", {kAttrOnly}}, 0, true, true, 4, false, u"<p>\n</p>\n"},
     {"skipped child leaves no line",
@@ -59,7 +57,6 @@ const ElementCase kElementCases[] = {
      u"   <r>text\n     <b>x\n       <c k=\"v\">y</c>\n     </b>\n     <d>z</d>\n   </r>\n"},
     {"one line without line breaks", kMixed, 8, true, false, 4, false,
      u"<r>text<b>x<c k=\"v\">y</c></b><d>z</d></r>"},
-    {"data only", {u"d", {}, u"a\nb", {}}, 4, true, true, 4, false, u"    <d>a\nb</d>\n"},
     {"escaped data", {u"d", {{u"q", u"<&amp;'"}}, u"a<b&c\"d'e>f", {}}, 0, true, false, 4, false,
      u"<d q=\"<&amp;'\">a&lt;b&amp;c&quot;d&apos;e&gt;f</d>"},
     {"unescaped data", {u"d", {{u"q", u"<&amp;'"}}, u"a<b&c\"d'e>f", {}}, 0, false, false, 4, false,
@@ -147,19 +144,15 @@ const DocumentCase kDocumentCases[] = {
     {"whole, empty root written", true, u"", 1.0, csetUTF8, 7, true, true, DECL u"\n\n<r/>\n"},
     {"whole without line breaks", true, u"x", 1.0, csetUTF8, 7, false, false, DECL u"<r>x</r>"},
     {"nothing", true, u"x", 1.0, csetUTF8, 0, true, true, u""},
-    {"other bits ignored", true, u"x", 1.0, csetUTF8, 8 | 16 | 256, true, true, u""},
     {"all bits", true, u"x", 1.0, csetUTF8, -1, true, true, DECL u"\n\n<r>x</r>\n"},
     {"tree alone", true, u"x", 1.0, csetUTF8, 4, true, false, u"<r>x</r>\n"},
     {"definition part alone", true, u"x", 1.0, csetUTF8, 2, true, false, u"\n"},
-    {"definition part, no line breaks", true, u"x", 1.0, csetUTF8, 2, false, false, u""},
     {"declaration alone", true, u"x", 1.0, csetUTF8, 1, false, false, DECL},
     {"no root", false, u"", 1.0, csetUTF8, 7, true, true, DECL u"\n\n"},
-    {"version 1.1", true, u"", 1.1, csetUTF8, 1, false, false, u"<?xml version=\"1.1\" encoding=\"UTF-8\"?>"},
     {"version rounded", true, u"", 1.06, csetUTF8, 1, false, false, u"<?xml version=\"1.1\" encoding=\"UTF-8\"?>"},
     {"default set", true, u"", 1.0, csetDefault, 1, false, false, DECL},
     {"Latin-1", true, u"", 2.0, csetISO8859_1, 1, true, false,
      u"<?xml version=\"2.0\" encoding=\"ISO-8859-1\"?>\n"},
-    {"UTF-16", true, u"", 1.0, csetUTF16, 1, false, false, u"<?xml version=\"1.0\" encoding=\"UTF-16\"?>"},
 };
 #undef DECL
 
