@@ -82,69 +82,47 @@ TEST(ParseFileTest, MissingFileOrDirectoryKeepsThePreviousPosition) {
 
 // A module that serves a fixed text, answering errNotReady a number of
 // times before each unit, and recording what it was told.
-struct ScriptedModule : OzmIOModule {
-    static std::u16string text;
-    static int notReadyBeforeEach;
-    static int stallAfter;  // after this many units, nothing more is ever ready; -1: never
-    static BATCHERR openResult;
-    static int opens, closes, designOn, designOff;
-    static std::u16string lastResource, lastOptions;
-    static short lastMode;
+struct ScriptState {
+    std::u16string text, lastResource, lastOptions;
+    int notReadyBeforeEach = 0, stallAfter = -1;  // -1: never stalls for good
+    BATCHERR openResult = errNone;
+    int opens = 0, closes = 0, designOn = 0, designOff = 0;
+    short lastMode = 0;
+};
 
+struct ScriptedModule : OzmIOModule {
+    static inline ScriptState s;
     size_t pos = 0;
     int waits = 0;
 
     BATCHERR Open(const UCChar* resource, const UCChar* options, short mode) override {
-        ++opens;
-        lastResource = resource;
-        lastOptions = options;
-        lastMode = mode;
-        return openResult;
+        ++s.opens;
+        s.lastResource = resource;
+        s.lastOptions = options;
+        s.lastMode = mode;
+        return s.openResult;
     }
-    BATCHERR Close() override {
-        ++closes;
-        return errNone;
-    }
-    BATCHERR Read(UCChar* buffer, size_t capacity, size_t& count) override {
+    BATCHERR Close() override { return ++s.closes, errNone; }
+    BATCHERR Read(UCChar* buffer, size_t, size_t& count) override {
         count = 0;
-        if (pos >= text.size())
+        if (pos >= s.text.size())
             return BATCHERR(1);
-        if (stallAfter >= 0 && pos >= size_t(stallAfter))
+        if ((s.stallAfter >= 0 && pos >= size_t(s.stallAfter)) || waits++ < s.notReadyBeforeEach)
             return errNotReady;
-        if (waits < notReadyBeforeEach) {
-            ++waits;
-            return errNotReady;
-        }
         waits = 0;
-        if (capacity == 0)
-            return errNone;
-        buffer[0] = text[pos++];
-        count = 1;
+        buffer[count++] = s.text[pos++];
         return errNone;
     }
     BATCHERR Write(const UCChar*, size_t) override { return errNone; }
-    void SetDesignMode(bool on) override { ++(on ? designOn : designOff); }
+    void SetDesignMode(bool on) override { ++(on ? s.designOn : s.designOff); }
     const UCChar* LastErrorMessage() const override { return u"scripted failure"; }
-
     static void Reset(const std::u16string& t, int notReady = 0, BATCHERR open = errNone) {
-        text = t;
-        notReadyBeforeEach = notReady;
-        stallAfter = -1;
-        openResult = open;
-        opens = closes = designOn = designOff = 0;
-        lastResource.clear();
-        lastOptions.clear();
-        lastMode = 0;
+        s = ScriptState();
+        s.text = t;
+        s.notReadyBeforeEach = notReady;
+        s.openResult = open;
     }
 };
-std::u16string ScriptedModule::text;
-int ScriptedModule::notReadyBeforeEach = 0;
-int ScriptedModule::stallAfter = -1;
-BATCHERR ScriptedModule::openResult = errNone;
-int ScriptedModule::opens = 0, ScriptedModule::closes = 0, ScriptedModule::designOn = 0,
-    ScriptedModule::designOff = 0;
-std::u16string ScriptedModule::lastResource, ScriptedModule::lastOptions;
-short ScriptedModule::lastMode = 0;
 
 OzmIOModule* NewScripted() { return new ScriptedModule; }
 
@@ -181,12 +159,12 @@ TEST_F(ParseDllTest, ReadsThroughTheModuleAndPassesItsArguments) {
     XmlDocument d;
     ASSERT_EQ(d.ParseDLL(u"scripted:res/x?opt=1", false, true, nullptr, false), errNone);
     EXPECT_EQ(UCString(d.RootElement()->Data()), u"hi");
-    EXPECT_EQ(ScriptedModule::lastResource, u"res/x");
-    EXPECT_EQ(ScriptedModule::lastOptions, u"opt=1");
-    EXPECT_EQ(ScriptedModule::lastMode, short(-32768));
-    EXPECT_EQ(ScriptedModule::opens, 1);
-    EXPECT_EQ(ScriptedModule::closes, 1);
-    EXPECT_EQ(ScriptedModule::designOn, 1);
+    EXPECT_EQ(ScriptedModule::s.lastResource, u"res/x");
+    EXPECT_EQ(ScriptedModule::s.lastOptions, u"opt=1");
+    EXPECT_EQ(ScriptedModule::s.lastMode, short(-32768));
+    EXPECT_EQ(ScriptedModule::s.opens, 1);
+    EXPECT_EQ(ScriptedModule::s.closes, 1);
+    EXPECT_EQ(ScriptedModule::s.designOn, 1);
     EXPECT_EQ(UCString(d.ErrorFile()), u"scripted:res/x?opt=1");
 }
 
@@ -209,7 +187,7 @@ TEST_F(ParseDllTest, NotifierThatGivesUpEndsTheInput) {
     // it wait twice and then gives up. The module is asked again at every
     // later read, and every refused wait gives the end of input.
     ScriptedModule::Reset(u"<a>text</a>", 0);
-    ScriptedModule::stallAfter = 5;
+    ScriptedModule::s.stallAfter = 5;
     XmlDocument d;
     CountingNotifier n;
     n.giveUpAfterPolls = 2;
@@ -220,21 +198,21 @@ TEST_F(ParseDllTest, NotifierThatGivesUpEndsTheInput) {
     EXPECT_EQ(UCString(d.ErrorMessage()), u"Unexpected token '\uFFFF'");
     EXPECT_EQ(d.ErrorCol(), 0);  // columns are not counted for modules
     EXPECT_EQ(d.ErrorLine(), 1);
-    EXPECT_EQ(ScriptedModule::closes, 1);
+    EXPECT_EQ(ScriptedModule::s.closes, 1);
 }
 
 TEST_F(ParseDllTest, DesignModeReachesTheModuleOnlyDuringTheParse) {
     ScriptedModule::Reset(u"<a/>", 1);
     XmlDocument d;
     d.DesignMode(true);  // no module: nothing happens
-    EXPECT_EQ(ScriptedModule::designOn, 0);
+    EXPECT_EQ(ScriptedModule::s.designOn, 0);
     CountingNotifier n;
     n.doc = &d;
     ASSERT_EQ(d.ParseDLL(u"scripted:r", false, false, &n, false), errNone);
-    EXPECT_EQ(ScriptedModule::designOff, 1);  // from ParseDLL, right after Open
-    EXPECT_EQ(ScriptedModule::designOn, 1);   // from the notifier, during the parse
+    EXPECT_EQ(ScriptedModule::s.designOff, 1);  // from ParseDLL, right after Open
+    EXPECT_EQ(ScriptedModule::s.designOn, 1);   // from the notifier, during the parse
     d.DesignMode(false);
-    EXPECT_EQ(ScriptedModule::designOff, 1);
+    EXPECT_EQ(ScriptedModule::s.designOff, 1);
 }
 
 TEST_F(ParseDllTest, FailuresBeforeTheParseKeepTheFormerDocument) {
@@ -248,7 +226,7 @@ TEST_F(ParseDllTest, FailuresBeforeTheParseKeepTheFormerDocument) {
     ScriptedModule::Reset(u"<a/>", 0, BATCHERR(77));
     EXPECT_EQ(d.ParseDLL(u"scripted:r"), BATCHERR(77));
     EXPECT_EQ(UCString(d.ErrorMessage()), u"XML API: scripted failure");
-    EXPECT_EQ(ScriptedModule::closes, 0);  // never opened, so never closed
+    EXPECT_EQ(ScriptedModule::s.closes, 0);  // never opened, so never closed
 
     BATCHERR unknown = d.ParseDLL(u"no-such-module:r");
     EXPECT_NE(unknown, errNone);

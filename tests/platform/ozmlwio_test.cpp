@@ -18,20 +18,12 @@ const short kRead = short(0x8000), kWrite = 0, kAppend = 0x2000;
 // Reads until GetC stops delivering; returns the text and the final code.
 UCString Drain(OzmLightweightIO& io, BATCHERR& last, int* notReady = nullptr) {
     UCString out;
-    for (int guard = 0; guard < 1000000; ++guard) {
-        UCChar c;
-        BATCHERR rc = io.GetC(c);
-        if (rc == errNone) {
+    for (UCChar c; (last = io.GetC(c)) == errNone || last == errNotReady;) {
+        if (last == errNone)
             out.push_back(c);
-        } else if (rc == errNotReady) {
-            if (notReady)
-                ++*notReady;
-        } else {
-            last = rc;
-            return out;
-        }
+        else if (notReady)
+            ++*notReady;
     }
-    ADD_FAILURE() << "GetC never ended";
     return out;
 }
 
