@@ -1,6 +1,5 @@
 // Documents read from files and from I/O modules.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <thread>
 
@@ -236,42 +235,6 @@ TEST_F(ParseDllTest, FailuresBeforeTheParseKeepTheFormerDocument) {
     EXPECT_EQ(UCString(d.RootElement()->Name()), u"keep");
     EXPECT_EQ(d.ErrorLine(), line);
     EXPECT_EQ(d.ErrorCol(), col);
-}
-
-TEST(ParseDllStdinTest, ReadsStandardInputThroughFd0) {
-    int pipeFds[2];
-    ASSERT_EQ(pipe(pipeFds), 0);
-    int savedStdin = dup(0);
-    ASSERT_GE(savedStdin, 0);
-    ASSERT_EQ(dup2(pipeFds[0], 0), 0);
-    close(pipeFds[0]);
-    std::string doc = "<list>";
-    for (int i = 0; i < 20000; ++i)  // more than a pipe holds at once
-        doc += "<i n=\"" + std::to_string(i) + "\">\xc3\xa9</i>";
-    doc += "</list>";
-    std::thread writer([&] {
-        size_t off = 0;
-        while (off < doc.size()) {
-            ssize_t w = write(pipeFds[1], doc.data() + off, doc.size() - off);
-            if (w <= 0)
-                break;
-            off += size_t(w);
-        }
-        close(pipeFds[1]);
-    });
-    XmlDocument d;
-    BATCHERR r = d.ParseDLL(u"fd:0");
-    writer.join();
-    dup2(savedStdin, 0);
-    close(savedStdin);
-    ASSERT_EQ(r, errNone) << Utf8(d.ErrorMessage());
-    int count = 0;
-    for (XmlElement* e = d.RootElement()->Child(); e; e = e->Next()) {
-        EXPECT_EQ(UCString(e->Data()), u"\u00e9");
-        ++count;
-    }
-    EXPECT_EQ(count, 20000);
-    EXPECT_EQ(UCString(d.RootElement()->Child()->Last()->GetAttributeValue(u"n")), u"19999");
 }
 
 }  // namespace

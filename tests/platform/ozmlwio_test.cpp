@@ -115,6 +115,7 @@ TEST_F(OzmLwioTest, NamesAndModuleLookup) {
     EXPECT_EQ(io.SetModule(u"Script"), errOpenSource);  // names are exact
     EXPECT_EQ(UCString(io.LastErrorMessage()), u"Unknown I/O module 'Script'");
     EXPECT_FALSE(OzmLightweightIO::RegisterModule(u"a/b", MakeScript));
+    EXPECT_FALSE(OzmLightweightIO::RegisterModule(u"", MakeScript));
     ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"script", MakeNothing));
     EXPECT_EQ(io.SetModule(u"script"), errOpenSource);
     EXPECT_EQ(UCString(io.LastErrorMessage()), u"I/O module 'script' did not create a module");
