@@ -3,8 +3,6 @@
 #include <unistd.h>
 
 #include "test_util.h"
-#include "test_util.h"
-#include "test_files.h"
 
 namespace {
 
