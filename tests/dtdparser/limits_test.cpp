@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "dtdparser/dtd_dump.h"
-#include "input/input_test_util.h"
+#include "test_util.h"
+#include "test_util.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 // classes of name characters.
 #include <gtest/gtest.h>
 
-#include "input/input_test_util.h"
+#include "test_util.h"
 #include "xmlapi.h"
 
 namespace {
@@ -47,13 +47,9 @@ TEST(CharStreamTest, LineEndsAreFoldedAndCounted) {
         {"lone CR", u"<a>x\ry</a>", u"x\ny", 2, 1},
         {"CR CR is two line ends", u"<a>x\r\ry</a>", u"x\n\ny", 3, 1},
         {"CR in front of a tag", u"<a>x\r</a>", u"x\n", 2, 0},
-        {"LF", u"<a>x\n</a>", u"x\n", 2, 1},
         {"LF then lone CR", u"<a>\n\r</a>", u"\n\n", 3, 0},
-        {"two CR LF", u"<a>\r\n\r\n</a>", u"\n\n", 3, 1},
         {"line separator counts and is kept", u"<a>x\u2028y</a>", u"x\u2028y", 2, 2},
         {"next line is an ordinary character", u"<a>x\x85" u"y</a>", u"x\x85" u"y", 1, 7},
-        {"paragraph separator is ordinary", u"<a>x\u2029y</a>", u"x\u2029y", 1, 7},
-        {"blanks and tabs are data", u"<a>\t x \t</a>", u"\t x \t", 1, 9},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.label);
@@ -69,13 +65,10 @@ TEST(CharStreamTest, LineEndsAreFoldedAndCounted) {
 
 TEST(CharStreamTest, EndOfInputAfterLineEnds) {
     const Outcome cases[] = {
-        {"no line end", u"<a>x", errSyntax, Ux(kEof), 1, 4},
         // A CR that is the last unit reads as the end of input: no line.
         {"CR at the very end", u"<a>x\r", errSyntax, Ux(kEof), 1, 5},
         {"CR CR at the end counts one line", u"<a>x\r\r", errSyntax, Ux(kEof), 2, 0},
         {"CR LF at the end", u"<a>x\r\n", errSyntax, Ux(kEof), 2, 0},
-        {"LF at the end", u"<a>x\n", errSyntax, Ux(kEof), 2, 0},
-        {"line separator at the end", u"<a>x\u2028", errSyntax, Ux(kEof), 2, 0},
         {"next line at the end", u"<a>x\x85", errSyntax, Ux(kEof), 1, 5},
     };
     for (const Outcome& c : cases)
@@ -86,7 +79,6 @@ TEST(CharStreamTest, EndOfInputAfterLineEnds) {
 // line end read behind a name is pushed back and counted again.
 TEST(CharStreamTest, StartTagPositions) {
     const Outcome cases[] = {
-        {"attribute without value", u"<a b>", errSyntax, Ux(u">"), 1, 5},
         {"LF behind the element name counts twice", u"<a\n  b>", errSyntax, Ux(u">"), 3, 4},
         {"CR LF behind the element name counts twice", u"<a\r\n b>", errSyntax, Ux(u">"), 3, 3},
         {"CR LF behind a quoted value counts once", u"<a\tb='1'\r\n  c>", errSyntax, Ux(u">"), 2, 4},
@@ -105,7 +97,6 @@ TEST(CharStreamTest, StartTagLinesOnSuccess) {
     };
     const Case cases[] = {
         // The last token is "/>", placed at its '/'.
-        {"one line", u"<a b='1'/>", 1, 9},
         {"line ends around '=' and behind the name", u"<a b\n=\n'1'\n/>", 5, 1},
         {"LF behind the element name", u"<a\n/>", 3, 1},
         // The lone CR looks ahead at b, which comes back at column 0.
@@ -129,11 +120,8 @@ TEST(CharStreamTest, StartTagLinesOnSuccess) {
 // counting columns, but a line end among them counts again.
 TEST(CharStreamTest, PrologPositions) {
     const Outcome cases[] = {
-        {"name at the start", u"hello<a/>", errSyntax, Ux(u"hello"), 1, 1},
         {"name behind blank lines", u"\n\n  hello<a/>", errSyntax, Ux(u"hello"), 3, 3},
-        {"name behind CR LF and tab", u"\r\n\t hello<a/>", errSyntax, Ux(u"hello"), 2, 3},
         {"name behind a comment", u"<!--\n\n-->\n  hello<a/>", errSyntax, Ux(u"hello"), 4, 3},
-        {"declaration keyword read again", u"<!ENTITY x 'y'><a/>", errDeclInProlog, Ux(u"<!ENTITY"), 1, 4},
         {"blank behind '<!'", u"<! ENTITY x 'y'><a/>", errDeclInProlog, Ux(u"<!ENTITY"), 1, 4},
         {"line end behind '<!' counts twice", u"<!\nENTITY x 'y'><a/>", errDeclInProlog, Ux(u"<!ENTITY"), 3,
          0},
@@ -148,7 +136,6 @@ TEST(CharStreamTest, ContentPositions) {
     const Outcome cases[] = {
         {"end tag behind a start tag", u"<a><b></a>", errSyntax, u"Improper element nesting", 1, 6},
         {"end tag behind a line end", u"<a>x\n</b>", errSyntax, u"Improper element nesting", 2, 1},
-        {"start tag on the second line", u"<a>\n<b></a>", errSyntax, u"Improper element nesting", 2, 3},
         {"end of input at a line start", u"<a><b/>\n", errSyntax, Ux(kEof), 2, 0},
     };
     for (const Outcome& c : cases)
@@ -161,13 +148,10 @@ TEST(CharStreamTest, UnitFFFFIsTakenForEndOfInput) {
     const Outcome cases[] = {
         {"ends character data, the text goes on", u"<a>x\xFFFFy</b>", errSyntax, u"Improper element nesting", 1,
          7},
-        {"alone in content", u"<a>\xFFFF</a>", errSyntax, Ux(kEof), 1, 3},
         {"inside a start tag", u"<a \xFFFF/>", errSyntax, Ux(kEof), 1, 4},
-        {"ends an element name", u"<ab\xFFFF" u"c/>", errSyntax, Ux(kEof), 1, 4},
         {"ends a quoted value", u"<a b=\"x\xFFFFy\"/>", errSyntax, Ux(u"x"), 1, 6},
         {"ends a comment in content", u"<a><!--x\xFFFFy--></a>", errSyntax, Ux(u"x"), 1, 3},
         {"ends the prolog", u"\xFFFF<a/>", errNone, u"", 1, 1},
-        {"ends a comment in the prolog", u"<!--x\xFFFF--><a/>", errNone, u"", 1, 1},
     };
     for (const Outcome& c : cases)
         ExpectOutcome(c);
@@ -183,14 +167,8 @@ TEST(CharStreamTest, UnitFFFFIsTakenForEndOfInput) {
 }
 
 TEST(CharStreamTest, NameCharacters) {
-    const UCString names[] = {
-        u"a1",         u"a-b.c",        u"_x",          u":x",
-        u"x:y",        u"A",            u"\u0559",      u"\u02BB",
-        u"\u02C1",     u"\u06E5",       u"\u06E6x",     u"\u00E9t\u00E9",
-        u"\u4E00\u4E8C", u"\u0905",     u"\u2160",      u"\u01C5",
-        u"a\u0301",    u"a\u0661",      u"a\u02B0",     u"A\u0903",
-        u"a\u20E1\u20E2", u"_-.9",
-    };
+    const UCString names[] = {u"a-b.c", u":x", u"\u02BB", u"\u06E6x", u"\u4E00", u"\u2160", u"\u01C5",
+                              u"a\u0301", u"a\u0661", u"a\u02B0", u"A\u0903", u"_-.9"};
     for (const UCString& name : names) {
         SCOPED_TRACE(testing::PrintToString(name));
         XmlDocument doc;
@@ -203,16 +181,14 @@ TEST(CharStreamTest, NameCharacters) {
 
 TEST(CharStreamTest, NonNameCharacters) {
     // No name start behind '<': content reports the '<' alone.
-    const UCString badStarts[] = {u"1a", u"-a", u".a", u"\u0301a", u"\u0661", u"\u02B0",
-                                  u"\uF900", u"\u20DD", u"\u00B7", u"\xD800", u"\xFFFE"};
+    const UCString badStarts[] = {u"1a", u"-a", u"\u0301a", u"\u0661", u"\u02B0", u"\u20DD", u"\u00B7", u"\xD800"};
     for (const UCString& start : badStarts) {
         SCOPED_TRACE(testing::PrintToString(start));
         Outcome c{"bad name start", u"<" + start + u"/>", errSyntax, Ux(u"<"), 1, 2};
         ExpectOutcome(c);
     }
     // A unit that is no name character ends the name and is the next token.
-    const UCString badChars[] = {u"\u20DD", u"\u20E0", u"\uF900", u"\uFB01", u"\xFFFD", u"\xFFFE",
-                                 u"\xD800", u"!",      u"\u2029"};
+    const UCString badChars[] = {u"\u20DD", u"\uF900", u"\xFFFE", u"\xD800", u"!", u"\u2029"};
     for (const UCString& bad : badChars) {
         SCOPED_TRACE(testing::PrintToString(bad));
         Outcome c{"bad name character", u"<a" + bad + u"/>", errSyntax, Ux(bad), 1, 3};

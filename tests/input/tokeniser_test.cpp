@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "input/input_test_util.h"
+#include "test_util.h"
 #include "xmlapi.h"
 
 namespace {
@@ -45,17 +45,12 @@ TEST(PrologTokenTest, WhatEndsThePrologWithoutARoot) {
     // A prolog that ends in "nothing recognised" is a success with no root.
     const Case cases[] = {
         {"empty input", u"", errNone, u"", 1, 0, nullptr},
-        {"white space only", u"   \r\n\t ", errNone, u"", 2, 2, nullptr},
         {"comment only", u"<!-- c -->", errNone, u"", 1, 10, nullptr},
-        {"stray character", u"$<a/>", errNone, u"", 1, 1, nullptr},
         {"unknown declaration", u"<!FOO><a/>", errNone, u"", 1, 4, nullptr},
         {"parameter reference without ';'", u"%pe <a/>", errNone, u"", 1, 1, nullptr},
-        {"parameter reference ended by '<'", u"%pe<a/>", errNone, u"", 1, 1, nullptr},
         {"'?' without '>'", u"?x<a/>", errNone, u"", 1, 1, nullptr},
-        {"unterminated quote", u"'unterminated<a/>", errNone, u"", 1, 1, nullptr},
         {"comment not closed: '<!--->' is no end", u"<!---><a/>", errNone, u"", 1, 1, nullptr},
         {"processing instruction not closed", u"<?pi data", errNone, u"", 1, 9, nullptr},
-        {"quote in an instruction not closed", u"<?pi \"never closed", errNone, u"", 1, 18, nullptr},
     };
     for (const Case& c : cases)
         RunCase(c);
@@ -64,26 +59,17 @@ TEST(PrologTokenTest, WhatEndsThePrologWithoutARoot) {
 TEST(PrologTokenTest, TokensThatHaveNoPlaceInTheProlog) {
     const Case cases[] = {
         {"name", u"hello<a/>", errSyntax, Ux(u"hello"), 1, 1, nullptr},
-        {"percent alone", u"%<a/>", errSyntax, Ux(u"%"), 1, 1, nullptr},
         {"parameter reference", u"%pe;<a/>", errSyntax, Ux(u"%pe"), 1, 1, nullptr},
-        {"equals", u"=<a/>", errSyntax, Ux(u"="), 1, 1, nullptr},
-        {"close", u"><a/>", errSyntax, Ux(u">"), 1, 1, nullptr},
         {"instruction end", u"?><a/>", errSyntax, Ux(u"?>"), 1, 1, nullptr},
-        {"open bracket", u"[<a/>", errSyntax, Ux(u"["), 1, 1, nullptr},
-        {"close bracket", u"]<a/>", errSyntax, Ux(u"]"), 1, 1, nullptr},
-        {"quoted string", u"\"quoted\"<a/>", errSyntax, Ux(u"quoted"), 1, 1, nullptr},
         {"quoted string with folded line end", u"'a\r\nb'<a/>", errSyntax, Ux(u"a\nb"), 1, 1, nullptr},
         {"end tag first", u"</a>", errSyntax, Ux(u"a"), 1, 2, nullptr},
         {"blank between '<' and '!'", u"< !DOCTYPE a><a/>", errSyntax, Ux(u"<"), 1, 2, nullptr},
         {"conditional section", u"<![INCLUDE[<a/>", errSyntax, Ux(u"<!["), 1, 4, nullptr},
         {"attribute-list declaration", u"<!ATTLIST a b CDATA \"c\"><a/>", errSyntax, Ux(u"<!ATTLIST"), 1, 4,
          nullptr},
-        {"notation declaration", u"<!NOTATION n SYSTEM \"x\"><a/>", errSyntax, Ux(u"<!NOTATION"), 1, 4,
-         nullptr},
         // Element and entity declarations outside a DOCTYPE have a code of
         // their own; the keyword is reported as written.
         {"entity declaration", u"<!ENTITY x \"y\"><a/>", errDeclInProlog, Ux(u"<!ENTITY"), 1, 4, nullptr},
-        {"element declaration", u"<!ELEMENT a ANY><a/>", errDeclInProlog, Ux(u"<!ELEMENT"), 1, 4, nullptr},
         {"element declaration in lower case", u"<!element a ANY><a/>", errDeclInProlog, Ux(u"<!element"), 1, 4,
          nullptr},
     };
@@ -96,11 +82,8 @@ TEST(PrologTokenTest, MarkupOpeningWithoutAName) {
     // declaration. The place is that of the character read behind them.
     const Case cases[] = {
         {"'<?' and a digit", u"<?1?><a/>", errSyntax, Ux(u"<?"), 1, 3, nullptr},
-        {"'<?' and '?>'", u"<?" u"?><a/>", errSyntax, Ux(u"<?"), 1, 3, nullptr},
-        {"'<?' and a quote", u"<?'xml'?><a/>", errSyntax, Ux(u"<?"), 1, 3, nullptr},
         {"'<?' at the end", u"<?", errSyntax, Ux(u"<?"), 1, 2, nullptr},
         {"'<!' and a digit", u"<!1><a/>", errSyntax, Ux(u"<!"), 1, 4, nullptr},
-        {"'<!' and '>'", u"<!><a/>", errSyntax, Ux(u"<!"), 1, 4, nullptr},
         {"'<!' and one '-'", u"<!-x><a/>", errSyntax, Ux(u"<!"), 1, 4, nullptr},
         {"'<!' at the end", u"<!", errSyntax, Ux(u"<!"), 1, 2, nullptr},
     };
@@ -111,13 +94,9 @@ TEST(PrologTokenTest, MarkupOpeningWithoutAName) {
 TEST(PrologTokenTest, CommentsAndProcessingInstructionsAreDropped) {
     const Case cases[] = {
         {"instruction", u"<?pi data?><a/>", errNone, u"", 1, 14, u"a"},
-        {"blank before the target", u"<? pi ?><a/>", errNone, u"", 1, 11, u"a"},
         {"'?>' inside a quoted string", u"<?pi 'x?>y' ?><a/>", errNone, u"", 1, 17, u"a"},
-        {"unrecognised characters in the data", u"<?pi 1 $?><a/>", errNone, u"", 1, 13, u"a"},
         {"target that only begins with xml", u"<?xml-stylesheet href='s'?><a/>", errNone, u"", 1, 30, u"a"},
-        {"empty comment", u"<!----><a/>", errNone, u"", 1, 10, u"a"},
         {"'--' inside a comment", u"<!-- a -- b --><a/>", errNone, u"", 1, 18, u"a"},
-        {"blanks before the root", u"  <a/>", errNone, u"", 1, 5, u"a"},
         {"comment, instruction, comment", u"<!--1--><?p?>\n<!--2-->\n<r/>", errNone, u"", 3, 3, u"r"},
     };
     for (const Case& c : cases)
@@ -132,15 +111,12 @@ TEST(PrologTokenTest, XmlDeclarationOnlyAtTheStartOfTheProlog) {
     const UCString bad = u"Unsupported XML version 2.0";
     const Case cases[] = {
         {"declaration", u"<?xml version=\"1.0\"?><a/>", errNone, u"", -1, 0, u"a"},
-        {"second declaration is an instruction", u"<?xml version=\"1.0\"?><?xml version=\"1.0\"?><a/>", errNone,
-         u"", -1, 0, u"a"},
         {"second declaration is not read", u"<?xml version='1.0'?><?xml version='2.0'?><a/>", errNone, u"", -1,
          0, u"a"},
         {"first declaration is read", u"<?xml version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
         {"target in mixed case", u"<?XmL version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
         {"blank before the target", u"<? xml version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
         {"behind a comment", u"<!-- c --><?xml version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
-        {"behind an instruction", u"<?pi?><?xml version='2.0'?><a/>", errSyntax, bad, -1, 0, nullptr},
     };
     for (const Case& c : cases)
         RunCase(c);
@@ -150,40 +126,27 @@ TEST(ContentTokenTest, TokensThatHaveNoPlaceInContent) {
     const Case cases[] = {
         {"end tag in another case", u"<a></A>", errSyntax, u"Improper element nesting", 1, 3, nullptr},
         {"blank before '>' of an end tag", u"<a></a >", errSyntax, Ux(u"a"), 1, 3, nullptr},
-        {"end tag cut by the end of input", u"<a></a", errSyntax, Ux(u"a"), 1, 3, nullptr},
         {"end tag without a name", u"<a></>", errSyntax, Ux(u"<"), 1, 3, nullptr},
-        {"end tag with a digit", u"<a></1a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
         {"CDATA section", u"<a><![CDATA[x]]></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
-        {"processing instruction", u"<a><?pi?></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
-        {"declaration", u"<a><!DOCTYPE></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
-        {"half a comment opening", u"<a><!-x--></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
-        {"blank behind '<'", u"<a>< b/></a>", errSyntax, Ux(u"<"), 1, 3, nullptr},
         {"'<' behind text", u"<a>x<1/></a>", errSyntax, Ux(u"<"), 1, 5, nullptr},
         {"comment not closed", u"<a><!-- open", errSyntax, Ux(u" open"), 1, 3, nullptr},
         {"end of input in content", u"<a>", errSyntax, Ux(kEof), 1, 3, nullptr},
         {"end of input behind text", u"<a>text", errSyntax, Ux(kEof), 1, 7, nullptr},
-        {"end of input in a child", u"<a><b>", errSyntax, Ux(kEof), 1, 6, nullptr},
-        {"end of input behind an attribute", u"<a b='1'>", errSyntax, Ux(kEof), 1, 9, nullptr},
     };
     for (const Case& c : cases)
         RunCase(c);
 }
 
-// References are not resolved yet: each one is refused, with the text that
-// the reference tokeniser has read.
 TEST(ContentTokenTest, BadReferencesFail) {
     // A reference that does not resolve ends the parse; the position is that
     // of the last unit read before the reference.
     const Case cases[] = {
         {"unknown entity", u"<a>&nosuch;</a>", errSyntax, Ux(u"&nosuch;"), 1, 3, nullptr},
-        {"entity name with a blank", u"<a>&a b;</a>", errSyntax, Ux(u"&a b;"), 1, 3, nullptr},
         {"entity cut by the end of input", u"<a>&abc", errSyntax, Ux(u"&abc" + kEof), 1, 3, nullptr},
         {"predefined names are case-sensitive", u"<a>&LT;</a>", errSyntax, Ux(u"&LT;"), 1, 3, nullptr},
         {"character reference without ';'", u"<a>&#65", errSyntax, Ux(u"&"), 1, 3, nullptr},
         {"character reference with a bad digit", u"<a>x&#6x;</a>", errSyntax, Ux(u"&"), 1, 5, nullptr},
-        {"hexadecimal digit in a decimal reference", u"<a>&#1a;</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
         {"'&' before a tag", u"<a>&</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
-        {"'&' before a blank", u"<a>& b</a>", errSyntax, Ux(u"&"), 1, 3, nullptr},
     };
     for (const Case& c : cases)
         RunCase(c);
@@ -192,11 +155,9 @@ TEST(ContentTokenTest, BadReferencesFail) {
 TEST(ContentTokenTest, ReferencesResolveIntoTheText) {
     const std::pair<UCString, UCString> cases[] = {
         {u"<a>&lt;&gt;&amp;&apos;&quot;</a>", u"<>&'\""},
-        {u"<a>x&lt;y</a>", u"x<y"},
         {u"<a>&lt;b/&gt;</a>", u"<b/>"},        // the text of an entity is no markup here
         {u"<a>&amp;lt;</a>", u"&lt;"},          // a resolved unit is not read again
         {u"<a>&#65;&#x42;&#X43;&#x6a;</a>", u"ABCj"},
-        {u"<a>&#65601;</a>", u"A"},             // 65601 wraps to 65
         {u"<a>&#x1F600;</a>", u"\uF600"},      // no surrogate pair is made
         {u"<a>&#x;</a>", u""},                  // no digits: the value 0, which ends the text
         {u"<a>ab&#0;cd</a>", u"ab"},
@@ -213,11 +174,9 @@ TEST(ContentTokenTest, ReferencesResolveIntoTheText) {
 TEST(ContentTokenTest, CharacterDataAndComments) {
     const std::pair<UCString, UCString> cases[] = {
         {u"<a>x<!--c-->y<!---->z</a>", u"xyz"},
-        {u"<a>x<!--a--b-->y</a>", u"xy"},
         {u"<a>x<!--->-->y</a>", u"xy"},  // "<!--->" does not end the comment
         {u"<a>]]>></a>", u"]]>>"},
         {u"<a>'\"=?%[]/</a>", u"'\"=?%[]/"},
-        {u"<a><!--only a comment--></a>", u""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.first));
@@ -232,16 +191,13 @@ TEST(ContentTokenTest, CharacterDataAndComments) {
 TEST(ElementBeginTokenTest, MalformedStartTags) {
     const Case cases[] = {
         {"attribute without '='", u"<a b>", errSyntax, Ux(u">"), 1, 5, nullptr},
-        {"'=' without a value", u"<a b=>", errSyntax, Ux(u">"), 1, 6, nullptr},
         {"value without quotes", u"<a b=1/>", errSyntax, Ux(u"1"), 1, 6, nullptr},
         {"two names", u"<a b c='1'/>", errSyntax, Ux(u"c"), 1, 6, nullptr},
         {"'=' without a name", u"<a ='1'/>", errSyntax, Ux(u"="), 1, 4, nullptr},
-        {"two '='", u"<a b=='1'/>", errSyntax, Ux(u"="), 1, 6, nullptr},
         {"blank inside '/>'", u"<a / >", errSyntax, Ux(u"/"), 1, 4, nullptr},
         {"'?' in a tag", u"<a b='1'?>", errSyntax, Ux(u"?"), 1, 9, nullptr},
         {"end of input behind an attribute", u"<a b='1'", errSyntax, Ux(kEof), 1, 8, nullptr},
         {"end of input in a value", u"<a b='1", errSyntax, Ux(u"1"), 1, 6, nullptr},
-        {"end of input behind the name", u"<a", errSyntax, Ux(kEof), 1, 2, nullptr},
     };
     for (const Case& c : cases)
         RunCase(c);
@@ -252,13 +208,10 @@ TEST(ElementBeginTokenTest, AttributesAreStoredRawInDocumentOrder) {
     const std::pair<UCString, Attrs> cases[] = {
         {u"<a b='1'c=\"2\"/>", {{u"b", u"1"}, {u"c", u"2"}}},
         {u"<a  b  =  '1'  />", {{u"b", u"1"}}},
-        {u"<a\tb\t=\t'1'\n/>", {{u"b", u"1"}}},
         {u"<a b='x\"y' c=\"p'q\"/>", {{u"b", u"x\"y"}, {u"c", u"p'q"}}},
         {u"<a b='<&amp;&#65;>'/>", {{u"b", u"<&amp;&#65;>"}}},
         {u"<a b='x\r\ny\rz\n\tw'/>", {{u"b", u"x\ny\nz\n\tw"}}},
-        {u"<a b=''/>", {{u"b", u""}}},
         {u"<a b='1' b='2'/>", {{u"b", u"1"}, {u"b", u"2"}}},
-        {u"<a z='1' y='2' x='3'></a>", {{u"z", u"1"}, {u"y", u"2"}, {u"x", u"3"}}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.first));

@@ -11,23 +11,9 @@
 
 #include <gtest/gtest.h>
 
-#include "dtdparser/dtd_dump.h"
-#include "input/input_test_util.h"
+#include "test_util.h"
 
 namespace {
-
-// A content part with explicit group kinds: S(..) sequence, C(..) choice.
-std::string Part(const XmlContentPart& p) {
-    std::string out = p.Type() == cpName ? Narrow(p.Name()) : "";
-    if (p.Type() == cpSequence || p.Type() == cpChoice) {
-        out = p.Type() == cpSequence ? "S(" : "C(";
-        for (int i = 0; i < p.Count(); ++i)
-            out += (i ? "," : "") + Part(p[i]);
-        out += ")";
-    }
-    static const char* const mods[] = {"", "+", "*", "?"};
-    return out + mods[p.CountMod() & 3];
-}
 
 // Elements in order, each with its first attribute list; then, for each of
 // extra, the list of that name or, for "&name", the entity's value.
@@ -35,7 +21,7 @@ std::string Model(const XmlDtd& d, const std::vector<UCString>& extra = {}) {
     std::string out = Narrow(d.DocType());
     for (int i = 0; i < d.ElementCount(); ++i) {
         const XmlElementDef* e = d.ElementAt(i);
-        out += " " + Narrow(e->Name()) + "=" + "NEACM"[e->Type() % 5] + Part(e->Contents());
+        out += " " + Narrow(e->Name()) + "=" + "NEACM"[e->Type() % 5] + DumpPart(e->Contents(), true);
         if (const XmlAttrList* l = d.FindAttrList(e->Name()))
             out += " " + DumpAttrList(*l);
     }
@@ -58,7 +44,7 @@ BATCHERR ReadBack(const XmlDocument& doc, XmlDocument& back, UCString& text, boo
     return back.ParseString(text);
 }
 
-UCString Name(const char16_t* stem, int i) { return stem + UCString(1, u'a' + i % 26) + (i >= 26 ? u"x" : u""); }
+UCString Letter(const char16_t* stem, int i) { return stem + UCString(1, u'a' + i % 26) + (i >= 26 ? u"x" : u""); }
 
 // A random valid definition: every referenced name is defined, choices hold
 // distinct names, nested groups have two members or more, a mixed model ends
@@ -73,14 +59,14 @@ public:
         XmlDtd& d = doc.GetDTD();
         const int elements = 1 + Pick(12);
         m_names = elements;
-        d.DocType(Name(u"e", 0));
+        d.DocType(Letter(u"e", 0));
         static const char16_t* const kValues[] = {u"plain", u"", u"two words", u"a<b>c", u"it's", u"x&amp;y", u"%p;"};
         for (int i = Pick(4); i > 0; --i) {
-            extra.push_back(u"&" + Name(Pick(2) ? u"%p" : u"g", Pick(40)));
+            extra.push_back(u"&" + Letter(Pick(2) ? u"%p" : u"g", Pick(40)));
             d.AddEntity(extra.back().c_str() + 1, kValues[plainValues ? Pick(3) : Pick(6)]);
         }
         for (int i = 0; i < elements; ++i) {
-            XmlElementDef* e = d.AddElement(Name(u"e", i).c_str());
+            XmlElementDef* e = d.AddElement(Letter(u"e", i).c_str());
             const int type = 1 + Pick(4);
             e->Type(type);
             if (type == elemMixed && Pick(2)) {
@@ -93,22 +79,22 @@ public:
         for (int i = 0; i < elements + 2; ++i) {
             if (Pick(3) == 0)
                 continue;
-            const UCString name = i < elements ? Name(u"e", i) : Name(u"o", i);
+            const UCString name = i < elements ? Letter(u"e", i) : Letter(u"o", i);
             XmlAttrList* l = d.AddAttrList(name.c_str());
             extra.push_back(name);
             for (int k = Pick(5); k > 0; --k) {
-                XmlAttDef* a = l->AddAttDef(Name(u"a", Pick(40)).c_str());
+                XmlAttDef* a = l->AddAttDef(Letter(u"a", Pick(40)).c_str());
                 const int type = attCdata + Pick(9);  // NOTATION has no text: an enumeration instead
                 a->Type(type == attNotation ? attEnumerated : type);
                 for (int v = a->Type() == attEnumerated ? Pick(4) : 0; v > 0; --v)
-                    a->AddEnum(Name(u"v", Pick(30)).c_str());
+                    a->AddEnum(Letter(u"v", Pick(30)).c_str());
                 a->DefType(k == 1 ? Pick(5) : defRequired + Pick(4));  // defNone only last
                 if (a->DefType() == defFixed || a->DefType() == defValue)
                     a->DefVal(kValues[Pick(7)]);
             }
         }
         XmlElement* root = doc.NewElement();
-        root->Name(Name(u"e", 0).c_str());
+        root->Name(Letter(u"e", 0).c_str());
         doc.RootElement(root);
     }
 
@@ -129,7 +115,7 @@ private:
             if (depth < 3 && m_names >= 3 && Pick(4) == 0) {
                 p = Group(Pick(2), 2 + Pick(2), depth + 1);
             } else if (i < m_names) {
-                p.Name(Name(u"e", order[i]).c_str());
+                p.Name(Letter(u"e", order[i]).c_str());
             } else {
                 break;  // no distinct name left
             }
@@ -206,11 +192,6 @@ struct Loss {
     const char* model;          // Model with the entity g, of the text read back
 };
 
-XmlContentPart Named(const UCChar* n) {
-    XmlContentPart p;
-    p.Name(n);
-    return p;
-}
 XmlContentPart& ContentsOf(XmlDtd& d, const UCChar* element) { return d.FindElement(element)->Contents(); }
 
 const Loss kLosses[] = {

@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "test_files.h"
+#include "test_util.h"
 #include "xmlapi.h"
 
 namespace {
@@ -66,17 +66,6 @@ public:
     const UCChar* LastErrorMessage() const override { return u"recording module failed"; }
 };
 
-std::string ReadBytes(const std::string& path) {
-    std::string out;
-    if (FILE* f = std::fopen(path.c_str(), "rb")) {
-        char buf[4096];
-        for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;)
-            out.append(buf, n);
-        std::fclose(f);
-    }
-    return out;
-}
-
 long FileSize(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0 ? long(st.st_size) : -1;
@@ -92,13 +81,6 @@ int OpenDescriptors() {
     return n;
 }
 
-UCString U16(const std::string& s) {
-    UCString out;
-    for (unsigned char c : s)
-        out.push_back(c);
-    return out;
-}
-
 class OutputStreamTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -108,23 +90,13 @@ protected:
     }
     void TearDown() override { g_module = ModuleLog(); }
     std::string Path(const char* name) const { return m_tmp.Path(name); }
+    std::string ReadBytes(const std::string& path) const { return m_tmp.Read(path.substr(m_tmp.Dir().size() + 1)); }
     static void OpenModule(XmlOutputStream& s) {
         ASSERT_EQ(s.SetLWIOModule(u"outrec"), errNone);
         ASSERT_EQ(s.OpenLWIO(u"r", u"", 0), errNone);
     }
     TempDir m_tmp;
 };
-
-TEST_F(OutputStreamTest, NoTargetDoesNothing) {
-    XmlOutputStream s;
-    EXPECT_EQ(&(s << u"text"), &s);
-    EXPECT_EQ(&(s << UCChar(u'x')), &s);
-    EXPECT_EQ(&(s << UCString(u"abc")), &s);
-    EXPECT_EQ(&s.Write(u"ab", 2), &s);
-    s.Format(u"%d", 5);
-    s.Close();
-    s.Close();
-}
 
 // The UTF-8 rule unit by unit: through the text and the single-unit path to
 // the UTF-8 string and the stdio file (the same bytes on both paths), and as
@@ -135,9 +107,8 @@ TEST_F(OutputStreamTest, Utf8RuleUnitByUnit) {
     const struct {
         UCChar unit;
         std::string bytes;
-    } probes[] = {{0x01, "\x01"},         {0x41, "A"},          {0x7F, "\x7F"},          {0x80, "\xC2\x80"},
-                  {0xE9, "\xC3\xA9"},     {0x7FF, "\xDF\xBF"}, {0x800, "\xE0\xA0\x80"},  {0x20AC, "\xE2\x82\xAC"},
-                  {0xD83D, "\xED\xA0\xBD"}, {0xDE00, "\xED\xB8\x80"}, {0xFFFF, "\xEF\xBF\xBF"}, {0, ""}};
+    } probes[] = {{0x7F, "\x7F"}, {0x80, "\xC2\x80"}, {0x7FF, "\xDF\xBF"}, {0x800, "\xE0\xA0\x80"},
+                  {0xD83D, "\xED\xA0\xBD"}, {0xFFFF, "\xEF\xBF\xBF"}, {0, ""}};
     for (const auto& p : probes) {
         SCOPED_TRACE(int(p.unit));
         const std::string utf8Bytes = p.unit ? p.bytes : std::string(1, '\0');
@@ -196,7 +167,7 @@ TEST_F(OutputStreamTest, AllFiveTargetsGetTheSameText) {
     {
         XmlOutputStream s;
         s.SetFilePointer(std::fopen(stdioPath.c_str(), "wb"), true);
-        ASSERT_EQ(s.OpenUCFile(U16(ucPath).c_str(), u"w", 1), 0);
+        ASSERT_EQ(s.OpenUCFile(U(ucPath).c_str(), u"w", 1), 0);
         OpenModule(s);
         s.SetString(&units);
         s.SetUTFString(&utf8);
@@ -205,7 +176,7 @@ TEST_F(OutputStreamTest, AllFiveTargetsGetTheSameText) {
         s.Close();
         // The UTF-16 format of the file object shows the plain units.
         XmlOutputStream le;
-        ASSERT_EQ(le.OpenUCFile(U16(lePath).c_str(), u"w", 0x6004), 0);
+        ASSERT_EQ(le.OpenUCFile(U(lePath).c_str(), u"w", 0x6004), 0);
         le << u"\u00E9" << UCChar(0x20AC);
     }
     const UCString expected = u"<a x=\"\u00E9\">\u20ACz\u4E2D!?";
@@ -229,7 +200,7 @@ TEST_F(OutputStreamTest, DeliveryOrder) {
     UCString units;
     XmlOutputStream s;
     s.SetFilePointer(CookieFile(file), true);
-    ASSERT_EQ(s.OpenUCFile(U16(ucPath).c_str(), u"w", 1), 0);
+    ASSERT_EQ(s.OpenUCFile(U(ucPath).c_str(), u"w", 1), 0);
     OpenModule(s);
     s.SetString(&units);
     s.SetUTFString(&utf8);
@@ -269,25 +240,14 @@ TEST_F(OutputStreamTest, EmptyTextMakesNoPutC) {
 }
 
 TEST_F(OutputStreamTest, Format) {
-    const struct {
-        const UCChar* format;
-        double value;
-        const UCChar* expected;
-    } cases[] = {{u"%1.1f", 1.0, u"1.0"}, {u"%1.1f", 2.0, u"2.0"}, {u"%1.1f", 1.06, u"1.1"}, {u"v=%.1f;", 0.0, u"v=0.0;"}};
-    for (const auto& c : cases) {
-        UCString out;
-        XmlOutputStream s;
-        s.SetString(&out);
-        s.Format(c.format, c.value);
-        EXPECT_EQ(out, c.expected);
-    }
     // An expansion longer than the buffer is cut to 255 units.
     const UCString big(400, u'q');
     UCString out;
     XmlOutputStream s;
     s.SetString(&out);
     s.Format(u"<%s>", big.c_str());
-    EXPECT_EQ(out, u"<" + UCString(254, u'q'));
+    s.Format(u"|%1.1f", 1.06);
+    EXPECT_EQ(out, u"<" + UCString(254, u'q') + u"|1.1");
 }
 
 TEST_F(OutputStreamTest, CloseAndSetFilePointer) {
@@ -331,26 +291,12 @@ TEST_F(OutputStreamTest, CloseAndSetFilePointer) {
         EXPECT_EQ(c.closes, 1);
         t.Close();
         // The stream works again after Close.
-        ASSERT_EQ(t.OpenUCFile(U16(Path("again.txt")).c_str(), u"w", 1), 0);
+        ASSERT_EQ(t.OpenUCFile(U(Path("again.txt")).c_str(), u"w", 1), 0);
         t << u"again";
     }
     EXPECT_EQ(a.closes + b.closes + c.closes, 3);
     EXPECT_EQ(b.bytes + c.bytes, "bc");
     EXPECT_EQ(ReadBytes(Path("again.txt")), "again");
-}
-
-TEST_F(OutputStreamTest, OpeningFailuresAreReported) {
-    XmlOutputStream s;
-    EXPECT_LT(s.OpenUCFile(U16(Path("no/such/dir.txt")).c_str(), u"w", 1), 0);
-    EXPECT_LT(s.OpenUCFile(U16(Path("f.txt")).c_str(), u"w", 12345), 0);
-    EXPECT_NE(s.OpenLWIO(u"x", u"", 0), errNone);
-    EXPECT_NE(s.SetLWIOModule(u"no-such-module"), errNone);
-    EXPECT_NE(UCString(s.LastLWIOMessage()), u"");
-    EXPECT_NE(s.OpenLWIO(u"x", u"", 0), errNone);
-    UCString units;
-    s.SetString(&units);
-    s << u"ok";
-    EXPECT_EQ(units, u"ok");
 }
 
 // Copies: each copy of an owned stdio file or OzmUCFile has its own
@@ -361,7 +307,7 @@ TEST_F(OutputStreamTest, CopiesOwnTheirFiles) {
     {
         XmlOutputStream original;
         original.SetFilePointer(std::fopen(stdioPath.c_str(), "wb"), true);
-        ASSERT_EQ(original.OpenUCFile(U16(ucPath).c_str(), u"w", 1), 0);
+        ASSERT_EQ(original.OpenUCFile(U(ucPath).c_str(), u"w", 1), 0);
         original << u"1";
         XmlOutputStream copy(original);
         original << u"2";
@@ -384,9 +330,9 @@ TEST_F(OutputStreamTest, AssignmentClosesNothingUntilClose) {
     const int before = OpenDescriptors();
     const std::string overwritten = Path("overwritten.txt"), other = Path("other.txt");
     XmlOutputStream source;
-    ASSERT_EQ(source.OpenUCFile(U16(other).c_str(), u"w", 1), 0);
+    ASSERT_EQ(source.OpenUCFile(U(other).c_str(), u"w", 1), 0);
     XmlOutputStream s;
-    ASSERT_EQ(s.OpenUCFile(U16(overwritten).c_str(), u"w", 1), 0);
+    ASSERT_EQ(s.OpenUCFile(U(overwritten).c_str(), u"w", 1), 0);
     s.SetFilePointer(std::fopen(overwritten.c_str(), "rb"), true);
     s << u"kept";
     const int open = OpenDescriptors();

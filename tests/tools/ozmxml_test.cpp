@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "test_files.h"
+#include "test_util.h"
 
 namespace {
 

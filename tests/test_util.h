@@ -1,0 +1,156 @@
+// Helpers shared by the tests: text conversion, a temporary directory, and
+// one-line dumps of definitions for comparing whole models in tables.
+#pragma once
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "xmlapi.h"
+
+// A text as a string, "<null>" for a null pointer.
+inline UCString Str(const UCChar* p) { return p ? UCString(p) : UCString(u"<null>"); }
+// The message of an unexpected token.
+inline UCString Ux(const UCString& token) { return u"Unexpected token '" + token + u"'"; }
+// The text of a token read at the end of input.
+inline const UCString kEof(1, UCEof);
+// UTF-8 bytes decoded, and units encoded.
+inline UCString U(const std::string& utf8) {
+    UCString out;
+    OzmGlob::DecodeUTF8(reinterpret_cast<const unsigned char*>(utf8.data()), utf8.size(), out);
+    return out;
+}
+inline std::string Utf8(const UCChar* s) {
+    std::string out;
+    OzmGlob::WStringToString(s ? UCString(s) : UCString(), out, csetUTF8);
+    return out;
+}
+// ASCII only, anything else as '?': for messages and dumps.
+inline std::string Narrow(const UCString& s) {
+    std::string out;
+    for (UCChar c : s)
+        out += c < 0x80 ? char(c) : '?';
+    return out;
+}
+// stem followed by the decimal digits of i.
+inline UCString Num(const char16_t* stem, int i) {
+    UCString s(stem);
+    for (char c : std::to_string(i))
+        s += char16_t(c);
+    return s;
+}
+
+// A temporary directory, removed with everything in it at the end.
+class TempDir {
+public:
+    TempDir() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "ozmtest.XXXXXX").string();
+        if (mkdtemp(pattern.data()))
+            m_dir = pattern;
+    }
+    ~TempDir() {
+        std::error_code ec;
+        if (!m_dir.empty())
+            std::filesystem::remove_all(m_dir, ec);
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    bool Ok() const { return !m_dir.empty(); }
+    const std::string& Dir() const { return m_dir; }
+    std::string Path(const std::string& name) const { return m_dir + "/" + name; }
+    UCString UPath(const std::string& name) const { return U(Path(name)); }
+    // Writes bytes to the named file and returns its path.
+    std::string Write(const std::string& name, const std::string& bytes) const {
+        std::ofstream(Path(name), std::ios::binary) << bytes;
+        return Path(name);
+    }
+    std::string Read(const std::string& name) const {
+        std::ifstream in(Path(name), std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+
+private:
+    std::string m_dir;
+};
+
+// Content parts built in place.
+inline XmlContentPart Named(const UCChar* name, int countMod = countOne) {
+    XmlContentPart p;
+    p.Name(name);
+    p.CountMod(countMod);
+    return p;
+}
+inline XmlContentPart Group(std::vector<XmlContentPart> parts, bool isChoice, int countMod = countOne) {
+    XmlContentPart g;
+    for (const XmlContentPart& p : parts)
+        g.AddCP(p, isChoice);
+    g.CountMod(countMod);
+    return g;
+}
+
+// A definition as one line of text:
+//   elements  "a=E" EMPTY, "a=A" ANY, "a=M" mixed, "a=N" no type, "a=C(b,c)+"
+//             element content; a mixed list follows its M: "a=M(b|c)*";
+//             a length measure follows as "#5"
+//   lists     "@a{b:CDATA#IMPLIED,c:(x|y)='x'}", a measure as "#5" behind
+//             the attribute's name
+// With explicit kinds, groups show as S(..) sequence and C(..) choice.
+inline std::string DumpPart(const XmlContentPart& p, bool kinds = false) {
+    std::string out;
+    if (p.Type() == cpName) {
+        out = Narrow(p.Name());
+    } else if (p.Type() != cpNone || !kinds) {
+        out = kinds ? (p.Type() == cpChoice ? "C(" : "S(") : "(";
+        for (int i = 0; i < p.Count(); ++i)
+            out += (i ? (p.Type() == cpChoice && !kinds ? "|" : ",") : "") + DumpPart(p[i], kinds);
+        out += ")";
+    }
+    static const char* const mods[] = {"", "+", "*", "?"};
+    return out + mods[p.CountMod() & 3];
+}
+
+inline std::string DumpDtd(const XmlDtd& dtd, bool withLengths = false) {
+    std::string out;
+    auto sep = [&out]() -> std::string& { return out.empty() ? out : out += " "; };
+    for (int i = 0; i < dtd.ElementCount(); ++i) {
+        const XmlElementDef* e = dtd.ElementAt(i);
+        static const char* const types = "NEACM";
+        sep() += Narrow(e->Name()) + "=" + types[e->Type() % 5];
+        if (e->Contents().Type() != cpNone)
+            out += DumpPart(e->Contents());
+        if (withLengths)
+            out += "#" + std::to_string(e->MaxLen());
+        if (const XmlAttrList* l = dtd.FindAttrList(e->Name()); l && withLengths)
+            for (int j = 0; j < l->DefCount(); ++j)
+                out += " @" + Narrow(l->GetAttDef(j)->Name()) + "#" + std::to_string(l->GetAttDef(j)->MaxLen());
+    }
+    return out;
+}
+
+inline std::string DumpAttrList(const XmlAttrList& l) {
+    static const char* const types[] = {"NONE", "CDATA", "ID", "IDREF", "IDREFS", "ENTITY",
+                                        "ENTITIES", "NMTOKEN", "NMTOKENS", "NOTATION", ""};
+    static const char* const defs[] = {"", "#REQUIRED", "#IMPLIED", "#FIXED", ""};
+    std::string out = "@" + Narrow(l.Name()) + "{";
+    for (int j = 0; j < l.DefCount(); ++j) {
+        const XmlAttDef* d = l.GetAttDef(j);
+        out += (j ? "," : "") + Narrow(d->Name()) + ":" + types[d->Type() % 11];
+        if (d->Type() == attEnumerated) {
+            out += "(";
+            for (int k = 0; k < d->EnumCount(); ++k)
+                out += (k ? "|" : "") + Narrow(d->GetEnum(k));
+            out += ")";
+        }
+        out += defs[d->DefType() % 5];
+        if (d->DefType() >= defFixed)
+            out += "'" + Narrow(d->DefVal()) + "'";
+    }
+    return out + "}";
+}
