@@ -1,6 +1,7 @@
 // The ozmxml tool end to end: exit codes and exact output of the built
 // binary on a table of inputs.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -23,6 +24,8 @@ const Case kCases[] = {
     {"check ext.xml", 1, "", "sub.dtd:2:0: Unexpected token '#BAD'\n"},
     {"check in/ext.xml", 1, "", "in/sub.dtd:2:0: Unexpected token '#BAD'\n"},
     {"check - < bad.xml", 1, "", "<stdin>:3:0: Improper element nesting\n"},
+    // A pipe cannot seek: the file reader must not need to.
+    {"check pipe.xml & cat bad.xml > pipe.xml; wait $!", 1, "", "pipe.xml:3:4: Improper element nesting\n"},
     {"check missing.xml", 1, "", "missing.xml: cannot open: No such file or directory\n"},
     {"check --bogus good.xml", 2, "", "ozmxml check: unknown option --bogus (see ozmxml check --help)\n"},
     {"check", 2, "", "ozmxml check: no FILE given (see ozmxml check --help)\n"},
@@ -61,6 +64,7 @@ TEST(OzmxmlTool, TableOfRuns) {
     std::filesystem::create_directory(dir.Path("in"));
     dir.Write("in/ext.xml", "<!DOCTYPE a SYSTEM \"sub.dtd\">\n<a/>");
     dir.Write("in/sub.dtd", "<!ELEMENT a EMPTY>\n<!ATTLIST a x CDATA #BAD>\n");
+    ASSERT_EQ(::mkfifo(dir.Path("pipe.xml").c_str(), 0600), 0);
     dir.Write("sub2.dtd", "<!ELEMENT r (s*)>\n<!ELEMENT s EMPTY>\n");
     for (const Case& c : kCases) {
         const std::string command = "cd '" + dir.Dir() + "' && { '" OZM_TOOL_OZMXML "' " + c.args +
