@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <new>
 
+#include <pthread.h>
 #include <sched.h>
 #include <sys/mman.h>
 
@@ -67,6 +68,61 @@ std::atomic<int> g_nextThreadNumber{0};
 // Initial-exec: the number is read on every allocation, without a call into
 // the dynamic loader. The library is linked or preloaded, never opened late.
 __thread int t_threadNumber __attribute__((tls_model("initial-exec"))) = -1;
+
+// ---------------------------------------------------------------------------
+// The threads' caches. A thread keeps, per cached size class, a list of free
+// blocks linked through their first word, and the room left in it. A thread
+// starts with no room, so its first free of a class goes the slow way, which
+// registers the thread's exit handler and gives it room; a thread that is
+// ending, or whose handler could not be registered, has no room and so uses
+// the locked bins. The lists hold blocks of any heap: a block keeps its header
+// and owner while cached, and goes back to the bin of its owner.
+
+// Blocks of a class a thread keeps at most: about 16 KB of each class, at
+// least 4 and at most 128 blocks. A full or empty list moves half of that to
+// or from the bins in one go.
+constexpr uint8_t CacheLimitOf(int c) {
+    uint32_t n = (16u << 10) / UsableOf(c);
+    return uint8_t(n < 4 ? 4 : n > 128 ? 128 : n);
+}
+
+struct CacheLimits {
+    uint8_t v[kOzmMemCachedClasses];
+    constexpr CacheLimits() : v() {
+        for (int c = 0; c < kOzmMemCachedClasses; ++c)
+            v[c] = CacheLimitOf(c);
+    }
+};
+constexpr CacheLimits kCacheLimits;
+static_assert(kOzmMemCachedClasses <= kOzmMemFirstMapped, "cached classes are carved");
+
+enum CacheState : int { kCacheUnset, kCacheStarting, kCacheOn, kCacheOff };
+
+struct ThreadCache {
+    void* m_head[kOzmMemCachedClasses];
+    uint8_t m_room[kOzmMemCachedClasses];
+    int m_state;
+};
+__thread ThreadCache t_cache __attribute__((tls_model("initial-exec")));
+
+pthread_key_t g_cacheKey;
+bool g_cacheKeyMade = false;
+
+void EndThreadCache(void*) { OzmMemFlushThreadCache(); }
+
+// Registers the exit handler of the calling thread and gives its cache room.
+// Registration may allocate (the C library keeps a thread's later keys in
+// a block of its own); until it is done the thread uses the locked bins.
+void StartThreadCache(ThreadCache& tc) {
+    tc.m_state = kCacheStarting;
+    if (!g_cacheKeyMade || pthread_setspecific(g_cacheKey, &tc) != 0) {
+        tc.m_state = kCacheOff;
+        return;
+    }
+    for (int c = 0; c < kOzmMemCachedClasses; ++c)
+        tc.m_room[c] = kCacheLimits.v[c];
+    tc.m_state = kCacheOn;
+}
 
 }  // namespace
 
@@ -131,6 +187,16 @@ void* OzmMemStorage(size_t size) { return MapPages((size + kPage - 1) & ~(kPage 
 
 void* OzmMemHeap::Alloc(size_t size) {
     int c = OzmMemSizeClass(size);
+    if (c < kOzmMemCachedClasses) {
+        ThreadCache& tc = t_cache;
+        void* p = tc.m_head[c];
+        if (__builtin_expect(p != nullptr, 1)) {
+            tc.m_head[c] = *static_cast<void**>(p);
+            ++tc.m_room[c];
+            return p;
+        }
+        return Refill(c);
+    }
     if (c >= kOzmMemFirstMapped) {
         if (c == kOzmMemClasses) {
             errno = ENOMEM;
@@ -154,6 +220,142 @@ void* OzmMemHeap::Alloc(size_t size) {
     }
     OzmMemLockGive(&m_lock);
     return p;
+}
+
+// The calling thread's list of class c is empty: takes half a list's worth of
+// blocks from this heap's bin under one lock, returns one and caches the rest
+// (just the one when the thread keeps no cache). A half list a cache gave
+// back whole is taken as it is, without reading its blocks.
+__attribute__((noinline)) void* OzmMemHeap::Refill(int c) {
+    ThreadCache& tc = t_cache;
+    if (tc.m_state == kCacheUnset)
+        StartThreadCache(tc);
+    bool caching = tc.m_state == kCacheOn;
+    int want = caching ? kCacheLimits.v[c] / 2 : 1;
+    OzmMemBin& bin = m_bins[c];
+    OzmMemLockTake(&m_lock);
+    if (void* batch = bin.m_batches) {
+        bin.m_batches = static_cast<void**>(batch)[1];
+        void* rest = *static_cast<void**>(batch);
+        if (caching) {
+            OzmMemLockGive(&m_lock);
+            tc.m_head[c] = rest;
+            tc.m_room[c] = uint8_t(tc.m_room[c] - (want - 1));
+            return batch;
+        }
+        // No cache to take the rest: it joins the single blocks.
+        void* last = rest;
+        while (*static_cast<void**>(last))
+            last = *static_cast<void**>(last);
+        *static_cast<void**>(last) = bin.m_free;
+        bin.m_free = rest;
+        OzmMemLockGive(&m_lock);
+        return batch;
+    }
+    size_t stride = sizeof(OzmMemBlockHeader) + kSizes.v[c];
+    void* first = nullptr;
+    void* rest = nullptr;
+    int got = 0;
+    while (got < want) {
+        void* p = bin.m_free;
+        if (p) {
+            bin.m_free = *static_cast<void**>(p);
+        } else if (bin.m_next != bin.m_end) {
+            auto* h = reinterpret_cast<OzmMemBlockHeader*>(bin.m_next);
+            h->m_offset = 0;
+            h->m_owner = &bin.m_owner;
+            p = h + 1;
+            bin.m_next += stride;
+        } else if (got == 0) {
+            p = Cut(bin);
+            if (!p)
+                break;
+        } else {
+            break;
+        }
+        if (got++ == 0) {
+            first = p;
+        } else {
+            *static_cast<void**>(p) = rest;
+            rest = p;
+        }
+    }
+    OzmMemLockGive(&m_lock);
+    if (got > 1) {
+        tc.m_head[c] = rest;
+        tc.m_room[c] = uint8_t(tc.m_room[c] - (got - 1));
+    }
+    return first;
+}
+
+// Gives the first count blocks of a list back to the bins that own them, one
+// by one, each heap's lock taken once for a run of blocks of that heap, and
+// returns the rest of the list.
+void* OzmMemHeap::GiveBack(void* list, int count) {
+    OzmMemHeap* held = nullptr;
+    for (; count > 0 && list; --count) {
+        void* p = list;
+        list = *static_cast<void**>(p);
+        auto* bin = reinterpret_cast<OzmMemBin*>(OzmMemHeaderOf(p)->m_owner);
+        if (bin->m_heap != held) {
+            if (held)
+                OzmMemLockGive(&held->m_lock);
+            held = bin->m_heap;
+            OzmMemLockTake(&held->m_lock);
+        }
+        *static_cast<void**>(p) = bin->m_free;
+        bin->m_free = p;
+    }
+    if (held)
+        OzmMemLockGive(&held->m_lock);
+    return list;
+}
+
+// Gives back the first half list's worth of blocks of a list of class c,
+// which holds at least that many, and returns the rest. When one bin owns
+// them all, as it does unless the thread frees blocks of other threads, they
+// go into it whole, as one batch.
+void* OzmMemHeap::GiveBatch(void* list, int c) {
+    int n = kCacheLimits.v[c] / 2;
+    OzmMemOwner* owner = OzmMemHeaderOf(list)->m_owner;
+    void* last = list;
+    for (int i = 1; i < n; ++i) {
+        last = *static_cast<void**>(last);
+        if (OzmMemHeaderOf(last)->m_owner != owner)
+            return GiveBack(list, n);
+    }
+    void* rest = *static_cast<void**>(last);
+    *static_cast<void**>(last) = nullptr;
+    auto* bin = reinterpret_cast<OzmMemBin*>(owner);
+    OzmMemLockTake(&bin->m_heap->m_lock);
+    static_cast<void**>(list)[1] = bin->m_batches;
+    bin->m_batches = list;
+    OzmMemLockGive(&bin->m_heap->m_lock);
+    return rest;
+}
+
+void OzmMemFlushThreadCache() {
+    ThreadCache& tc = t_cache;
+    bool cached = tc.m_state == kCacheOn;
+    tc.m_state = kCacheOff;
+    for (int c = 0; cached && c < kOzmMemCachedClasses; ++c) {
+        int count = kCacheLimits.v[c] - tc.m_room[c];
+        void* list = tc.m_head[c];
+        tc.m_room[c] = 0;
+        tc.m_head[c] = nullptr;
+        for (int half = kCacheLimits.v[c] / 2; count >= half; count -= half)
+            list = OzmMemHeap::GiveBatch(list, c);
+        OzmMemHeap::GiveBack(list, count);
+    }
+}
+
+int OzmMemCachedBlocks() {
+    const ThreadCache& tc = t_cache;
+    int n = 0;
+    for (int c = 0; c < kOzmMemCachedClasses; ++c)
+        for (void* p = tc.m_head[c]; p; p = *static_cast<void**>(p))
+            ++n;
+    return n;
 }
 
 // Gives the bin a new piece of the heap's region, mapping a new region when
@@ -188,12 +390,16 @@ OzmMemAllocator* OzmMemAllocator::Make(void* storage) {
     if (!storage)
         return nullptr;
     auto* a = new (storage) OzmMemAllocator;
+    // Creating a key takes no memory; if there is none to be had, threads
+    // keep no cache.
+    g_cacheKeyMade = pthread_key_create(&g_cacheKey, EndThreadCache) == 0;
     for (OzmMemHeap& heap : a->m_heaps) {
         for (int c = 0; c < kOzmMemFirstMapped; ++c) {
             OzmMemBin& bin = heap.m_bins[c];
             bin.m_owner.m_sizeClass = uint32_t(c);
             bin.m_heap = &heap;
             bin.m_free = nullptr;
+            bin.m_batches = nullptr;
             bin.m_next = bin.m_end = nullptr;
         }
     }
@@ -210,16 +416,44 @@ void OzmMemAllocator::Free(void* p) {
         h = OzmMemHeaderOf(p);
     }
     OzmMemOwner* owner = h->m_owner;
-    if (owner->m_sizeClass >= uint32_t(kOzmMemFirstMapped)) {
+    uint32_t c = owner->m_sizeClass;
+    if (c < uint32_t(kOzmMemCachedClasses)) {
+        ThreadCache& tc = t_cache;
+        if (__builtin_expect(tc.m_room[c] != 0, 1)) {
+            *static_cast<void**>(p) = tc.m_head[c];
+            tc.m_head[c] = p;
+            --tc.m_room[c];
+            return;
+        }
+        FreeUncached(p, int(c));
+        return;
+    }
+    if (c >= uint32_t(kOzmMemFirstMapped)) {
         FreeMapped(owner);
         return;
     }
-    auto* bin = reinterpret_cast<OzmMemBin*>(owner);
-    OzmMemHeap* heap = bin->m_heap;
-    OzmMemLockTake(&heap->m_lock);
-    *static_cast<void**>(p) = bin->m_free;
-    bin->m_free = p;
-    OzmMemLockGive(&heap->m_lock);
+    OzmMemHeap::GiveBack(p, 1);
+}
+
+// A block of a cached class when the thread's list has no room: the list is
+// full, and half of it goes back to the bins; or the thread has no cache yet,
+// and gets one; or it keeps none, and the block goes straight to its bin.
+__attribute__((noinline)) void OzmMemAllocator::FreeUncached(void* p, int c) {
+    ThreadCache& tc = t_cache;
+    if (tc.m_state == kCacheUnset)
+        StartThreadCache(tc);
+    if (tc.m_state != kCacheOn) {
+        *static_cast<void**>(p) = nullptr;
+        OzmMemHeap::GiveBack(p, 1);
+        return;
+    }
+    if (tc.m_room[c] == 0) {
+        tc.m_head[c] = OzmMemHeap::GiveBatch(tc.m_head[c], c);
+        tc.m_room[c] = uint8_t(kCacheLimits.v[c] / 2);
+    }
+    *static_cast<void**>(p) = tc.m_head[c];
+    tc.m_head[c] = p;
+    --tc.m_room[c];
 }
 
 void* OzmMemAllocator::AllocMapped(int sizeClass) {
@@ -264,6 +498,7 @@ void OzmMemAllocator::FreeMapped(OzmMemOwner* owner) {
 }
 
 void OzmMemAllocator::Finish() {
+    OzmMemFlushThreadCache();
     OzmMemLockTake(&m_mapLock);
     m_caching = false;
     for (void*& slot : m_cache) {
