@@ -103,7 +103,7 @@ struct OzmMemBin {
     OzmMemOwner m_owner;
     OzmMemHeap* m_heap;
     void* m_free;    // blocks given back, linked through their first word
-    void* m_batches; // half lists given back whole by the threads' caches,
+    void* m_batches; // full lists given back whole by the threads' caches,
                      // linked through the second word of their first block
     char* m_next;    // header of the next new block
     char* m_end;
@@ -123,8 +123,8 @@ private:
     friend void OzmMemFlushThreadCache();
     void* Cut(OzmMemBin& bin);
     void* Refill(int sizeClass);
-    static void* GiveBack(void* list, int count);
-    static void* GiveBatch(void* list, int sizeClass);
+    static void GiveBack(void* list);
+    static void GiveList(void* list);
 
     OzmMemLock m_lock;
     char* m_region = nullptr;

@@ -71,29 +71,35 @@ __thread int t_threadNumber __attribute__((tls_model("initial-exec"))) = -1;
 
 // ---------------------------------------------------------------------------
 // The threads' caches. A thread keeps, per cached size class, a list of free
-// blocks linked through their first word, and the room left in it. A thread
-// starts with no room, so its first free of a class goes the slow way, which
-// registers the thread's exit handler and gives it room; a thread that is
-// ending, or whose handler could not be registered, has no room and so uses
-// the locked bins. The lists hold blocks of any heap: a block keeps its header
-// and owner while cached, and goes back to the bin of its owner.
+// blocks linked through their first word with the room left in it, and at
+// most one spare list, full. Frees push onto the list and allocations pop from
+// it. A full list becomes the spare, and the spare it replaces goes to a bin
+// whole; an empty list takes the spare, or a whole list from the bin, or new
+// blocks. So blocks move between a thread and the bins a list at a time, and
+// moving a list costs the same whatever its length.
+//
+// A thread starts with no room, so its first free of a class goes the slow
+// way, which registers the thread's exit handler and gives it room; a thread
+// that is ending, or whose handler could not be registered, has no room and
+// uses the locked bins. A cached block keeps its header and owner. The lists
+// may mix blocks of several heaps (a thread frees what others allocated): a
+// whole list goes to the bin of the heap that owns its first block, and later
+// single frees of its blocks go back to their own heaps.
 
-// Blocks of a class a thread keeps at most: about 16 KB of each class, at
-// least 4 and at most 128 blocks. A full or empty list moves half of that to
-// or from the bins in one go.
-constexpr uint8_t CacheLimitOf(int c) {
-    uint32_t n = (16u << 10) / UsableOf(c);
-    return uint8_t(n < 4 ? 4 : n > 128 ? 128 : n);
+// Blocks in a list: about 8 KB of each class, at least 2 and at most 64.
+constexpr uint8_t BatchOf(int c) {
+    uint32_t n = (8u << 10) / UsableOf(c);
+    return uint8_t(n < 2 ? 2 : n > 64 ? 64 : n);
 }
 
-struct CacheLimits {
+struct Batches {
     uint8_t v[kOzmMemCachedClasses];
-    constexpr CacheLimits() : v() {
+    constexpr Batches() : v() {
         for (int c = 0; c < kOzmMemCachedClasses; ++c)
-            v[c] = CacheLimitOf(c);
+            v[c] = BatchOf(c);
     }
 };
-constexpr CacheLimits kCacheLimits;
+constexpr Batches kBatch;
 static_assert(kOzmMemCachedClasses <= kOzmMemFirstMapped, "cached classes are carved");
 
 enum CacheState : int { kCacheUnset, kCacheStarting, kCacheOn, kCacheOff };
@@ -102,6 +108,7 @@ struct ThreadCache {
     void* m_head[kOzmMemCachedClasses];
     uint8_t m_room[kOzmMemCachedClasses];
     int m_state;
+    void* m_spare[kOzmMemCachedClasses];
 };
 __thread ThreadCache t_cache __attribute__((tls_model("initial-exec")));
 
@@ -120,7 +127,7 @@ void StartThreadCache(ThreadCache& tc) {
         return;
     }
     for (int c = 0; c < kOzmMemCachedClasses; ++c)
-        tc.m_room[c] = kCacheLimits.v[c];
+        tc.m_room[c] = kBatch.v[c];
     tc.m_state = kCacheOn;
 }
 
@@ -222,36 +229,45 @@ void* OzmMemHeap::Alloc(size_t size) {
     return p;
 }
 
-// The calling thread's list of class c is empty: takes half a list's worth of
-// blocks from this heap's bin under one lock, returns one and caches the rest
-// (just the one when the thread keeps no cache). A half list a cache gave
-// back whole is taken as it is, without reading its blocks.
+// The calling thread's list of class c is empty: it takes the spare list, or
+// a whole list from this heap's bin, or up to a list's worth of blocks from
+// the bin, under one lock, and returns one (just the one when the thread
+// keeps no cache).
 __attribute__((noinline)) void* OzmMemHeap::Refill(int c) {
     ThreadCache& tc = t_cache;
     if (tc.m_state == kCacheUnset)
         StartThreadCache(tc);
     bool caching = tc.m_state == kCacheOn;
-    int want = caching ? kCacheLimits.v[c] / 2 : 1;
+    if (caching && tc.m_spare[c]) {
+        void* p = tc.m_spare[c];
+        tc.m_spare[c] = nullptr;
+        tc.m_head[c] = *static_cast<void**>(p);
+        tc.m_room[c] = 1;
+        return p;
+    }
     OzmMemBin& bin = m_bins[c];
     OzmMemLockTake(&m_lock);
-    if (void* batch = bin.m_batches) {
-        bin.m_batches = static_cast<void**>(batch)[1];
-        void* rest = *static_cast<void**>(batch);
+    if (void* list = bin.m_batches) {
+        bin.m_batches = static_cast<void**>(list)[1];
+        void* rest = *static_cast<void**>(list);
         if (caching) {
             OzmMemLockGive(&m_lock);
             tc.m_head[c] = rest;
-            tc.m_room[c] = uint8_t(tc.m_room[c] - (want - 1));
-            return batch;
+            tc.m_room[c] = 1;
+            return list;
         }
         // No cache to take the rest: it joins the single blocks.
-        void* last = rest;
-        while (*static_cast<void**>(last))
-            last = *static_cast<void**>(last);
-        *static_cast<void**>(last) = bin.m_free;
-        bin.m_free = rest;
+        if (rest) {
+            void* last = rest;
+            while (*static_cast<void**>(last))
+                last = *static_cast<void**>(last);
+            *static_cast<void**>(last) = bin.m_free;
+            bin.m_free = rest;
+        }
         OzmMemLockGive(&m_lock);
-        return batch;
+        return list;
     }
+    int want = caching ? kBatch.v[c] : 1;
     size_t stride = sizeof(OzmMemBlockHeader) + kSizes.v[c];
     void* first = nullptr;
     void* rest = nullptr;
@@ -283,17 +299,16 @@ __attribute__((noinline)) void* OzmMemHeap::Refill(int c) {
     OzmMemLockGive(&m_lock);
     if (got > 1) {
         tc.m_head[c] = rest;
-        tc.m_room[c] = uint8_t(tc.m_room[c] - (got - 1));
+        tc.m_room[c] = uint8_t(want - (got - 1));
     }
     return first;
 }
 
-// Gives the first count blocks of a list back to the bins that own them, one
-// by one, each heap's lock taken once for a run of blocks of that heap, and
-// returns the rest of the list.
-void* OzmMemHeap::GiveBack(void* list, int count) {
+// Gives the blocks of a list back to the bins that own them, one by one,
+// each heap's lock taken once for a run of blocks of that heap.
+void OzmMemHeap::GiveBack(void* list) {
     OzmMemHeap* held = nullptr;
-    for (; count > 0 && list; --count) {
+    while (list) {
         void* p = list;
         list = *static_cast<void**>(p);
         auto* bin = reinterpret_cast<OzmMemBin*>(OzmMemHeaderOf(p)->m_owner);
@@ -308,30 +323,15 @@ void* OzmMemHeap::GiveBack(void* list, int count) {
     }
     if (held)
         OzmMemLockGive(&held->m_lock);
-    return list;
 }
 
-// Gives back the first half list's worth of blocks of a list of class c,
-// which holds at least that many, and returns the rest. When one bin owns
-// them all, as it does unless the thread frees blocks of other threads, they
-// go into it whole, as one batch.
-void* OzmMemHeap::GiveBatch(void* list, int c) {
-    int n = kCacheLimits.v[c] / 2;
-    OzmMemOwner* owner = OzmMemHeaderOf(list)->m_owner;
-    void* last = list;
-    for (int i = 1; i < n; ++i) {
-        last = *static_cast<void**>(last);
-        if (OzmMemHeaderOf(last)->m_owner != owner)
-            return GiveBack(list, n);
-    }
-    void* rest = *static_cast<void**>(last);
-    *static_cast<void**>(last) = nullptr;
-    auto* bin = reinterpret_cast<OzmMemBin*>(owner);
+// Gives a full list to the bin that owns its first block, whole.
+void OzmMemHeap::GiveList(void* list) {
+    auto* bin = reinterpret_cast<OzmMemBin*>(OzmMemHeaderOf(list)->m_owner);
     OzmMemLockTake(&bin->m_heap->m_lock);
     static_cast<void**>(list)[1] = bin->m_batches;
     bin->m_batches = list;
     OzmMemLockGive(&bin->m_heap->m_lock);
-    return rest;
 }
 
 void OzmMemFlushThreadCache() {
@@ -339,22 +339,27 @@ void OzmMemFlushThreadCache() {
     bool cached = tc.m_state == kCacheOn;
     tc.m_state = kCacheOff;
     for (int c = 0; cached && c < kOzmMemCachedClasses; ++c) {
-        int count = kCacheLimits.v[c] - tc.m_room[c];
-        void* list = tc.m_head[c];
-        tc.m_room[c] = 0;
+        if (tc.m_spare[c])
+            OzmMemHeap::GiveList(tc.m_spare[c]);
+        if (tc.m_room[c] == 0)
+            OzmMemHeap::GiveList(tc.m_head[c]);
+        else
+            OzmMemHeap::GiveBack(tc.m_head[c]);
+        tc.m_spare[c] = nullptr;
         tc.m_head[c] = nullptr;
-        for (int half = kCacheLimits.v[c] / 2; count >= half; count -= half)
-            list = OzmMemHeap::GiveBatch(list, c);
-        OzmMemHeap::GiveBack(list, count);
+        tc.m_room[c] = 0;
     }
 }
 
 int OzmMemCachedBlocks() {
     const ThreadCache& tc = t_cache;
     int n = 0;
-    for (int c = 0; c < kOzmMemCachedClasses; ++c)
+    for (int c = 0; c < kOzmMemCachedClasses; ++c) {
         for (void* p = tc.m_head[c]; p; p = *static_cast<void**>(p))
             ++n;
+        for (void* p = tc.m_spare[c]; p; p = *static_cast<void**>(p))
+            ++n;
+    }
     return n;
 }
 
@@ -432,24 +437,29 @@ void OzmMemAllocator::Free(void* p) {
         FreeMapped(owner);
         return;
     }
-    OzmMemHeap::GiveBack(p, 1);
+    *static_cast<void**>(p) = nullptr;
+    OzmMemHeap::GiveBack(p);
 }
 
 // A block of a cached class when the thread's list has no room: the list is
-// full, and half of it goes back to the bins; or the thread has no cache yet,
-// and gets one; or it keeps none, and the block goes straight to its bin.
+// full, and becomes the spare (the spare it replaces goes to a bin); or the
+// thread has no cache yet, and gets one; or it keeps none, and the block goes
+// straight to its bin.
 __attribute__((noinline)) void OzmMemAllocator::FreeUncached(void* p, int c) {
     ThreadCache& tc = t_cache;
     if (tc.m_state == kCacheUnset)
         StartThreadCache(tc);
     if (tc.m_state != kCacheOn) {
         *static_cast<void**>(p) = nullptr;
-        OzmMemHeap::GiveBack(p, 1);
+        OzmMemHeap::GiveBack(p);
         return;
     }
     if (tc.m_room[c] == 0) {
-        tc.m_head[c] = OzmMemHeap::GiveBatch(tc.m_head[c], c);
-        tc.m_room[c] = uint8_t(kCacheLimits.v[c] / 2);
+        if (tc.m_spare[c])
+            OzmMemHeap::GiveList(tc.m_spare[c]);
+        tc.m_spare[c] = tc.m_head[c];
+        tc.m_head[c] = nullptr;
+        tc.m_room[c] = kBatch.v[c];
     }
     *static_cast<void**>(p) = tc.m_head[c];
     tc.m_head[c] = p;
