@@ -198,7 +198,14 @@ void* OzmMemHeap::Alloc(size_t size) {
         ThreadCache& tc = t_cache;
         void* p = tc.m_head[c];
         if (__builtin_expect(p != nullptr, 1)) {
-            tc.m_head[c] = *static_cast<void**>(p);
+            void* next = *static_cast<void**>(p);
+            // A block that has been free for a while is out of the cache, and
+            // the next allocation's first act is to read it, and its caller's
+            // to write it: start fetching it, header included, now, while the
+            // caller works with this block.
+            __builtin_prefetch(static_cast<char*>(next) - sizeof(OzmMemBlockHeader), 1);
+            __builtin_prefetch(next, 1);
+            tc.m_head[c] = next;
             ++tc.m_room[c];
             return p;
         }
@@ -269,8 +276,10 @@ __attribute__((noinline)) void* OzmMemHeap::Refill(int c) {
     }
     int want = caching ? kBatch.v[c] : 1;
     size_t stride = sizeof(OzmMemBlockHeader) + kSizes.v[c];
+    // The blocks are linked in the order they are taken, so that new blocks
+    // are handed out at rising addresses.
     void* first = nullptr;
-    void* rest = nullptr;
+    void** link = &first;
     int got = 0;
     while (got < want) {
         void* p = bin.m_free;
@@ -289,16 +298,14 @@ __attribute__((noinline)) void* OzmMemHeap::Refill(int c) {
         } else {
             break;
         }
-        if (got++ == 0) {
-            first = p;
-        } else {
-            *static_cast<void**>(p) = rest;
-            rest = p;
-        }
+        *link = p;
+        link = static_cast<void**>(p);
+        ++got;
     }
+    *link = nullptr;
     OzmMemLockGive(&m_lock);
     if (got > 1) {
-        tc.m_head[c] = rest;
+        tc.m_head[c] = *static_cast<void**>(first);
         tc.m_room[c] = uint8_t(want - (got - 1));
     }
     return first;
@@ -457,7 +464,17 @@ __attribute__((noinline)) void OzmMemAllocator::FreeUncached(void* p, int c) {
     if (tc.m_room[c] == 0) {
         if (tc.m_spare[c])
             OzmMemHeap::GiveList(tc.m_spare[c]);
-        tc.m_spare[c] = tc.m_head[c];
+        // Reversed, the list hands its blocks out again in the order in
+        // which they were freed, which is mostly the order in which they
+        // were allocated: the addresses keep rising.
+        void* reversed = nullptr;
+        for (void* q = tc.m_head[c]; q;) {
+            void* next = *static_cast<void**>(q);
+            *static_cast<void**>(q) = reversed;
+            reversed = q;
+            q = next;
+        }
+        tc.m_spare[c] = reversed;
         tc.m_head[c] = nullptr;
         tc.m_room[c] = kBatch.v[c];
     }
