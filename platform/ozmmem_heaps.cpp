@@ -200,19 +200,9 @@ void* OzmMemHeap::Alloc(size_t size) {
         if (__builtin_expect(p != nullptr, 1)) {
             void* next = *static_cast<void**>(p);
             // A block that has been free for a while is out of the cache, and
-            // the next allocation's first act is to read it, and its caller's
-            // to write it: start fetching it now, header included and up to
-            // four lines, while the caller works with this block (the lines
-            // of classes 3, 7 and 10 begin 64, 128 and 192 bytes in).
-            char* q = static_cast<char*>(next) - sizeof(OzmMemBlockHeader);
-            __builtin_prefetch(q, 1);
+            // the next allocation's first act is to read it: start fetching
+            // it now, while the caller works with this block.
             __builtin_prefetch(next, 1);
-            if (c >= 3)
-                __builtin_prefetch(q + 64, 1);
-            if (c >= 7)
-                __builtin_prefetch(q + 128, 1);
-            if (c >= 10)
-                __builtin_prefetch(q + 192, 1);
             tc.m_head[c] = next;
             ++tc.m_room[c];
             return p;
@@ -472,17 +462,7 @@ __attribute__((noinline)) void OzmMemAllocator::FreeUncached(void* p, int c) {
     if (tc.m_room[c] == 0) {
         if (tc.m_spare[c])
             OzmMemHeap::GiveList(tc.m_spare[c]);
-        // Reversed, the list hands its blocks out again in the order in
-        // which they were freed, which is mostly the order in which they
-        // were allocated: the addresses keep rising.
-        void* reversed = nullptr;
-        for (void* q = tc.m_head[c]; q;) {
-            void* next = *static_cast<void**>(q);
-            *static_cast<void**>(q) = reversed;
-            reversed = q;
-            q = next;
-        }
-        tc.m_spare[c] = reversed;
+        tc.m_spare[c] = tc.m_head[c];
         tc.m_head[c] = nullptr;
         tc.m_room[c] = kBatch.v[c];
     }
