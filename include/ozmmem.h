@@ -139,8 +139,9 @@ public:
     static OzmMemAllocator* Make(void* storage);
     // Takes back a block of any heap, from any thread; null is ignored.
     void Free(void* p);
-    // The last call, when the process lets go of the allocator: returns the
-    // cached large mappings to the system and keeps no more of them. The
+    // The last call, when the process lets go of the allocator: gives the
+    // calling thread's cached blocks back to their bins, returns the cached
+    // large mappings to the system and keeps no more of them. The
     // allocator still serves and frees blocks afterwards, since other
     // libraries' clean-up may run later.
     void Finish();

@@ -1,6 +1,6 @@
 // ozmmem_heaps.cpp - the multi-heap allocator: size classes, heaps that cut
-// blocks out of their own regions, large blocks as single mappings, thread
-// numbers and the spin lock. Built into the static library ozmmem, never
+// blocks out of their own regions, the threads' caches of small blocks, large
+// blocks as single mappings, thread numbers and the spin lock. Built into the static library ozmmem, never
 // into ozmxmlapi: it is what serves malloc when the front is in use, so it
 // must not call malloc itself.
 #include "ozmmem.h"
