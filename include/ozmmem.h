@@ -42,8 +42,8 @@ constexpr size_t kOzmMemLargest = 0xE0000000u;
 
 // Classes below kOzmMemCachedClasses (usable sizes up to 8 KB) are also kept
 // in a cache of each thread: a thread's frees push onto its own lists and its
-// allocations pop from them, without a lock; the heaps' locked bins are
-// visited a batch at a time, when a list runs empty or full.
+// allocations pop from them, without a lock; blocks move between a thread
+// and the heaps' locked bins a whole list at a time.
 constexpr int kOzmMemCachedClasses = 32;
 
 // The owner of a block. Its first word is the block's size class.
