@@ -123,6 +123,7 @@ private:
     friend void OzmMemFlushThreadCache();
     void* Cut(OzmMemBin& bin);
     void* Refill(int sizeClass);
+    void* AllocLarger(int sizeClass);
     static void GiveBack(void* list);
     static void GiveList(void* list);
 
@@ -157,6 +158,7 @@ private:
     void* AllocMapped(int sizeClass);
     void FreeMapped(OzmMemOwner* owner);
     static void FreeUncached(void* p, int sizeClass);
+    void FreeLarger(void* p, OzmMemOwner* owner);
     friend class OzmMemHeap;
 
     OzmMemLock m_mapLock;                  // guards the cache of mappings

@@ -209,6 +209,12 @@ void* OzmMemHeap::Alloc(size_t size) {
         }
         return Refill(c);
     }
+    return AllocLarger(c);
+}
+
+// Classes no thread caches, apart so that the path of the cached ones saves
+// no registers.
+__attribute__((noinline)) void* OzmMemHeap::AllocLarger(int c) {
     if (c >= kOzmMemFirstMapped) {
         if (c == kOzmMemClasses) {
             errno = ENOMEM;
@@ -438,7 +444,11 @@ void OzmMemAllocator::Free(void* p) {
         FreeUncached(p, int(c));
         return;
     }
-    if (c >= uint32_t(kOzmMemFirstMapped)) {
+    FreeLarger(p, owner);
+}
+
+__attribute__((noinline)) void OzmMemAllocator::FreeLarger(void* p, OzmMemOwner* owner) {
+    if (owner->m_sizeClass >= uint32_t(kOzmMemFirstMapped)) {
         FreeMapped(owner);
         return;
     }
