@@ -40,6 +40,12 @@ constexpr int kOzmMemClasses = 107;
 constexpr int kOzmMemFirstMapped = 60;  // usable sizes above 1 MB
 constexpr size_t kOzmMemLargest = 0xE0000000u;
 
+// Classes below kOzmMemCachedClasses (usable sizes up to 8 KB) are also kept
+// in a cache of each thread: a thread's frees push onto its own lists and its
+// allocations pop from them, without a lock; blocks move between a thread
+// and the heaps' locked bins a whole list at a time.
+constexpr int kOzmMemCachedClasses = 32;
+
 // The owner of a block. Its first word is the block's size class.
 struct OzmMemOwner {
     uint32_t m_sizeClass;
@@ -70,10 +76,10 @@ struct OzmMemLock {
 
 // The count the front derives its heap mask from: the number of processors,
 // at least 1 and at most 64.
-int OzmMemHeapCount();
+OZM_API int OzmMemHeapCount();
 // A number for the calling thread, given out in the order in which threads
 // first ask for one.
-int OzmMemThreadNumber();
+OZM_API int OzmMemThreadNumber();
 void OzmMemLockTake(OzmMemLock* lock);
 void OzmMemLockPrepare(OzmMemLock* lock);
 void OzmMemLockGive(OzmMemLock* lock);
@@ -82,6 +88,14 @@ void* OzmMemStorage(size_t size);
 
 class OzmMemHeap;
 
+// Gives every block the calling thread keeps in its cache back to the bin
+// that owns it, and keeps none from then on (the thread's later frees and
+// allocations take the heaps' locked path). Runs by itself when a thread
+// ends, and from the allocator's last call for the thread making it.
+OZM_API void OzmMemFlushThreadCache();
+// The number of blocks the calling thread keeps in its cache.
+OZM_API int OzmMemCachedBlocks();
+
 // The blocks of one size class in one heap: blocks given back, and the rest
 // of the piece of region that new blocks are cut from. A bin is the owner of
 // its blocks, so its first member is the size class.
@@ -89,6 +103,8 @@ struct OzmMemBin {
     OzmMemOwner m_owner;
     OzmMemHeap* m_heap;
     void* m_free;    // blocks given back, linked through their first word
+    void* m_batches; // full lists given back whole by the threads' caches,
+                     // linked through the second word of their first block
     char* m_next;    // header of the next new block
     char* m_end;
 };
@@ -100,11 +116,16 @@ class alignas(64) OzmMemHeap {
 public:
     // A block of at least size usable bytes, or null (errno ENOMEM) when the
     // request is too large or the system has no more memory.
-    void* Alloc(size_t size);
+    OZM_API void* Alloc(size_t size);
 
 private:
     friend class OzmMemAllocator;
+    friend void OzmMemFlushThreadCache();
     void* Cut(OzmMemBin& bin);
+    void* Refill(int sizeClass);
+    void* AllocLarger(int sizeClass);
+    static void GiveBack(void* list);
+    static void GiveList(void* list);
 
     OzmMemLock m_lock;
     char* m_region = nullptr;
@@ -119,8 +140,9 @@ public:
     static OzmMemAllocator* Make(void* storage);
     // Takes back a block of any heap, from any thread; null is ignored.
     void Free(void* p);
-    // The last call, when the process lets go of the allocator: returns the
-    // cached large mappings to the system and keeps no more of them. The
+    // The last call, when the process lets go of the allocator: gives the
+    // calling thread's cached blocks back to their bins, returns the cached
+    // large mappings to the system and keeps no more of them. The
     // allocator still serves and frees blocks afterwards, since other
     // libraries' clean-up may run later.
     void Finish();
@@ -135,6 +157,8 @@ private:
     OzmMemAllocator() = default;
     void* AllocMapped(int sizeClass);
     void FreeMapped(OzmMemOwner* owner);
+    static void FreeUncached(void* p, int sizeClass);
+    void FreeLarger(void* p, OzmMemOwner* owner);
     friend class OzmMemHeap;
 
     OzmMemLock m_mapLock;                  // guards the cache of mappings
@@ -146,4 +170,4 @@ private:
 };
 
 // The allocator every heap hands its large requests to; set by Make.
-extern OzmMemAllocator* g_ozmMemAllocator;
+extern OZM_API OzmMemAllocator* g_ozmMemAllocator;

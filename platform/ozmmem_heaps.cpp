@@ -1,6 +1,6 @@
 // ozmmem_heaps.cpp - the multi-heap allocator: size classes, heaps that cut
-// blocks out of their own regions, large blocks as single mappings, thread
-// numbers and the spin lock. Built into the static library ozmmem, never
+// blocks out of their own regions, the threads' caches of small blocks, large
+// blocks as single mappings, thread numbers and the spin lock. Built into the static library ozmmem, never
 // into ozmxmlapi: it is what serves malloc when the front is in use, so it
 // must not call malloc itself.
 #include "ozmmem.h"
@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <new>
 
+#include <pthread.h>
 #include <sched.h>
 #include <sys/mman.h>
 
@@ -67,6 +68,68 @@ std::atomic<int> g_nextThreadNumber{0};
 // Initial-exec: the number is read on every allocation, without a call into
 // the dynamic loader. The library is linked or preloaded, never opened late.
 __thread int t_threadNumber __attribute__((tls_model("initial-exec"))) = -1;
+
+// ---------------------------------------------------------------------------
+// The threads' caches. A thread keeps, per cached size class, a list of free
+// blocks linked through their first word with the room left in it, and at
+// most one spare list, full. Frees push onto the list and allocations pop from
+// it. A full list becomes the spare, and the spare it replaces goes to a bin
+// whole; an empty list takes the spare, or a whole list from the bin, or new
+// blocks. So blocks move between a thread and the bins a list at a time, and
+// moving a list costs the same whatever its length.
+//
+// A thread starts with no room, so its first free of a class goes the slow
+// way, which registers the thread's exit handler and gives it room; a thread
+// that is ending, or whose handler could not be registered, has no room and
+// uses the locked bins. A cached block keeps its header and owner. The lists
+// may mix blocks of several heaps (a thread frees what others allocated): a
+// whole list goes to the bin of the heap that owns its first block, and later
+// single frees of its blocks go back to their own heaps.
+
+// Blocks in a list: about 8 KB of each class, at least 2 and at most 64.
+constexpr uint8_t BatchOf(int c) {
+    uint32_t n = (8u << 10) / UsableOf(c);
+    return uint8_t(n < 2 ? 2 : n > 64 ? 64 : n);
+}
+
+struct Batches {
+    uint8_t v[kOzmMemCachedClasses];
+    constexpr Batches() : v() {
+        for (int c = 0; c < kOzmMemCachedClasses; ++c)
+            v[c] = BatchOf(c);
+    }
+};
+constexpr Batches kBatch;
+static_assert(kOzmMemCachedClasses <= kOzmMemFirstMapped, "cached classes are carved");
+
+enum CacheState : int { kCacheUnset, kCacheStarting, kCacheOn, kCacheOff };
+
+struct ThreadCache {
+    void* m_head[kOzmMemCachedClasses];
+    uint8_t m_room[kOzmMemCachedClasses];
+    int m_state;
+    void* m_spare[kOzmMemCachedClasses];
+};
+__thread ThreadCache t_cache __attribute__((tls_model("initial-exec")));
+
+pthread_key_t g_cacheKey;
+bool g_cacheKeyMade = false;
+
+void EndThreadCache(void*) { OzmMemFlushThreadCache(); }
+
+// Registers the exit handler of the calling thread and gives its cache room.
+// Registration may allocate (the C library keeps a thread's later keys in
+// a block of its own); until it is done the thread uses the locked bins.
+void StartThreadCache(ThreadCache& tc) {
+    tc.m_state = kCacheStarting;
+    if (!g_cacheKeyMade || pthread_setspecific(g_cacheKey, &tc) != 0) {
+        tc.m_state = kCacheOff;
+        return;
+    }
+    for (int c = 0; c < kOzmMemCachedClasses; ++c)
+        tc.m_room[c] = kBatch.v[c];
+    tc.m_state = kCacheOn;
+}
 
 }  // namespace
 
@@ -131,6 +194,27 @@ void* OzmMemStorage(size_t size) { return MapPages((size + kPage - 1) & ~(kPage 
 
 void* OzmMemHeap::Alloc(size_t size) {
     int c = OzmMemSizeClass(size);
+    if (c < kOzmMemCachedClasses) {
+        ThreadCache& tc = t_cache;
+        void* p = tc.m_head[c];
+        if (__builtin_expect(p != nullptr, 1)) {
+            void* next = *static_cast<void**>(p);
+            // A block that has been free for a while is out of the cache, and
+            // the next allocation's first act is to read it: start fetching
+            // it now, while the caller works with this block.
+            __builtin_prefetch(next, 1);
+            tc.m_head[c] = next;
+            ++tc.m_room[c];
+            return p;
+        }
+        return Refill(c);
+    }
+    return AllocLarger(c);
+}
+
+// Classes no thread caches, apart so that the path of the cached ones saves
+// no registers.
+__attribute__((noinline)) void* OzmMemHeap::AllocLarger(int c) {
     if (c >= kOzmMemFirstMapped) {
         if (c == kOzmMemClasses) {
             errno = ENOMEM;
@@ -154,6 +238,140 @@ void* OzmMemHeap::Alloc(size_t size) {
     }
     OzmMemLockGive(&m_lock);
     return p;
+}
+
+// The calling thread's list of class c is empty: it takes the spare list, or
+// a whole list from this heap's bin, or up to a list's worth of blocks from
+// the bin, under one lock, and returns one (just the one when the thread
+// keeps no cache).
+__attribute__((noinline)) void* OzmMemHeap::Refill(int c) {
+    ThreadCache& tc = t_cache;
+    if (tc.m_state == kCacheUnset)
+        StartThreadCache(tc);
+    bool caching = tc.m_state == kCacheOn;
+    if (caching && tc.m_spare[c]) {
+        void* p = tc.m_spare[c];
+        tc.m_spare[c] = nullptr;
+        tc.m_head[c] = *static_cast<void**>(p);
+        tc.m_room[c] = 1;
+        return p;
+    }
+    OzmMemBin& bin = m_bins[c];
+    OzmMemLockTake(&m_lock);
+    if (void* list = bin.m_batches) {
+        bin.m_batches = static_cast<void**>(list)[1];
+        void* rest = *static_cast<void**>(list);
+        if (caching) {
+            OzmMemLockGive(&m_lock);
+            tc.m_head[c] = rest;
+            tc.m_room[c] = 1;
+            return list;
+        }
+        // No cache to take the rest: it joins the single blocks.
+        if (rest) {
+            void* last = rest;
+            while (*static_cast<void**>(last))
+                last = *static_cast<void**>(last);
+            *static_cast<void**>(last) = bin.m_free;
+            bin.m_free = rest;
+        }
+        OzmMemLockGive(&m_lock);
+        return list;
+    }
+    int want = caching ? kBatch.v[c] : 1;
+    size_t stride = sizeof(OzmMemBlockHeader) + kSizes.v[c];
+    // The blocks are linked in the order they are taken, so that new blocks
+    // are handed out at rising addresses.
+    void* first = nullptr;
+    void** link = &first;
+    int got = 0;
+    while (got < want) {
+        void* p = bin.m_free;
+        if (p) {
+            bin.m_free = *static_cast<void**>(p);
+        } else if (bin.m_next != bin.m_end) {
+            auto* h = reinterpret_cast<OzmMemBlockHeader*>(bin.m_next);
+            h->m_offset = 0;
+            h->m_owner = &bin.m_owner;
+            p = h + 1;
+            bin.m_next += stride;
+        } else if (got == 0) {
+            p = Cut(bin);
+            if (!p)
+                break;
+        } else {
+            break;
+        }
+        *link = p;
+        link = static_cast<void**>(p);
+        ++got;
+    }
+    *link = nullptr;
+    OzmMemLockGive(&m_lock);
+    if (got > 1) {
+        tc.m_head[c] = *static_cast<void**>(first);
+        tc.m_room[c] = uint8_t(want - (got - 1));
+    }
+    return first;
+}
+
+// Gives the blocks of a list back to the bins that own them, one by one,
+// each heap's lock taken once for a run of blocks of that heap.
+void OzmMemHeap::GiveBack(void* list) {
+    OzmMemHeap* held = nullptr;
+    while (list) {
+        void* p = list;
+        list = *static_cast<void**>(p);
+        auto* bin = reinterpret_cast<OzmMemBin*>(OzmMemHeaderOf(p)->m_owner);
+        if (bin->m_heap != held) {
+            if (held)
+                OzmMemLockGive(&held->m_lock);
+            held = bin->m_heap;
+            OzmMemLockTake(&held->m_lock);
+        }
+        *static_cast<void**>(p) = bin->m_free;
+        bin->m_free = p;
+    }
+    if (held)
+        OzmMemLockGive(&held->m_lock);
+}
+
+// Gives a full list to the bin that owns its first block, whole.
+void OzmMemHeap::GiveList(void* list) {
+    auto* bin = reinterpret_cast<OzmMemBin*>(OzmMemHeaderOf(list)->m_owner);
+    OzmMemLockTake(&bin->m_heap->m_lock);
+    static_cast<void**>(list)[1] = bin->m_batches;
+    bin->m_batches = list;
+    OzmMemLockGive(&bin->m_heap->m_lock);
+}
+
+void OzmMemFlushThreadCache() {
+    ThreadCache& tc = t_cache;
+    bool cached = tc.m_state == kCacheOn;
+    tc.m_state = kCacheOff;
+    for (int c = 0; cached && c < kOzmMemCachedClasses; ++c) {
+        if (tc.m_spare[c])
+            OzmMemHeap::GiveList(tc.m_spare[c]);
+        if (tc.m_room[c] == 0)
+            OzmMemHeap::GiveList(tc.m_head[c]);
+        else
+            OzmMemHeap::GiveBack(tc.m_head[c]);
+        tc.m_spare[c] = nullptr;
+        tc.m_head[c] = nullptr;
+        tc.m_room[c] = 0;
+    }
+}
+
+int OzmMemCachedBlocks() {
+    const ThreadCache& tc = t_cache;
+    int n = 0;
+    for (int c = 0; c < kOzmMemCachedClasses; ++c) {
+        for (void* p = tc.m_head[c]; p; p = *static_cast<void**>(p))
+            ++n;
+        for (void* p = tc.m_spare[c]; p; p = *static_cast<void**>(p))
+            ++n;
+    }
+    return n;
 }
 
 // Gives the bin a new piece of the heap's region, mapping a new region when
@@ -188,12 +406,16 @@ OzmMemAllocator* OzmMemAllocator::Make(void* storage) {
     if (!storage)
         return nullptr;
     auto* a = new (storage) OzmMemAllocator;
+    // Creating a key takes no memory; if there is none to be had, threads
+    // keep no cache.
+    g_cacheKeyMade = pthread_key_create(&g_cacheKey, EndThreadCache) == 0;
     for (OzmMemHeap& heap : a->m_heaps) {
         for (int c = 0; c < kOzmMemFirstMapped; ++c) {
             OzmMemBin& bin = heap.m_bins[c];
             bin.m_owner.m_sizeClass = uint32_t(c);
             bin.m_heap = &heap;
             bin.m_free = nullptr;
+            bin.m_batches = nullptr;
             bin.m_next = bin.m_end = nullptr;
         }
     }
@@ -210,16 +432,53 @@ void OzmMemAllocator::Free(void* p) {
         h = OzmMemHeaderOf(p);
     }
     OzmMemOwner* owner = h->m_owner;
+    uint32_t c = owner->m_sizeClass;
+    if (c < uint32_t(kOzmMemCachedClasses)) {
+        ThreadCache& tc = t_cache;
+        if (__builtin_expect(tc.m_room[c] != 0, 1)) {
+            *static_cast<void**>(p) = tc.m_head[c];
+            tc.m_head[c] = p;
+            --tc.m_room[c];
+            return;
+        }
+        FreeUncached(p, int(c));
+        return;
+    }
+    FreeLarger(p, owner);
+}
+
+__attribute__((noinline)) void OzmMemAllocator::FreeLarger(void* p, OzmMemOwner* owner) {
     if (owner->m_sizeClass >= uint32_t(kOzmMemFirstMapped)) {
         FreeMapped(owner);
         return;
     }
-    auto* bin = reinterpret_cast<OzmMemBin*>(owner);
-    OzmMemHeap* heap = bin->m_heap;
-    OzmMemLockTake(&heap->m_lock);
-    *static_cast<void**>(p) = bin->m_free;
-    bin->m_free = p;
-    OzmMemLockGive(&heap->m_lock);
+    *static_cast<void**>(p) = nullptr;
+    OzmMemHeap::GiveBack(p);
+}
+
+// A block of a cached class when the thread's list has no room: the list is
+// full, and becomes the spare (the spare it replaces goes to a bin); or the
+// thread has no cache yet, and gets one; or it keeps none, and the block goes
+// straight to its bin.
+__attribute__((noinline)) void OzmMemAllocator::FreeUncached(void* p, int c) {
+    ThreadCache& tc = t_cache;
+    if (tc.m_state == kCacheUnset)
+        StartThreadCache(tc);
+    if (tc.m_state != kCacheOn) {
+        *static_cast<void**>(p) = nullptr;
+        OzmMemHeap::GiveBack(p);
+        return;
+    }
+    if (tc.m_room[c] == 0) {
+        if (tc.m_spare[c])
+            OzmMemHeap::GiveList(tc.m_spare[c]);
+        tc.m_spare[c] = tc.m_head[c];
+        tc.m_head[c] = nullptr;
+        tc.m_room[c] = kBatch.v[c];
+    }
+    *static_cast<void**>(p) = tc.m_head[c];
+    tc.m_head[c] = p;
+    --tc.m_room[c];
 }
 
 void* OzmMemAllocator::AllocMapped(int sizeClass) {
@@ -264,6 +523,7 @@ void OzmMemAllocator::FreeMapped(OzmMemOwner* owner) {
 }
 
 void OzmMemAllocator::Finish() {
+    OzmMemFlushThreadCache();
     OzmMemLockTake(&m_mapLock);
     m_caching = false;
     for (void*& slot : m_cache) {

@@ -3,12 +3,14 @@
 // mask and the exit-handler table.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <malloc.h>
@@ -129,6 +131,36 @@ TEST(Front, RequestsTheHeapsCannotServe) {
     std::set_new_handler(OneTry);
     EXPECT_THROW((void)operator new[](huge), std::bad_alloc);
     EXPECT_EQ(g_handlerCalls, 1);
+}
+
+// Blocks a thread frees stay in its cache, without going to a bin; when the
+// thread ends they go back to the bin of their heap, where another thread
+// allocating from that heap finds every one of them (beside the blocks the
+// first thread had taken from the bin but not handed out).
+TEST(Front, EndedThreadGivesItsCachedBlocksBack) {
+    std::vector<void*> freed;
+    int cached = 0;
+    unsigned heap = 0;
+    std::thread([&] {
+        for (int i = 0; i < 40; ++i)
+            freed.push_back(malloc(200));
+        for (void* p : freed)
+            free(p);
+        cached = OzmMemCachedBlocks();
+        heap = unsigned(OzmMemThreadNumber()) & OzmHeapMaskFor(OzmMemHeapCount());
+    }).join();
+    EXPECT_GE(cached, 40);
+    std::vector<void*> taken;
+    std::thread([&] {
+        EXPECT_EQ(OzmMemCachedBlocks(), 0);
+        for (int i = 0; i < 120; ++i)
+            taken.push_back(g_ozmMemAllocator->Heap(heap).Alloc(200));
+        EXPECT_GT(OzmMemCachedBlocks(), 0);  // the rest of the last batch
+        for (void* p : taken)
+            free(p);
+    }).join();
+    for (void* p : freed)
+        EXPECT_NE(std::find(taken.begin(), taken.end(), p), taken.end());
 }
 
 TEST(Front, HeapMask) {
