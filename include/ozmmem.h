@@ -114,6 +114,12 @@ struct OzmMemBin {
 // threads working on different heaps do not disturb each other.
 class alignas(64) OzmMemHeap {
 public:
+    // A heap owns its lock, regions and free lists: it lives in its
+    // allocator and is never copied.
+    OzmMemHeap() = default;
+    OzmMemHeap(const OzmMemHeap&) = delete;
+    OzmMemHeap& operator=(const OzmMemHeap&) = delete;
+
     // A block of at least size usable bytes, or null (errno ENOMEM) when the
     // request is too large or the system has no more memory.
     OZM_API void* Alloc(size_t size);
@@ -136,6 +142,9 @@ private:
 // The allocator object: some members of its own, then the table of heaps.
 class OzmMemAllocator {
 public:
+    OzmMemAllocator(const OzmMemAllocator&) = delete;
+    OzmMemAllocator& operator=(const OzmMemAllocator&) = delete;
+
     // Builds the allocator in storage from OzmMemStorage(sizeof(OzmMemAllocator)).
     static OzmMemAllocator* Make(void* storage);
     // Takes back a block of any heap, from any thread; null is ignored.
