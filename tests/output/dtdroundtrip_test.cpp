@@ -136,15 +136,12 @@ TEST(DtdRoundTripTest, RandomDefinitions) {
     }
 }
 
+// What only reading makes: parameter entities, repeated declarations, odd lists.
 TEST(DtdRoundTripTest, ParsedDefinitions) {
     const char16_t* const kSubsets[] = {
         u"<!ELEMENT a (#PCDATA|b*|(c|d))*><!ELEMENT b ANY><!ELEMENT c ANY>",
-        u"<!ELEMENT a ((b,c)|b)?><!ELEMENT b EMPTY><!ELEMENT c (#PCDATA)>",
         u"<!ELEMENT a EMPTY><!ELEMENT a (b)><!ELEMENT b (a?)>",
         u"<!ENTITY % m 'b, c'><!ELEMENT a (%m;, d)+><!ELEMENT b ANY><!ELEMENT c ANY><!ELEMENT d ANY>",
-        u"<!ELEMENT a EMPTY><!ATTLIST a b (x|y) 'x' c CDATA #IMPLIED>",
-        u"<!ELEMENT a EMPTY><!ATTLIST a ID ID #REQUIRED i IDREF #IMPLIED j IDREFS 'p q' e ENTITY #IMPLIED "
-        u"f ENTITIES #IMPLIED n NMTOKEN #IMPLIED m NMTOKENS #FIXED \"1 2\">",
         u"<!ELEMENT a EMPTY><!ATTLIST a e () #IMPLIED f (CDATA|) 'CDATA' g CDATA>",
         u"<!ELEMENT a EMPTY><!ATTLIST a b CDATA '&lt;%x;' c (d|d) #IMPLIED><!ATTLIST a><!ATTLIST o b CDATA #IMPLIED>",
         u"<!ENTITY % p 'x'><!ENTITY e 'a%p;b'><!ENTITY f '100% sure'><!ENTITY g '&amp;'><!ELEMENT a ANY>",

@@ -11,8 +11,7 @@ UCString Written(const XmlDtd& d, bool withExternals, bool lineBreaks) {
     UCString out;
     XmlOutputStream s;
     s.SetString(&out);
-    EXPECT_EQ(d.Write(s, withExternals, lineBreaks, true), errNone);
-    return out;
+    return d.Write(s, withExternals, lineBreaks, true) == errNone ? out : u"<failed>";
 }
 void Element(XmlDtd& d, const UCChar* name, int type, const XmlContentPart& contents = XmlContentPart()) {
     XmlElementDef* e = d.AddElement(name);
@@ -21,8 +20,7 @@ void Element(XmlDtd& d, const UCChar* name, int type, const XmlContentPart& cont
 }
 XmlAttDef* Att(XmlAttrList* l, const UCChar* name, int type, int defType, const UCChar* value = u"") {
     XmlAttDef* a = l->AddAttDef(name);
-    a->Type(type), a->DefType(defType), a->DefVal(value);
-    return a;
+    return a->Type(type), a->DefType(defType), a->DefVal(value), a;
 }
 // Element i internal (unless only), e external.
 template <bool only> void Ext(XmlDtd& d) {
@@ -53,6 +51,8 @@ void Attributes(XmlDtd& d) {
     XmlAttDef* en = Att(l, u"en", attEnumerated, defFixed, u"x");
     en->AddEnum(u"x"), en->AddEnum(u"y");
     Att(l, u"no", attIdref, defNone);
+    Att(l, u"nt", attNotation, 42);
+    Att(l, u"un", 42, defImplied);
     d.AddAttrList(u"z");
 }
 void Ordering(XmlDtd& d) {
@@ -93,7 +93,8 @@ TEST(DtdWriterTest, WrittenText) {
         {Attributes, false, false,
          u"<!DOCTYPE r [<!ATTLIST e\n          id         ID  #IMPLIED\n          abcdefghij  CDATA  \"v&amp;<\"\n"
          u"          abcdefghi  NMTOKENS  #REQUIRED\n          en         (x | y)  #FIXED \"x\"\n"
-         u"          no         IDREF  >\n<!ATTLIST z>\n]>"},
+         u"          no         IDREF  \n          nt         Whoops  \n          un         Whoops  #IMPLIED>\n"
+         u"<!ATTLIST z>\n]>"},
         {Ordering, true, false, u"<!DOCTYPE r [<!ENTITY i \"1\"><!ELEMENT a ANY><!ATTLIST orphan>\n]>"},
         {Ordering, false, false,
          u"<!DOCTYPE r [<!ENTITY i \"1\"><!ENTITY x \"2\"><!ELEMENT a ANY><!ATTLIST a\n          k          CDATA  "
@@ -103,18 +104,6 @@ TEST(DtdWriterTest, WrittenText) {
         XmlDtd d;
         c.build(d);
         EXPECT_EQ(Written(d, c.withExternals, c.lineBreaks), c.expected);
-    }
-}
-
-TEST(DtdWriterTest, AttributeTypes) {
-    const std::pair<int, const UCChar*> kTypes[] = {
-        {attNone, u"Whoops"}, {attCdata, u"CDATA"}, {attId, u"ID"}, {attIdref, u"IDREF"},
-        {attIdrefs, u"IDREFS"}, {attEntity, u"ENTITY"}, {attEntities, u"ENTITIES"}, {attNmtoken, u"NMTOKEN"},
-        {attNmtokens, u"NMTOKENS"}, {attNotation, u"Whoops"}, {attEnumerated, u"()"}, {42, u"Whoops"}};
-    for (const auto& [type, text] : kTypes) {
-        XmlDtd d;
-        Att(d.AddAttrList(u"e"), u"a", type, 42);
-        EXPECT_EQ(Written(d, false, false), u"<!DOCTYPE  [<!ATTLIST e\n          a          " + UCString(text) + u"  >\n]>");
     }
 }
 
