@@ -1,11 +1,18 @@
-// Documents parsed into the tree: the joining of character data, white
-// space, nothing read behind the root, the nesting limit, what is left after
-// a failure, and the reuse of one document object for several parses.
+// Documents parsed into the tree: joined character data, nothing read behind
+// the root, the nesting limit, what a failure leaves, the error state, and
+// large inputs that must not exhaust the stack.
 #include <gtest/gtest.h>
 
 #include "test_util.h"
 
 namespace {
+
+UCString Repeat(const UCString& s, size_t n) {
+    UCString out;
+    while (n--)
+        out += s;
+    return out;
+}
 
 // The tree as text: name{data}[attributes](children), siblings by blanks.
 UCString Tree(const XmlElement* e) {
@@ -22,89 +29,77 @@ UCString Tree(const XmlElement* e) {
     return out;
 }
 
-// Nested elements l0 ... l(levels-1), with `inner` inside the innermost.
+// Nested elements l0 ... l(levels-1), with inner inside the innermost.
 UCString Nested(int levels, const UCString& inner) {
     UCString open, close;
-    for (int i = 0; i < levels; ++i) {
-        open += u"<" + Num(u"l", i) + u">";
-        close = u"</" + Num(u"l", i) + u">" + close;
-    }
+    for (int i = 0; i < levels; ++i)
+        open += u"<" + Num(u"l", i) + u">", close = u"</" + Num(u"l", i) + u">" + close;
     return open + inner + close;
 }
 
-TEST(ParseDocumentTest, TreesAndFailures) {
+TEST(ParseDocumentTest, TreesFailuresAndPlaces) {
+    const UCString deep = u"<l0><l1><l2><l3><l4><l5><l6><l7><l8><l9><l10><l11><l12><l13><l14><l15><l16><l17><l18><l19>";
     const struct {
         UCString input;
         BATCHERR code;
         UCString message, tree;
+        int line, col;  // the last token read
     } cases[] = {
-        {u"", errNone, u"", u""},
-        {u"<a/>", errNone, u"", u"a{}"},
-        {u"<a></a>", errNone, u"", u"a{}"},
-        // Text is stored when the element ends, joined around its children.
-        {u"<r>1<a>2<b>3</b>4</a>5<c/>6<a>7</a></r>", errNone, u"", u"r{156}(a{24}(b{3}) c{} a{7})"},
-        {u"<r>\r\n  <a/>\n\t<b> </b>\r\n</r>", errNone, u"", u"r{\n  \n\t\n}(a{} b{ })"},
-        // Nothing behind the root is read.
-        {u"<a></a>&junk;<<<!--", errNone, u"", u"a{}"},
-        {u"<a/><b/><?xml?><!DOCTYPE x>\xFFFF", errNone, u"", u"a{}"},
-        {u"<a><b></a>", errSyntax, u"Improper element nesting", u"a{}(b{})"},
-        {u"<a></A>", errSyntax, u"Improper element nesting", u"a{}"},
-        {u"<ab></a>", errSyntax, u"Improper element nesting", u"ab{}"},
-        {u"<a></ab>", errSyntax, u"Improper element nesting", u"a{}"},
-        // What was built before a failure stays; an element without its end
-        // tag has no data, a start tag that fails is never attached.
-        {u"<a>x<b>y</b><c>z<d/>", errSyntax, Ux(kEof), u"a{}(b{y} c{}(d{}))"},
-        {u"<a><b c='1' d></b></a>", errSyntax, Ux(u">"), u"a{}"},
-        {u"<a b>", errSyntax, Ux(u">"), u""},
-        // Twenty levels with content parse; an empty-element tag below them
-        // needs no content parsing.
-        {Nested(20, u"deep<x/>"), errNone, u"",
-         u"l0{}(l1{}(l2{}(l3{}(l4{}(l5{}(l6{}(l7{}(l8{}(l9{}(l10{}(l11{}(l12{}(l13{}(l14{}(l15{}(l16{}(l17{}(l18{}"
-         u"(l19{deep}(x{}))))))))))))))))))))"},
+        {u"", errNone, u"", u"", 1, 0},
+        {u"<a/>", errNone, u"", u"a{}", 1, 3},
+        {u"<a></a>", errNone, u"", u"a{}", 1, 3},
+        {u"<a>\n<b/>\n</a>", errNone, u"", u"a{\n\n}(b{})", 3, 1},
+        {u"  <!-- c -->  ", errNone, u"", u"", 1, 14},
+        {u"<r>1<a>2<b>3</b>4</a>5<c/>6<a>7</a></r>", errNone, u"", u"r{156}(a{24}(b{3}) c{} a{7})", 1, 35},
+        {u"<r>\r\n  <a/>\n\t<b> </b>\r\n</r>", errNone, u"", u"r{\n  \n\t\n}(a{} b{ })", 4, 1},
+        {u"<a></a>&junk;<<<!--", errNone, u"", u"a{}", 1, 3},
+        {u"<a/><b/><?xml?><!DOCTYPE x>\xFFFF", errNone, u"", u"a{}", 1, 3},
+        {u"<a>\n\n<b></a>", errSyntax, u"Improper element nesting", u"", 3, 3},
+        {u"<a><b></a>", errSyntax, u"Improper element nesting", u"a{}(b{})", 1, 6},
+        {u"<a></A>", errSyntax, u"Improper element nesting", u"a{}", 1, 3},
+        {u"<ab></a>", errSyntax, u"Improper element nesting", u"ab{}", 1, 4},
+        {u"<a></ab>", errSyntax, u"Improper element nesting", u"a{}", 1, 3},
+        {u"<a>x<b>y</b><c>z<d/>", errSyntax, Ux(kEof), u"a{}(b{y} c{}(d{}))", 1, 20},
+        {u"<a><b c='1' d></b></a>", errSyntax, Ux(u">"), u"a{}", 1, 14},
+        {u"\u00E9t\u00E9\u4E00<a/>", errSyntax, Ux(u"\u00E9t\u00E9\u4E00"), u"", 1, 1},
+        {u"'%s %d %%'<a/>", errSyntax, Ux(u"%s %d %%"), u"", 1, 1},
+        {Nested(20, u"<x></x>"), errSyntax, u"Element nesting too deep", u"", 1, int(deep.size()) + 3},
+        {Nested(20, u"<x a='1'>"), errSyntax, u"Element nesting too deep", u"", 1, int(deep.size()) + 9},
+        {Repeat(u"<!", 100000) + u"DOCTYPE a><a/>", errSyntax, Ux(u"<!"), u"", 0, 0},
+        {Repeat(u"<?", 100000) + u"pi?><a/>", errSyntax, Ux(u"<?"), u"", 0, 0},
+        {Repeat(u"<!", 100000), errSyntax, Ux(u"<!"), u"", 0, 0},
+        {Repeat(u"<a>", 100000), errSyntax, u"Element nesting too deep", u"", 1, 63},
     };
+    XmlDocument doc;
     for (const auto& c : cases) {
         SCOPED_TRACE(Narrow(c.input.substr(0, 60)));
-        XmlDocument doc;
         EXPECT_EQ(doc.ParseString(c.input), c.code);
         EXPECT_EQ(Str(doc.ErrorMessage()), c.message);
-        EXPECT_EQ(Tree(doc.RootElement()), c.tree);
-        if (doc.RootElement()) {
-            EXPECT_EQ(doc.RootElement()->Parent(), nullptr);
-            EXPECT_EQ(doc.RootElement()->Next(), nullptr);
+        EXPECT_EQ(Str(doc.ErrorFile()), u"string");
+        if (!c.tree.empty() || c.code == errNone) {
+            EXPECT_EQ(Tree(doc.RootElement()), c.tree);
+        }
+        if (c.line) {
+            EXPECT_EQ(doc.ErrorLine() * 10000000 + doc.ErrorCol(), c.line * 10000000 + c.col);
         }
     }
+    // Below twenty levels content parses; an element at the twenty-first is
+    // attached to l19 before the failure.
+    ASSERT_EQ(doc.ParseString(Nested(20, u"<x></x>")), errSyntax);
+    const XmlElement* e = doc.RootElement();
+    for (int i = 0; i < 20 && e; ++i)
+        e = e->Child();
+    ASSERT_NE(e, nullptr);
+    EXPECT_EQ(Str(e->Name()) + Str(e->Parent()->Name()), u"xl19");
+    ASSERT_EQ(doc.ParseString(Nested(19, Repeat(u"<s>t</s>", 50))), errNone);
+    ASSERT_EQ(doc.ParseString(Nested(20, u"deep<x/>")), errNone);
+    EXPECT_EQ(Str(doc.RootElement()->Child()->Child()->Child()->Name()), u"l3");
 }
 
-TEST(ParseDocumentTest, ContentAtTheTwentyFirstLevelIsTooDeep) {
-    for (const UCString& inner : {UCString(u"<x></x>"), UCString(u"<x a='1'>")}) {
-        SCOPED_TRACE(Narrow(inner));
-        XmlDocument doc;
-        UCString input = Nested(20, inner);
-        EXPECT_EQ(doc.ParseString(input), errSyntax);
-        EXPECT_EQ(Str(doc.ErrorMessage()), u"Element nesting too deep");
-        // Raised between tokens: the place is that of the '>' that closes
-        // the start tag of x, which is attached to l19.
-        EXPECT_EQ(doc.ErrorCol(), int(input.find(u'>', input.find(u"<x"))) + 1);
-        const XmlElement* e = doc.RootElement();
-        for (int i = 0; i < 20 && e; ++i)
-            e = e->Child();
-        ASSERT_NE(e, nullptr);
-        EXPECT_EQ(Str(e->Name()) + Str(e->Parent()->Name()), u"xl19");
-    }
-    // The limit is per level, not per element; the object parses normally
-    // after a failure.
-    UCString inner;
-    for (int i = 0; i < 50; ++i)
-        inner += u"<s>t</s>";
+TEST(ParseDocumentTest, StateAcrossParsesAndClear) {
     XmlDocument doc;
-    ASSERT_EQ(doc.ParseString(Nested(19, inner)), errNone);
-    EXPECT_EQ(doc.ParseString(Nested(21, u"")), errSyntax);
-    ASSERT_EQ(doc.ParseString(Nested(20, u"ok")), errNone);
-    EXPECT_EQ(Str(doc.ErrorMessage()), u"");
-}
-
-TEST(ParseDocumentTest, EachParseReplacesTheDocument) {
-    XmlDocument doc;
+    EXPECT_EQ(Str(doc.ErrorMessage()) + Str(doc.ErrorFile()), u"");
+    EXPECT_EQ(doc.ErrorLine() + doc.ErrorCol(), 0);
     ASSERT_EQ(doc.ParseString(u"<first><x>1</x></first>"), errNone);
     doc.Version(2.5);
     doc.Encoding(OZM_CSET(4));
@@ -112,15 +107,59 @@ TEST(ParseDocumentTest, EachParseReplacesTheDocument) {
     EXPECT_EQ(Tree(doc.RootElement()), u"second{}[y=2]");
     EXPECT_EQ(doc.Version(), 1.0);
     EXPECT_EQ(doc.Encoding(), OZM_CSET(1));
-    ASSERT_EQ(doc.ParseString(u"<!-- nothing -->"), errNone);
-    EXPECT_EQ(doc.RootElement(), nullptr);
-    // Clear discards a partial tree and leaves the declaration values alone.
-    EXPECT_EQ(doc.ParseString(u"<a><b>"), errSyntax);
+    // Clear discards a partial tree; the error and declaration values stay.
+    EXPECT_EQ(doc.ParseString(u"<a>\n<b>"), errSyntax);
     doc.Version(3.0);
     doc.Clear();
     EXPECT_EQ(doc.RootElement(), nullptr);
     EXPECT_EQ(doc.ElementBlocks()->FreeCount(), 1000);
     EXPECT_EQ(doc.Version(), 3.0);
+    EXPECT_EQ(Str(doc.ErrorMessage()), Ux(kEof));
+    EXPECT_EQ(doc.ErrorLine(), 2);
+}
+
+TEST(ParseDocumentTest, MessagesAreHeldTo511Units) {
+    for (size_t len : {size_t(492), size_t(493), size_t(5000)}) {  // 492 + 19 just fits
+        XmlDocument doc;
+        EXPECT_EQ(doc.ParseString(UCString(len, u'n') + u"<a/>"), errSyntax);
+        EXPECT_EQ(Str(doc.ErrorMessage()), Ux(UCString(len, u'n')).substr(0, 511)) << len;
+    }
+}
+
+TEST(ParseDocumentTest, LargeInputs) {
+    XmlDocument doc;
+    ASSERT_EQ(doc.ParseString(u"<r>" + Repeat(u"<x/>", 1000000) + u"</r>"), errNone);
+    int n = 0, blocks = 0;
+    for (XmlElement* x = doc.RootElement()->Child(); x; x = x->Next())
+        n += x->Parent() == doc.RootElement();
+    for (XmlElementBlock* b = doc.ElementBlocks(); b; b = b->Next())
+        ++blocks;
+    EXPECT_EQ(n, 1000000);
+    EXPECT_EQ(blocks * 10000 + doc.ElementBlocks()->FreeCount(), 1001 * 10000 + 999);
+    EXPECT_EQ(doc.ErrorCol(), 3 + 4 * 1000000);
+
+    const UCString text = u"<a>" + Repeat(u"line\n", 800000);
+    for (const UCString end : {u"</a>", u"</b>"}) {
+        EXPECT_EQ(doc.ParseString(text + end), end == u"</a>" ? errNone : errSyntax);
+        EXPECT_EQ(doc.ErrorLine() * 10 + doc.ErrorCol(), 8000011);
+    }
+    EXPECT_EQ(Str(doc.ErrorMessage()), u"Improper element nesting");
+    ASSERT_EQ(doc.ParseString(u"<a>" + Repeat(u"ab\r\n", 500000) + u"</a>"), errNone);
+    EXPECT_EQ(doc.RootElement()->DataLength() * 10 + doc.ErrorLine(), 15000000 + 500001);
+
+    const UCString name(100000, u'n');
+    const UCString big = u"<!--" + Repeat(u"- -> <a/>", 100000) + u"-->\n<" + name + u" k='" + Repeat(u"v\r\n", 300000) +
+                         u"'>" + Repeat(u"<!--c-->", 50000) + u"</" + name + u">";
+    ASSERT_EQ(doc.ParseString(big), errNone);
+    EXPECT_EQ(Str(doc.RootElement()->Name()), name);
+    EXPECT_EQ(Str(doc.RootElement()->GetAttributeValue(u"k")), Repeat(u"v\n", 300000));
+    EXPECT_EQ(doc.ErrorLine(), 300002);
+    UCString attrs;
+    for (int i = 0; i < 5000; ++i)
+        attrs += u" a='" + Repeat(u"x", size_t(i % 7)) + u"'";
+    ASSERT_EQ(doc.ParseString(u"<e" + attrs + u"/>"), errNone);
+    EXPECT_EQ(doc.RootElement()->AttributeCount(), 5000);
+    EXPECT_EQ(Str(doc.RootElement()->GetAttributeValue(4999)), u"x");
 }
 
 }  // namespace

@@ -1,240 +1,183 @@
-// Documents read from files and from I/O modules.
+// The XML declaration, and documents read from files and from I/O modules.
 #include <gtest/gtest.h>
-
-#include <thread>
 
 #include "test_util.h"
 
 namespace {
 
-std::string Utf16(const std::u16string& s, bool bigEndian, bool mark) {
-    std::string out;
-    auto put = [&](char16_t u) {
-        char hi = char(u >> 8), lo = char(u & 0xFF);
-        out += bigEndian ? std::string{hi, lo} : std::string{lo, hi};
-    };
-    if (mark)
-        put(0xFEFF);
-    for (char16_t u : s)
-        put(u);
-    return out;
-}
-
-TEST(ParseFileTest, ReadsEachEncodingOfTheSameDocument) {
-    TempDir dir;
-    const std::u16string doc = u"<r a=\"\u00e9\">\u03b1\u4e2d\U0001F600</r>";
-    const std::string utf8 = "<r a=\"\xc3\xa9\">\xce\xb1\xe4\xb8\xad\xf0\x9f\x98\x80</r>";
-    struct Case {
-        const char* name;
-        std::string bytes;
+TEST(TextDeclTest, FromAString) {
+    const struct {
+        const char16_t* text;
+        BATCHERR result;
+        const char16_t* message;
+        double version;
     } cases[] = {
-        {"utf8", utf8},
-        {"utf8bom", "\xef\xbb\xbf" + utf8},
-        {"utf16le", Utf16(doc, false, true)},
-        {"utf16be", Utf16(doc, true, true)},
-        {"latin1", "<r a=\"\xe9\">\xff</r>"},  // bytes that are no UTF-8
-        {"empty", ""},
+        {u"<?xml?><a/>", errNone, u"", 1.0},
+        {u"<?XML VERSION='1' standalone=\"YES\" encoding=\"no-such-set\"?><a/>", errNone, u"", 1.0},
+        {u"<!-- c --><?xml version=\"1.0x\"?><?xml version=\"2.0\"?><a/>", errNone, u"", 1.0},
+        {u"<?xml version=\"1.1\"?><a/>", errSyntax, u"Unsupported XML version 1.1", 1.1},
+        {u"<?xml version=\"abc\"?><a/>", errSyntax, u"Unsupported XML version 0.0", 0.0},
+        {u"<?xml standalone=\"never\"?><a/>", errSyntax, u"Standalone attribute must be 'yes' or 'no'", 1.0},
+        {u"<?xml version \"1.0\"?><a/>", errSyntax, u"Unexpected token '1.0'", 1.0},
+        {u"<?xml foo=\"1\"?><a/>", errSyntax, u"Invalid attribute 'foo' in XMLDecl", 1.0},
+        {u"<?xml version=\"1.0\"><a/>", errSyntax, u"Unexpected token '>'", 1.0},
+        {u"<?xml version=\"1.0\"", errSyntax, u"Unexpected token '\uFFFF'", 1.0},
+        {u"<?xml version=1.0?><a/>", errSyntax, u"Unexpected token '1'", 1.0},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& c : cases) {
         XmlDocument d;
-        std::string path = dir.Write(c.name, c.bytes);
-        ASSERT_EQ(d.ParseFile(U(path).c_str()), errNone) << Utf8(d.ErrorMessage());
-        if (c.bytes.empty()) {
-            EXPECT_EQ(d.RootElement(), nullptr);
-            continue;
+        EXPECT_EQ(d.ParseString(c.text), c.result) << Narrow(c.text);
+        EXPECT_EQ(Str(d.ErrorMessage()), c.message);
+        EXPECT_EQ(d.Version(), c.version);
+        EXPECT_EQ(d.Encoding(), csetUTF8);  // never taken from a string
+    }
+}
+
+TEST(ParseFileTest, EncodingsDeclarationsAndFailures) {
+    TempDir dir;
+    const std::string utf8 = "<r a=\"\xc3\xa9\">\xce\xb1\xe4\xb8\xad\xf0\x9f\x98\x80</r>";
+    std::string le = "\xff\xfe", be = "\xfe\xff";
+    for (char16_t u : std::u16string(u"<r a=\"\u00e9\">\u03b1\u4e2d\U0001F600</r>"))
+        le += {char(u & 0xFF), char(u >> 8)}, be += {char(u >> 8), char(u & 0xFF)};
+    const struct {
+        std::string bytes;
+        BATCHERR result;
+        OZM_CSET encoding;
+        const char16_t *message, *data;
+    } cases[] = {
+        {utf8, errNone, csetUTF8, u"", u"\u03b1\u4e2d\U0001F600"},
+        {"\xef\xbb\xbf" + utf8, errNone, csetUTF8, u"", u"\u03b1\u4e2d\U0001F600"},
+        {le, errNone, csetUTF8, u"", u"\u03b1\u4e2d\U0001F600"},
+        {be, errNone, csetUTF8, u"", u"\u03b1\u4e2d\U0001F600"},
+        {"<r a=\"\xe9\">\xff</r>", errNone, csetUTF8, u"", u"\u00ff"},  // bytes that are no UTF-8
+        {"", errNone, csetUTF8, u"", u"<null>"},
+        {"<?xml version='1.0' encoding='ISO-8859-1'?><r a='\xe9'/>", errNone, csetISO8859_1, u"", u""},
+        {"<?xml encoding='utf-16'?><r a='\xc3\xa9'/>", errNone, csetUTF16, u"", u""},
+        {"<?xml encoding='no-such-set'?><a/>", errSyntax, csetUnknown, u"Unsupported encoding 'no-such-set'", u"<null>"},
+        {"<r>\r\n  <a></b>\n</r>", errSyntax, csetUTF8, u"Improper element nesting", u"<null>"},
+    };
+    XmlDocument d;
+    for (const auto& c : cases) {
+        const UCString path = U(dir.Write("d.xml", c.bytes));
+        EXPECT_EQ(d.ParseFile(path.c_str()), c.result) << c.bytes;
+        EXPECT_EQ(d.Encoding(), c.encoding);
+        EXPECT_EQ(Str(d.ErrorMessage()), c.message);
+        EXPECT_EQ(Str(d.ErrorFile()), path);
+        if (c.result == errNone && d.RootElement()) {
+            EXPECT_EQ(Str(d.RootElement()->Data()), c.data);
+            EXPECT_EQ(Str(d.RootElement()->GetAttributeValue(u"a")), u"\u00e9");
+        } else if (c.result == errNone) {
+            EXPECT_EQ(Str(c.data), u"<null>");
         }
-        EXPECT_EQ(UCString(d.RootElement()->Data()), std::string(c.name) == "latin1" ? u"\u00ff" : u"\u03b1\u4e2d\U0001F600");
-        EXPECT_EQ(UCString(d.RootElement()->GetAttributeValue(u"a")), u"\u00e9");
-        EXPECT_EQ(UCString(d.ErrorFile()), U(path));
     }
-}
-
-TEST(ParseFileTest, ColumnsAndLinesCountInTheFile) {
-    TempDir dir;
-    XmlDocument d;
-    std::string path = dir.Write("bad.xml", "<r>\r\n  <a></b>\n</r>");
-    EXPECT_EQ(d.ParseFile(U(path).c_str()), errSyntax);
-    EXPECT_EQ(UCString(d.ErrorMessage()), u"Improper element nesting");
-    EXPECT_EQ(d.ErrorLine(), 2);
-    EXPECT_EQ(d.ErrorCol(), 5);  // the last unit read before "</b>"
-}
-
-TEST(ParseFileTest, MissingFileOrDirectoryKeepsThePreviousPosition) {
-    TempDir dir;
-    XmlDocument d;
-    ASSERT_EQ(d.ParseString(u"<a>\n <b x></a>"), errSyntax);
-    const UCString file = d.ErrorFile();
-    const int line = d.ErrorLine(), col = d.ErrorCol();
-    for (const std::string& path : {dir.Dir() + "/missing.xml", dir.Dir()}) {
-        SCOPED_TRACE(path);
+    EXPECT_EQ(d.ErrorLine() * 10 + d.ErrorCol(), 25);  // the last unit read before "</b>"
+    // A missing file or a directory leaves the former document and place.
+    for (const std::string& path : {dir.Path("missing.xml"), dir.Dir()}) {
         EXPECT_EQ(d.ParseFile(U(path).c_str()), errOpenSource);
-        EXPECT_EQ(UCString(d.ErrorMessage()), u"Unable to open source file " + U(path));
-        EXPECT_EQ(UCString(d.ErrorFile()), file);
-        EXPECT_EQ(d.ErrorLine(), line);
-        EXPECT_EQ(d.ErrorCol(), col);
-        // The former document is still there.
-        ASSERT_NE(d.RootElement(), nullptr);
-        EXPECT_EQ(UCString(d.RootElement()->Name()), u"a");
+        EXPECT_EQ(Str(d.ErrorMessage()), u"Unable to open source file " + U(path));
+        EXPECT_EQ(Str(d.ErrorFile()) + Num(u":", d.ErrorLine()) + Num(u":", d.ErrorCol()), U(dir.Path("d.xml:2:5")));
+        EXPECT_EQ(Str(d.RootElement()->Child()->Name()), u"a");
     }
+    // The written declaration shows what was read; a later parse resets it.
+    const UCString path = U(dir.Write("d.xml", "<?xml version='1.0' encoding='windows-1252' standalone='no'?><a/>"));
+    ASSERT_EQ(d.ParseFile(path.c_str()), errNone);
+    EXPECT_EQ(d.Encoding(), csetWindows1250 + 2);
+    std::string out;
+    XmlOutputStream s;
+    s.SetUTFString(&out);
+    d.Write(s, false, true, true, 1, true);
+    ASSERT_EQ(d.ParseString(u"<a/>"), errNone);
+    d.Write(s, false, false, true, 1, true);
+    EXPECT_EQ(out, "<?xml version=\"1.0\" encoding=\"windows-1252\"?>\n<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
 }
 
-// A module that serves a fixed text, answering errNotReady a number of
-// times before each unit, and recording what it was told.
-struct ScriptState {
-    std::u16string text, lastResource, lastOptions;
-    int notReadyBeforeEach = 0, stallAfter = -1;  // -1: never stalls for good
+// A module that serves a fixed text, answering errNotReady a number of times
+// before each unit or for good from a place on, and recording its calls.
+struct Script {
+    std::u16string text, resource, options;
+    int notReady = 0, stallAfter = 1 << 30, opens = 0, closes = 0, designOn = 0, designOff = 0, mode = 0;
     BATCHERR openResult = errNone;
-    int opens = 0, closes = 0, designOn = 0, designOff = 0;
-    short lastMode = 0;
-};
+} g;
+void Reset(const char16_t* text, int notReady = 0, BATCHERR open = errNone) {
+    g = Script();
+    g.text = text, g.notReady = notReady, g.openResult = open;
+}
 
 struct ScriptedModule : OzmIOModule {
-    static inline ScriptState s;
     size_t pos = 0;
     int waits = 0;
-
-    BATCHERR Open(const UCChar* resource, const UCChar* options, short mode) override {
-        ++s.opens;
-        s.lastResource = resource;
-        s.lastOptions = options;
-        s.lastMode = mode;
-        return s.openResult;
+    BATCHERR Open(const UCChar* r, const UCChar* o, short m) override {
+        return ++g.opens, g.resource = r, g.options = o, g.mode = m, g.openResult;
     }
-    BATCHERR Close() override { return ++s.closes, errNone; }
+    BATCHERR Close() override { return ++g.closes, errNone; }
     BATCHERR Read(UCChar* buffer, size_t, size_t& count) override {
         count = 0;
-        if (pos >= s.text.size())
+        if (pos >= g.text.size())
             return BATCHERR(1);
-        if ((s.stallAfter >= 0 && pos >= size_t(s.stallAfter)) || waits++ < s.notReadyBeforeEach)
+        if (int(pos) >= g.stallAfter || waits++ < g.notReady)
             return errNotReady;
         waits = 0;
-        buffer[count++] = s.text[pos++];
+        buffer[count++] = g.text[pos++];
         return errNone;
     }
     BATCHERR Write(const UCChar*, size_t) override { return errNone; }
-    void SetDesignMode(bool on) override { ++(on ? s.designOn : s.designOff); }
+    void SetDesignMode(bool on) override { ++(on ? g.designOn : g.designOff); }
     const UCChar* LastErrorMessage() const override { return u"scripted failure"; }
-    static void Reset(const std::u16string& t, int notReady = 0, BATCHERR open = errNone) {
-        s = ScriptState();
-        s.text = t;
-        s.notReadyBeforeEach = notReady;
-        s.openResult = open;
-    }
 };
 
-OzmIOModule* NewScripted() { return new ScriptedModule; }
-
-class ParseDllTest : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"scripted", NewScripted)); }
-    void TearDown() override { OzmLightweightIO::UnregisterModule(u"scripted"); }
-};
-
-struct CountingNotifier : OzmNotifier {
-    int begins = 0, polls = 0, ends = 0;
-    int giveUpAfterPolls = -1;  // -1: never
-    XmlDocument* doc = nullptr; // when set, switches design mode on at the first poll
-    void BeginRead(int phase) override {
-        EXPECT_EQ(phase, 1);
-        ++begins;
-    }
+struct Notifier : OzmNotifier {
+    int begins = 0, polls = 0, ends = 0, giveUpAfter = 1 << 30;
+    XmlDocument* doc = nullptr;  // switched to design mode at the first poll
+    void BeginRead(int phase) override { begins += phase == 1; }
     int PollRead(int phase, int step) override {
-        EXPECT_EQ(phase, 0);
-        EXPECT_EQ(step, 2);
-        ++polls;
-        if (doc && polls == 1)
+        if (++polls == 1 && doc)
             doc->DesignMode(true);
-        return giveUpAfterPolls >= 0 && polls > giveUpAfterPolls ? 1 : 0;
+        return phase == 0 && step == 2 ? polls > giveUpAfter : 7;
     }
-    void EndRead(int phase) override {
-        EXPECT_EQ(phase, 0);
-        ++ends;
-    }
+    void EndRead(int phase) override { ends += phase == 0; }
 };
 
-TEST_F(ParseDllTest, ReadsThroughTheModuleAndPassesItsArguments) {
-    ScriptedModule::Reset(u"<a x='1'>hi</a>", 2);  // waits without a notifier too
+TEST(ParseDllTest, ModulesNotifiersAndFailures) {
+    ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"scripted", [] { return (OzmIOModule*)new ScriptedModule; }));
     XmlDocument d;
+    Reset(u"<a x='1'>hi</a>", 2);  // waits without a notifier too
+    d.DesignMode(true);                 // no module: nothing happens
     ASSERT_EQ(d.ParseDLL(u"scripted:res/x?opt=1", false, true, nullptr, false), errNone);
-    EXPECT_EQ(UCString(d.RootElement()->Data()), u"hi");
-    EXPECT_EQ(ScriptedModule::s.lastResource, u"res/x");
-    EXPECT_EQ(ScriptedModule::s.lastOptions, u"opt=1");
-    EXPECT_EQ(ScriptedModule::s.lastMode, short(-32768));
-    EXPECT_EQ(ScriptedModule::s.opens, 1);
-    EXPECT_EQ(ScriptedModule::s.closes, 1);
-    EXPECT_EQ(ScriptedModule::s.designOn, 1);
-    EXPECT_EQ(UCString(d.ErrorFile()), u"scripted:res/x?opt=1");
-}
+    EXPECT_EQ(Str(d.RootElement()->Data()) + u"|" + g.resource + u"|" + g.options + u"|" + Str(d.ErrorFile()),
+              u"hi|res/x|opt=1|scripted:res/x?opt=1");
+    EXPECT_EQ(std::vector<int>({g.mode, g.opens, g.closes, g.designOn, g.designOff}), std::vector<int>({-32768, 1, 1, 1, 0}));
 
-TEST_F(ParseDllTest, WaitsOnNotReadyAndCallsTheNotifierAroundEachUnit) {
-    const std::u16string text = u"<a>xy</a>";
-    ScriptedModule::Reset(text, 3);
-    XmlDocument d;
-    CountingNotifier n;
-    ASSERT_EQ(d.ParseDLL(u"scripted:r", false, false, &n, false), errNone);
-    EXPECT_EQ(UCString(d.RootElement()->Data()), u"xy");
-    // The parse stops at the end of the root: every unit of the text is read
-    // once, each after three refusals.
-    EXPECT_EQ(n.begins, int(text.size()));
-    EXPECT_EQ(n.ends, int(text.size()));
-    EXPECT_EQ(n.polls, 3 * int(text.size()));
-}
-
-TEST_F(ParseDllTest, NotifierThatGivesUpEndsTheInput) {
-    // Five units arrive ("<a>te"), then the module stalls; the notifier lets
-    // it wait twice and then gives up. The module is asked again at every
-    // later read, and every refused wait gives the end of input.
-    ScriptedModule::Reset(u"<a>text</a>", 0);
-    ScriptedModule::s.stallAfter = 5;
-    XmlDocument d;
-    CountingNotifier n;
-    n.giveUpAfterPolls = 2;
-    EXPECT_EQ(d.ParseDLL(u"scripted:r", false, false, &n, false), errSyntax);
-    // The text token ends at the first refusal, the next token meets the
-    // second one.
-    EXPECT_EQ(n.polls, 4);
-    EXPECT_EQ(UCString(d.ErrorMessage()), u"Unexpected token '\uFFFF'");
-    EXPECT_EQ(d.ErrorCol(), 0);  // columns are not counted for modules
-    EXPECT_EQ(d.ErrorLine(), 1);
-    EXPECT_EQ(ScriptedModule::s.closes, 1);
-}
-
-TEST_F(ParseDllTest, DesignModeReachesTheModuleOnlyDuringTheParse) {
-    ScriptedModule::Reset(u"<a/>", 1);
-    XmlDocument d;
-    d.DesignMode(true);  // no module: nothing happens
-    EXPECT_EQ(ScriptedModule::s.designOn, 0);
-    CountingNotifier n;
+    // Each unit after three refusals, each refusal polled; the notifier turns
+    // design mode on during the parse, after ParseDLL turned it off.
+    Reset(u"<a>xy</a>", 3);
+    Notifier n;
     n.doc = &d;
     ASSERT_EQ(d.ParseDLL(u"scripted:r", false, false, &n, false), errNone);
-    EXPECT_EQ(ScriptedModule::s.designOff, 1);  // from ParseDLL, right after Open
-    EXPECT_EQ(ScriptedModule::s.designOn, 1);   // from the notifier, during the parse
+    EXPECT_EQ(std::vector<int>({n.begins, n.ends, n.polls, g.designOff, g.designOn}), std::vector<int>({9, 9, 27, 1, 1}));
     d.DesignMode(false);
-    EXPECT_EQ(ScriptedModule::s.designOff, 1);
-}
+    EXPECT_EQ(g.designOff, 1);
 
-TEST_F(ParseDllTest, FailuresBeforeTheParseKeepTheFormerDocument) {
-    XmlDocument d;
+    // Five units arrive, then the module stalls; a notifier that gives up
+    // after two polls ends the input at each later read.
+    Reset(u"<a>text</a>");
+    g.stallAfter = 5;
+    Notifier quitter;
+    quitter.giveUpAfter = 2;
+    EXPECT_EQ(d.ParseDLL(u"scripted:r", false, false, &quitter, false), errSyntax);
+    EXPECT_EQ(Str(d.ErrorMessage()), Ux(kEof));
+    EXPECT_EQ(std::vector<int>({quitter.polls, d.ErrorLine(), d.ErrorCol(), g.closes}), std::vector<int>({4, 1, 0, 1}));
+
+    // Failures before the parse keep the former document and place.
     ASSERT_EQ(d.ParseString(u"<keep/>"), errNone);
-    const int line = d.ErrorLine(), col = d.ErrorCol();
-
     EXPECT_EQ(d.ParseDLL(u"no-colon-here"), errOpenSource);
-    EXPECT_EQ(UCString(d.ErrorMessage()), u"Unable to parse DLL specification 'no-colon-here'");
-
-    ScriptedModule::Reset(u"<a/>", 0, BATCHERR(77));
+    EXPECT_EQ(Str(d.ErrorMessage()), u"Unable to parse DLL specification 'no-colon-here'");
+    Reset(u"<a/>", 0, BATCHERR(77));
     EXPECT_EQ(d.ParseDLL(u"scripted:r"), BATCHERR(77));
-    EXPECT_EQ(UCString(d.ErrorMessage()), u"XML API: scripted failure");
-    EXPECT_EQ(ScriptedModule::s.closes, 0);  // never opened, so never closed
-
-    BATCHERR unknown = d.ParseDLL(u"no-such-module:r");
-    EXPECT_NE(unknown, errNone);
+    EXPECT_EQ(Str(d.ErrorMessage()) + Num(u"|", g.closes), u"XML API: scripted failure|0");
+    EXPECT_NE(d.ParseDLL(u"no-such-module:r"), errNone);
     EXPECT_EQ(Utf8(d.ErrorMessage()).rfind("XML API: ", 0), 0u);
-
-    ASSERT_NE(d.RootElement(), nullptr);
-    EXPECT_EQ(UCString(d.RootElement()->Name()), u"keep");
-    EXPECT_EQ(d.ErrorLine(), line);
-    EXPECT_EQ(d.ErrorCol(), col);
+    EXPECT_EQ(Str(d.RootElement()->Name()) + Num(u":", d.ErrorLine()) + Num(u":", d.ErrorCol()), u"keep:1:6");
+    OzmLightweightIO::UnregisterModule(u"scripted");
 }
 
 }  // namespace
