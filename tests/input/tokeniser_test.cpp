@@ -75,6 +75,8 @@ TEST(CharStreamTest, LineEndsAndPositions) {
         {u"<a><!--x\xFFFFy--></a>", errSyntax, Ux(u"x"), 1, 3, u""},
         {u"\xFFFF<a/>", errNone, u"", 1, 1, u"-"},
         {u"<a>x\xFFFFy</a>", errNone, u"", 1, 7, u"a|xy"},
+        {u"<!DOCTYPE a [<!ELEMENT a ANY><!ENTITY e 'x\ny z'>]><a>&e;</b>", errSyntax, kNest, 3, 1, u""},
+        {u"<!DOCTYPE a [<!ELEMENT a ANY><!ENTITY e 'x\ny z'>]><a>&e;tail</b>", errSyntax, kNest, 3, 5, u""},
     };
     for (const Row& r : rows)
         Check(r);

@@ -168,7 +168,10 @@ TEST_F(OzmFileTest, CopiesAndDescriptors) {
     ASSERT_EQ(c.PutBytes("jk", 2), 0);
     EXPECT_EQ(c.Close(), 0);
     EXPECT_EQ(tmp.Read("c.bin"), "abcdefghijk");
-    OzmUCFile r;  // a copied reader goes on where the original stands
+    ASSERT_EQ(a.OpenBytes(tmp.Path("c.bin").c_str(), "r"), 0);  // a copied reader goes on where the original stands
+    EXPECT_EQ(a.GetByte(), 'a');
+    EXPECT_EQ(OzmBFile(a).GetByte(), 'b');
+    OzmUCFile r;
     ASSERT_EQ(Open(r, "c.bin", u"r", 1), 0);
     EXPECT_EQ(r.Getc(), u'a');
     OzmUCFile copy(r);

@@ -2,8 +2,6 @@
 // shared-object modules and the shared, buffered connection.
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -185,36 +183,23 @@ TEST_F(OzmLwioTest, FileModule) {
 TEST_F(OzmLwioTest, FdModule) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
-    std::string text = "\xEF\xBB\xBF<r>";
-    for (int i = 0; i < 20000; ++i)  // more than a pipe holds at once
-        text += "\xE2\x82\xAC";
-    std::thread writer([&] {
-        EXPECT_EQ(write(fds[1], text.data(), text.size()), ssize_t(text.size()));
-        close(fds[1]);
-    });
+    const std::string n = std::to_string(fds[1]);
     OzmLightweightIO io;
     ASSERT_EQ(io.SetModule(u"fd"), errNone);
-    ASSERT_EQ(io.Open(U(std::to_string(fds[0])).c_str(), u"", kRead, false), errNone);
-    BATCHERR last = errNone;
-    UCString got = Drain(io, last);
-    writer.join();
-    EXPECT_EQ(got, u"<r>" + UCString(20000, u'\u20AC'));
-    EXPECT_EQ(io.Close(), errNone);
-    EXPECT_EQ(close(fds[0]), 0);  // never closed by the module
-    ASSERT_EQ(pipe(fds), 0);
-    const std::string n = std::to_string(fds[1]);
     ASSERT_EQ(io.Open(U(n).c_str(), u"", kWrite, false), errNone);
-    for (UCChar c : UCString(u"a\u00E9"))
+    for (UCChar c : UCString(u"\uFEFFa\u00E9"))
         io.PutC(c);
     ASSERT_EQ(io.Close(), errNone);
-    char buf[8] = {};
-    EXPECT_EQ(std::string(buf, size_t(read(fds[0], buf, sizeof buf))), "a\xC3\xA9");
+    EXPECT_EQ(close(fds[1]), 0);  // never closed by the module
+    ASSERT_EQ(io.Open(U(std::to_string(fds[0])).c_str(), u"", kRead, false), errNone);
+    BATCHERR last = errNone;
+    EXPECT_EQ(Drain(io, last), u"a\u00E9");  // the mark written, and dropped on reading
+    EXPECT_EQ(io.Close(), errNone);
+    EXPECT_EQ(io.Open(U(std::to_string(fds[0])).c_str(), u"", kWrite, false), errOpenSource);
+    EXPECT_EQ(Message(io), u"Descriptor " + U(std::to_string(fds[0])) + u" is not open for writing");
+    EXPECT_EQ(close(fds[0]), 0);
     EXPECT_EQ(io.Open(U(n).c_str(), u"", kRead, false), errOpenSource);
-    EXPECT_EQ(Utf8(io.LastErrorMessage()), "Descriptor " + n + " is not open for reading");
-    close(fds[0]);
-    close(fds[1]);
-    EXPECT_EQ(io.Open(U(n).c_str(), u"", kRead, false), errOpenSource);
-    EXPECT_EQ(Utf8(io.LastErrorMessage()), "Descriptor " + n + " is not open");
+    EXPECT_EQ(Message(io), u"Descriptor " + U(n) + u" is not open");
     for (const UCChar* bad : {u"", u"-1", u"1x", u"99999999999", u" 1"}) {
         EXPECT_EQ(io.Open(bad, u"", kRead, false), errOpenSource);
         EXPECT_EQ(Message(io), u"Not a descriptor number: '" + UCString(bad) + u"'");
