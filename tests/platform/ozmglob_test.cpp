@@ -202,6 +202,9 @@ TEST(WsfmtTest, Directives) {
     EXPECT_EQ(Fmt(u"%.3f|<%5f|%05f>", 1e20, HUGE_VAL, -HUGE_VAL), u"100000000000000000000.000|<  inf| -inf>");
     EXPECT_EQ(Fmt(u"a%qb|%-5y|%d|%lllx|end%05", 3), u"a%qb|%-5y|3|%lllx|end%05");  // copied as they stand
     EXPECT_EQ(Fmt(u"end%"), u"end%");
+    UCChar direct[16];
+    EXPECT_EQ(wsfmt(direct, u"%d|%s", 37, u"x"), 4);
+    EXPECT_EQ(UCString(direct), u"37|x");
 }
 
 int FmtN(UCChar* buffer, int limit, const UCChar* format, ...) {
