@@ -1,22 +1,18 @@
-// General entities in content: the replacement text is read as content, and
-// runaway expansion ends with an orderly failure.
+// General entities in content: the replacement text is read as content.
 #include <gtest/gtest.h>
 
-#include <string>
 #include <utility>
 #include <vector>
 
 #include "xmlapi.h"
 
-// Drives ContentToken over a string, with entities put into the definition
-// first (no declaration syntax is needed for that).
+using Tokens = std::vector<std::pair<int, UCString>>;
+
+// Runs ContentToken over text with the entities put into the definition;
+// keeps the first 15 tokens and the last one.
 class XmlContentProbe {
 public:
-    struct Result {
-        std::vector<std::pair<int, UCString>> tokens;
-        UCString message;
-    };
-    static Result Content(const UCString& text, const std::vector<std::pair<UCString, UCString>>& entities) {
+    static Tokens Content(const UCString& text, const std::vector<std::pair<UCString, UCString>>& entities) {
         XmlDocument d;
         for (const auto& e : entities)
             EXPECT_TRUE(d.m_dtd.AddEntity(e.first.c_str(), e.second.c_str()));
@@ -26,20 +22,15 @@ public:
         d.m_stringEnd = text.data() + text.size();
         d.m_line = 1;
         d.m_col = 0;
-        Result r;
+        Tokens r;
         UCString token;
-        // Only the first few tokens are kept; the loop ends at the end of
-        // the input or at a failure (the guard only stops a broken build).
-        for (long guard = 0; guard < 100000000; ++guard) {
-            int kind = d.ContentToken(token);
-            if (r.tokens.size() < 16)
-                r.tokens.emplace_back(kind, token);
-            else
-                r.tokens.back() = {kind, token};
-            if (kind == tokNone || kind == tokError)
-                break;
+        for (int kind = tokCharData; kind != tokNone && kind != tokError;) {
+            kind = d.ContentToken(token);
+            if (r.size() == 16)
+                r.pop_back();
+            r.emplace_back(kind, token);
         }
-        r.message = d.ErrorMessage();
+        EXPECT_EQ(UCString(d.ErrorMessage()), u"");
         d.m_sourceString = nullptr;
         return r;
     }
@@ -47,35 +38,18 @@ public:
 
 namespace {
 
-using Entities = std::vector<std::pair<UCString, UCString>>;
-
 TEST(EntityExpansionTest, ReplacementTextIsReadAsContent) {
-    // Markup in the replacement text is markup; the content tokeniser alone
-    // leaves the '>' of the start tag to be read as text here. The text of
-    // the entity runs on into the source: "y" and "z" make one token.
-    auto r = XmlContentProbe::Content(u"a&e;z", {{u"e", u"<b>x&lt;</b>y"}});
-    std::vector<std::pair<int, UCString>> expected = {
-        {tokCharData, u"a"}, {tokStartTag, u"b"}, {tokCharData, u">x"}, {tokCharData, u"<"},
-        {tokEndTag, u"b"},   {tokCharData, u"yz"}, {tokNone, u"\uFFFF"},
-    };
-    EXPECT_EQ(r.tokens, expected);
-    EXPECT_EQ(r.message, u"");
-}
-
-TEST(EntityExpansionTest, ChainsResolve) {
-    auto r = XmlContentProbe::Content(u"&a;", {{u"a", u"&b;"}, {u"b", u"&c;!"}, {u"c", u"deep"}});
-    ASSERT_EQ(r.tokens.size(), 2u);
-    EXPECT_EQ(r.tokens[0], std::make_pair(int(tokCharData), UCString(u"deep!")));
-    EXPECT_EQ(r.tokens[1].first, tokNone);
-}
-
-TEST(EntityExpansionTest, PredefinedEntitiesDoNotCountAgainstTheLimit) {
+    // Markup in the text is markup; the text runs on into the source ("yz").
+    EXPECT_EQ(XmlContentProbe::Content(u"a&e;z", {{u"e", u"<b>x&lt;</b>y"}}),
+              (Tokens{{tokCharData, u"a"}, {tokStartTag, u"b"}, {tokCharData, u">x"}, {tokCharData, u"<"},
+                      {tokEndTag, u"b"}, {tokCharData, u"yz"}, {tokNone, u"\uFFFF"}}));
+    EXPECT_EQ(XmlContentProbe::Content(u"&a;", {{u"a", u"&b;"}, {u"b", u"&c;!"}, {u"c", u"deep"}}),
+              (Tokens{{tokCharData, u"deep!"}, {tokNone, u"\uFFFF"}}));
+    // Predefined entities do not count against the expansion limit.
     UCString text;
     for (int i = 0; i < 200000; ++i)
         text += u"&lt;&amp;";
-    auto r = XmlContentProbe::Content(text, {});
-    EXPECT_EQ(r.tokens.back().first, tokNone);
-    EXPECT_EQ(r.message, u"");
+    EXPECT_EQ(XmlContentProbe::Content(text, {}).back().first, tokNone);
 }
 
 }  // namespace

@@ -1,10 +1,14 @@
 // OzmGlob: character attributes, comparison, encoding names, UTF-8 against a
-// reference decoder, and path splitting.
+// reference decoder, path splitting; and the wsfmt formatter.
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cmath>
 #include <random>
+#include <tuple>
 #include <vector>
 
+#include "ozmutil.h"
 #include "test_util.h"
 
 namespace {
@@ -12,30 +16,27 @@ namespace {
 using G = OzmGlob;
 
 TEST(OzmGlobTest, CharacterAttributes) {
-    // One range per category, from blocks whose category is stable.
     const struct {
-        unsigned first, last;
-        unsigned short bit;
+        unsigned first, last, bit;
     } ranges[] = {
-        {0x00, 0x1F, G::ucControl}, {0x20, 0x20, G::ucSpace},         {0x30, 0x39, G::ucDigit},
-        {0x41, 0x5A, G::ucUpper},   {0x61, 0x7A, G::ucLower},         {0x7F, 0x9F, G::ucControl},
-        {0xAA, 0xAA, G::ucOtherLetter}, {0xAD, 0xAD, G::ucFormat},    {0xB7, 0xB7, G::ucPunct},
-        {0xBC, 0xBE, G::ucOtherNumber}, {0xD7, 0xD7, G::ucSymbol},    {0xF8, 0xFF, G::ucLower},
-        {0x1F88, 0x1F8F, G::ucTitle}, {0x02B0, 0x02C1, G::ucModifier}, {0x0300, 0x036F, G::ucMark},
-        {0x0660, 0x0669, G::ucDigit}, {0x2160, 0x2182, G::ucLetterNumber}, {0x4E00, 0x9FFF, G::ucOtherLetter},
-        {0x2028, 0x2029, G::ucSpace}, {0xD800, 0xDFFF, G::ucSurrogate}, {0xE000, 0xF8FF, G::ucPrivate},
-        {0xFDD0, 0xFDEF, 0},          {0xFFFE, 0xFFFF, 0},
+        {0x00, 0x1F, G::ucControl},     {0x20, 0x20, G::ucSpace},          {0x30, 0x39, G::ucDigit},
+        {0x41, 0x5A, G::ucUpper},       {0x61, 0x7A, G::ucLower},          {0x7F, 0x9F, G::ucControl},
+        {0xAA, 0xAA, G::ucOtherLetter}, {0xAD, 0xAD, G::ucFormat},         {0xB7, 0xB7, G::ucPunct},
+        {0xBC, 0xBE, G::ucOtherNumber}, {0xD7, 0xD7, G::ucSymbol},         {0xF8, 0xFF, G::ucLower},
+        {0x1F88, 0x1F8F, G::ucTitle},   {0x02B0, 0x02C1, G::ucModifier},   {0x0300, 0x036F, G::ucMark},
+        {0x0660, 0x0669, G::ucDigit},   {0x2160, 0x2182, G::ucLetterNumber}, {0x4E00, 0x9FFF, G::ucOtherLetter},
+        {0x2028, 0x2029, G::ucSpace},   {0xD800, 0xDFFF, G::ucSurrogate},  {0xE000, 0xF8FF, G::ucPrivate},
+        {0xFDD0, 0xFDEF, 0},            {0xFFFE, 0xFFFF, 0},
     };
     for (const auto& r : ranges)
         for (unsigned c = r.first; c <= r.last; ++c)
-            ASSERT_EQ(G::GetUCAttrs(UCChar(c)), r.bit) << std::hex << "U+" << c;
+            ASSERT_EQ(G::GetUCAttrs(UCChar(c)), r.bit) << std::hex << c;
     int nameStart = 0, nameCharOnly = 0;
     for (unsigned c = 0; c <= 0xFFFF; ++c) {
-        unsigned short v = G::GetUCAttrs(UCChar(c));
-        ASSERT_EQ(v & (v - 1), 0) << std::hex << "more than one category at U+" << c;
+        unsigned v = G::GetUCAttrs(UCChar(c));
         bool start = v & G::ucNameStartMask, more = v & G::ucNameCharMask;
-        ASSERT_FALSE(start && (v & (G::ucMark | G::ucDigit | G::ucModifier))) << std::hex << c;
-        ASSERT_FALSE(more && (v & (G::ucUpper | G::ucLower | G::ucTitle | G::ucOtherLetter))) << std::hex << c;
+        ASSERT_TRUE((v & (v - 1)) == 0 && !(start && (v & (G::ucMark | G::ucDigit | G::ucModifier))) &&
+                    !(more && (v & (G::ucUpper | G::ucLower | G::ucTitle | G::ucOtherLetter)))) << std::hex << c;
         nameStart += start;
         nameCharOnly += more && !start;
     }
@@ -43,31 +44,18 @@ TEST(OzmGlobTest, CharacterAttributes) {
     EXPECT_GT(nameCharOnly, 1500);
 }
 
-TEST(OzmGlobTest, WcscmpiFoldsAsciiAndLatin1Only) {
-    const struct {
-        const UCChar *a, *b;
-        int sign;
-    } cases[] = {{u"Hello", u"hELLO", 0}, {u"\u00C0\u00DE", u"\u00E0\u00FE", 0}, {u"\u00D7", u"\u00F7", -1},
-                 {u"\u0100", u"\u0101", -1}, {u"abc", u"ABD", -1}, {u"abd", u"ABC", 1}, {u"ab", u"abc", -1}};
-    for (const auto& c : cases) {
-        int r = G::wcscmpi(c.a, c.b);
-        EXPECT_EQ((r > 0) - (r < 0), c.sign) << Narrow(c.a);
-    }
-}
-
-TEST(OzmGlobTest, EncodingNames) {
-    const struct {
-        const UCChar* name;
-        int set;
-    } cases[] = {
+TEST(OzmGlobTest, CompareAndEncodingNames) {
+    // Each pair compares below (0: equal): case folds in ASCII and Latin-1 only.
+    const std::tuple<const UCChar*, const UCChar*, bool> cmp[] = {{u"Hello", u"hELLO", 1}, {u"\u00C0\u00DE", u"\u00E0\u00FE", 1},
+        {u"\u00D7", u"\u00F7", 0}, {u"\u0100", u"\u0101", 0}, {u"abc", u"ABD", 0}, {u"ab", u"abc", 0}};
+    for (auto [a, b, eq] : cmp)
+        EXPECT_TRUE(eq ? G::wcscmpi(a, b) == 0 : G::wcscmpi(a, b) < 0 && G::wcscmpi(b, a) > 0) << Narrow(a);
+    const std::pair<const UCChar*, int> names[] = {
         {u"utf-8", 1}, {u"Utf8", 1}, {u"utf-16le", 3}, {u"ascii", 5}, {u"ISO-8859-11", 21}, {u"latin1", 11},
         {u"WINDOWS-1252", 32}, {u"cp1252", 32}, {u"ISO-8859-12", -1}, {u"ISO-8859-16", -1}, {u"ISO-8859-01", -1},
-        {u"windows-1259", -1}, {u"UTF-8 ", -1}, {u"", -1}, {u"\u00DCTF-8", -1},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(G::EncodingByName(c.name), c.set) << Narrow(c.name);
-    EXPECT_EQ(G::EncodingByName(nullptr), -1);
-    EXPECT_EQ(G::ISOEncoding(csetDefault), csetUTF8);
+        {u"windows-1259", -1}, {u"UTF-8 ", -1}, {u"", -1}, {u"\u00DCTF-8", -1}, {nullptr, -1}};
+    for (const auto& c : names)
+        EXPECT_EQ(G::EncodingByName(c.first), c.second) << Narrow(Str(c.first));
     int named = 0;
     for (int set = 1; set <= 40; ++set) {
         std::u16string name = G::EncodingToName(OZM_CSET(set));
@@ -76,6 +64,7 @@ TEST(OzmGlobTest, EncodingNames) {
     }
     EXPECT_EQ(named, 5 + 14 + 9);
     EXPECT_EQ(UCString(G::EncodingToName(csetASCII)), u"US-ASCII");
+    EXPECT_EQ(G::ISOEncoding(csetDefault), csetUTF8);
 }
 
 TEST(OzmGlobTest, EncodeUtf8) {
@@ -87,32 +76,28 @@ TEST(OzmGlobTest, EncodeUtf8) {
         EXPECT_EQ(std::string(reinterpret_cast<char*>(out), size_t(n) + 1), c.second + '\0');
         EXPECT_EQ(out[4], 0xAA);
     }
-    std::string out;
-    EXPECT_TRUE(G::WStringToString(u"a\u00E9\U0001F600", out, csetUTF8));
-    EXPECT_EQ(out, "a\xC3\xA9\xF0\x9F\x98\x80");
-    // Lone and misordered surrogates are encoded one by one.
-    EXPECT_TRUE(G::WStringToString(UCString{0xDC00, 0xD800}, out, csetDefault));
-    EXPECT_EQ(out, "\xED\xB0\x80\xED\xA0\x80");
-    EXPECT_FALSE(G::WStringToString(u"a\u00FF\u0100", out, csetISO8859_1));
-    EXPECT_EQ(out, "a\xFF?");
-    EXPECT_FALSE(G::WStringToString(u"\u007F\u0080", out, csetASCII));
-    EXPECT_EQ(out, "\x7F?");
+    const std::tuple<UCString, OZM_CSET, bool, std::string> strings[] = {
+        {u"a\u00E9\U0001F600", csetUTF8, true, "a\xC3\xA9\xF0\x9F\x98\x80"},
+        {UCString{0xDC00, 0xD800}, csetDefault, true, "\xED\xB0\x80\xED\xA0\x80"},  // one by one
+        {u"a\u00FF\u0100", csetISO8859_1, false, "a\xFF?"}, {u"\u007F\u0080", csetASCII, false, "\x7F?"}};
+    for (const auto& [in, set, ok, bytes] : strings) {
+        std::string out;
+        EXPECT_EQ(G::WStringToString(in, out, set), ok);
+        EXPECT_EQ(out, bytes);
+    }
 }
 
-// Straightforward reference decoder, one byte at a time: a mark at the start
-// dropped, any byte outside a valid sequence taken as Latin-1.
+// One byte at a time: a mark at the start dropped, a byte outside a valid
+// sequence taken as Latin-1.
 UCString ReferenceDecode(const std::string& s) {
     UCString out;
     const auto* b = reinterpret_cast<const unsigned char*>(s.data());
     const size_t n = s.size();
-    size_t i = n >= 3 && b[0] == 0xEF && b[1] == 0xBB && b[2] == 0xBF ? 3 : 0;
     auto cont = [&](size_t k) { return k < n && (b[k] & 0xC0) == 0x80; };
-    while (i < n) {
-        unsigned c = b[i], cp = 0;
-        size_t len = 0;
+    for (size_t i = n >= 3 && b[0] == 0xEF && b[1] == 0xBB && b[2] == 0xBF ? 3 : 0; i < n;) {
+        unsigned c = b[i], cp = 0, len = 0;
         if (c >= 0xC2 && c <= 0xDF && cont(i + 1)) {
-            cp = ((c & 0x1F) << 6) | (b[i + 1] & 0x3F);
-            len = 2;
+            cp = ((c & 0x1F) << 6) | (b[i + 1] & 0x3F), len = 2;
         } else if (c >= 0xE0 && c <= 0xEF && cont(i + 1) && cont(i + 2)) {
             cp = ((c & 0x0F) << 12) | ((b[i + 1] & 0x3F) << 6) | (b[i + 2] & 0x3F);
             len = (cp >= 0x800 && (cp < 0xD800 || cp > 0xDFFF)) ? 3 : 0;
@@ -120,12 +105,9 @@ UCString ReferenceDecode(const std::string& s) {
             cp = ((c & 0x07) << 18) | ((b[i + 1] & 0x3F) << 12) | ((b[i + 2] & 0x3F) << 6) | (b[i + 3] & 0x3F);
             len = (cp >= 0x10000 && cp <= 0x10FFFF) ? 4 : 0;
         }
-        if (len == 0) {
-            out.push_back(UCChar(c));
-            ++i;
-            continue;
-        }
-        if (cp >= 0x10000)
+        if (len == 0)
+            out.push_back(UCChar(c)), len = 1;
+        else if (cp >= 0x10000)
             out += {UCChar(0xD800 + ((cp - 0x10000) >> 10)), UCChar(0xDC00 + (cp & 0x3FF))};
         else
             out.push_back(UCChar(cp));
@@ -140,69 +122,50 @@ TEST(OzmGlobTest, DecodeUtf8MatchesTheReference) {
     UCString out = u"stale";
     G::DecodeUTF8(nullptr, 0, out);
     EXPECT_EQ(out, u"");
-    // Random input: mostly ASCII with lead and continuation bytes sprinkled in.
     std::mt19937 rng(12345);
-    const unsigned char pool[] = {0x80, 0xBF, 0x9F, 0xA0, 0x8F, 0x90, 0xC2, 0xC3, 0xDF, 0xE0, 0xE2,
-                                  0xED, 0xEF, 0xF0, 0xF4, 0xF5, 0xC0, 0xFF, 0xBB};
+    const unsigned char pool[] = {0x80, 0xBF, 0x9F, 0xA0, 0x8F, 0x90, 0xC2, 0xC3, 0xDF, 0xE0,
+                                  0xE2, 0xED, 0xEF, 0xF0, 0xF4, 0xF5, 0xC0, 0xFF, 0xBB};
     for (int round = 0; round < 3000; ++round) {
         std::string s;
         for (size_t i = 0, len = rng() % 80, density = 1 + rng() % 8; i < len; ++i)
             s.push_back(rng() % 8 < density ? char(pool[rng() % sizeof pool]) : char('a' + rng() % 26));
         ASSERT_EQ(U(s), ReferenceDecode(s)) << testing::PrintToString(s);
     }
-    // Long input is decoded a block at a time: a sequence, whole or cut short,
-    // at every place around a block boundary and at the very end.
-    for (const std::string seq : {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xF0\x9F\x98", "\xC3", "\xED\xA0\x80"}) {
-        for (size_t lead = 4000; lead < 4200; ++lead) {
+    // A sequence, whole or cut short, at every place around a block boundary and at the end.
+    for (const std::string seq : {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xF0\x9F\x98", "\xC3", "\xED\xA0\x80"})
+        for (size_t lead = 4000; lead < 4200; ++lead)
             for (const std::string& s : {std::string(lead, 'x') + seq + "tail", std::string(lead, 'x') + seq})
                 ASSERT_EQ(U(s), ReferenceDecode(s)) << testing::PrintToString(seq) << " after " << lead;
-        }
-    }
-}
-
-struct PathParts {
-    UCString dir, name, ext;
-};
-
-PathParts Split(const UCString& path) {
-    std::vector<UCChar> p(OZM_MAX_PATH, 0), n(OZM_MAX_PATH, 0xAAAA), e(OZM_MAX_PATH, 0xAAAA);
-    std::copy(path.begin(), path.end(), p.begin());
-    EXPECT_EQ(G::sepfile(p.data(), n.data(), e.data()), 0);
-    return {p.data(), n.data(), e.data()};
-}
-
-UCString Join(const PathParts& parts) {
-    std::vector<UCChar> p(OZM_MAX_PATH, 0);
-    std::copy(parts.dir.begin(), parts.dir.end(), p.begin());
-    G::appndnam(p.data(), parts.name.c_str());
-    G::appndext(p.data(), parts.ext.c_str());
-    return p.data();
 }
 
 TEST(OzmGlobTest, PathsSplitAndJoin) {
-    const struct {
-        UCString path, dir, name, ext;
-    } cases[] = {
+    const UCString cases[][4] = {
         {u"a/b.dtd", u"a/", u"b", u".dtd"}, {u"./x.y.z", u"./", u"x.y", u".z"}, {u"a/.hidden", u"a/", u".hidden", u""},
         {u"b.", u"", u"b", u"."},           {u"dir/", u"dir/", u"", u""},        {u"..", u"", u"..", u""},
-        {u".a.b", u"", u".a", u".b"},       {u"a.b/c", u"a.b/", u"c", u""},
+        {u".a.b", u"", u".a", u".b"},       {u"a.b/c", u"a.b/", u"c", u""}};
+    auto split = [](const UCString& path) {
+        std::vector<UCChar> p(OZM_MAX_PATH, 0), n(OZM_MAX_PATH, 0xAAAA), e(OZM_MAX_PATH, 0xAAAA);
+        std::copy(path.begin(), path.end(), p.begin());
+        EXPECT_EQ(G::sepfile(p.data(), n.data(), e.data()), 0);
+        return std::vector<UCString>{p.data(), n.data(), e.data()};
     };
-    for (const auto& c : cases) {
-        PathParts parts = Split(c.path);
-        EXPECT_EQ(parts.dir + u"|" + parts.name + u"|" + parts.ext, c.dir + u"|" + c.name + u"|" + c.ext) << Narrow(c.path);
-    }
+    for (const auto& c : cases)
+        EXPECT_EQ(split(c[0]), std::vector<UCString>(c + 1, c + 4)) << Narrow(c[0]);
     std::mt19937 rng(7);
     for (int round = 0; round < 5000; ++round) {
         UCString path;
         for (size_t i = 0, len = rng() % 12; i < len; ++i)
             path.push_back(u"ab./\u00E9"[rng() % 5]);
-        PathParts parts = Split(path);
-        ASSERT_EQ(Join(parts), path) << Narrow(path);
-        ASSERT_EQ(parts.name.find(u'/'), UCString::npos);
-        ASSERT_TRUE(parts.ext.empty() || parts.ext[0] == u'.');
+        std::vector<UCString> parts = split(path);
+        ASSERT_TRUE(parts[1].find(u'/') == UCString::npos && (parts[2].empty() || parts[2][0] == u'.'));
+        std::vector<UCChar> p(OZM_MAX_PATH, 0);
+        std::copy(parts[0].begin(), parts[0].end(), p.begin());
+        G::appndnam(p.data(), parts[1].c_str());
+        G::appndext(p.data(), parts[2].c_str());
+        ASSERT_EQ(UCString(p.data()), path);
     }
     // Buffers of exactly OZM_MAX_PATH units followed by a guard.
-    std::vector<UCChar> p(OZM_MAX_PATH + 8, 0x5A5A), n(OZM_MAX_PATH + 8, 0x5A5A), e(OZM_MAX_PATH + 8, 0x5A5A);
+    std::vector<UCChar> p(OZM_MAX_PATH + 8, 0x5A5A), n(p), e(p);
     std::fill(p.begin(), p.begin() + 10, u'/');
     std::fill(p.begin() + 10, p.begin() + OZM_MAX_PATH - 1, u'q');
     p[OZM_MAX_PATH - 1] = 0;
@@ -212,6 +175,57 @@ TEST(OzmGlobTest, PathsSplitAndJoin) {
     EXPECT_EQ(UCString(p.data()).size(), size_t(OZM_MAX_PATH - 1));
     for (int i = OZM_MAX_PATH; i < OZM_MAX_PATH + 8; ++i)
         ASSERT_TRUE(p[i] == 0x5A5A && n[i] == 0x5A5A && e[i] == 0x5A5A) << i;
+}
+
+UCString Fmt(const UCChar* format, ...) {
+    UCChar buffer[1024];
+    va_list args;
+    va_start(args, format);
+    int n = vwsfmt(buffer, format, args);
+    va_end(args);
+    EXPECT_EQ(size_t(n), UCString(buffer).size());
+    return buffer;
+}
+
+TEST(WsfmtTest, Directives) {
+    EXPECT_EQ(Fmt(u"<%.4s|%.9s|%6s|%-6s>", u"abcdefg", u"abc", u"ab", u"cd"), u"<abcd|abc|    ab|cd    >");
+    EXPECT_EQ(Fmt(u"<%*.*s|%*s|%s>", 5, 2, u"abcdef", -4, u"a", static_cast<const UCChar*>(nullptr)), u"<   ab|a   |(null)>");
+    EXPECT_EQ(Fmt(u"<%S%c%c%3c>%%", u"\u20ACx", 'a', 0x20AC, 'z'), u"<\u20ACxa\u20AC  z>%");
+    EXPECT_EQ(Fmt(u"%d|%i|%u|%d", INT_MIN, INT_MAX, 3000000000u, 0), u"-2147483648|2147483647|3000000000|0");
+    EXPECT_EQ(Fmt(u"%ld|%lld|%llu", -1234567890123L, LLONG_MIN, 18446744073709551615ULL),
+              u"-1234567890123|-9223372036854775808|18446744073709551615");
+    EXPECT_EQ(Fmt(u"%x|%X|%lx|%llX", 255u, 0xABCDEFu, 0xdeadbeefUL, 0x123456789ABCDEFULL), u"ff|ABCDEF|deadbeef|123456789ABCDEF");
+    EXPECT_EQ(Fmt(u"<%5d|%-5d|%05d|%-05d|%08X>", 42, 42, -42, 42, 0xBEEFu), u"<   42|42   |-0042|42   |0000BEEF>");
+    EXPECT_EQ(Fmt(u"<%*d|%0*d|%.3d|%6.3d|%.0d>", 4, 7, 3, 7, 5, -5, 0), u"<   7|007|005|  -005|>");
+    EXPECT_EQ(Fmt(u"%f|%.1f|%.1f|%.0f|%.2f", 1.5, 2.25, 0.35, 2.5, -0.005), u"1.500000|2.2|0.3|2|-0.01");
+    EXPECT_EQ(Fmt(u"<%8.2f|%-8.2f|%08.2f|%.*f>", 3.14159, 3.14159, -3.14159, 2, 1.0), u"<    3.14|3.14    |-0003.14|1.00>");
+    EXPECT_EQ(Fmt(u"%.3f|<%5f|%05f>", 1e20, HUGE_VAL, -HUGE_VAL), u"100000000000000000000.000|<  inf| -inf>");
+    EXPECT_EQ(Fmt(u"a%qb|%-5y|%d|%lllx|end%05", 3), u"a%qb|%-5y|3|%lllx|end%05");  // copied as they stand
+    EXPECT_EQ(Fmt(u"end%"), u"end%");
+    UCChar direct[16];
+    EXPECT_EQ(wsfmt(direct, u"%d|%s", 37, u"x"), 4);
+    EXPECT_EQ(UCString(direct), u"37|x");
+}
+
+int FmtN(UCChar* buffer, int limit, const UCChar* format, ...) {
+    va_list args;
+    va_start(args, format);
+    int n = vwsnfmt(buffer, limit, format, args);
+    va_end(args);
+    return n;
+}
+
+TEST(WsfmtTest, LimitedNeverWritesPastLimit) {
+    const UCString expect = u"abcdefghij-00001234-2.500-xy    |beef";
+    for (int limit = -1; limit <= int(expect.size()) + 3; ++limit) {
+        std::vector<UCChar> buf(expect.size() + 16, 0x5A5A);
+        int n = FmtN(buf.data(), limit, u"%s-%08d-%.3f-%-6s|%x", u"abcdefghij", 1234, 2.5, u"xy", 0xBEEFu);
+        size_t kept = limit < 1 ? 0 : std::min(expect.size(), size_t(limit - 1));
+        EXPECT_EQ(n, int(kept)) << limit;
+        EXPECT_TRUE(limit < 1 || UCString(buf.data()) == expect.substr(0, kept)) << limit;
+        for (size_t i = size_t(std::max(limit, 0)); i < buf.size(); ++i)
+            ASSERT_EQ(buf[i], 0x5A5A) << "limit " << limit << " wrote at " << i;
+    }
 }
 
 }  // namespace

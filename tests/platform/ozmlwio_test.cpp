@@ -1,8 +1,6 @@
-// Tests of OzmLightweightIO: module lookup, the built-in "file" and "fd"
-// modules, shared-object modules and the shared, buffered connection.
+// OzmLightweightIO: module lookup, the built-in "file" and "fd" modules,
+// shared-object modules and the shared, buffered connection.
 #include <gtest/gtest.h>
-
-#include <thread>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -16,54 +14,49 @@ namespace {
 const short kRead = short(0x8000), kWrite = 0, kAppend = 0x2000;
 
 // Reads until GetC stops delivering; returns the text and the final code.
-UCString Drain(OzmLightweightIO& io, BATCHERR& last, int* notReady = nullptr) {
+UCString Drain(OzmLightweightIO& io, BATCHERR* last = nullptr, int* notReady = nullptr) {
     UCString out;
-    for (UCChar c; (last = io.GetC(c)) == errNone || last == errNotReady;) {
-        if (last == errNone)
-            out.push_back(c);
-        else if (notReady)
-            ++*notReady;
-    }
-    return out;
+    BATCHERR rc;
+    for (UCChar c; (rc = io.GetC(c)) == errNone || rc == errNotReady;)
+        rc == errNone ? out.push_back(c) : void(notReady && ++*notReady);
+    return last ? *last = rc, out : out;
+}
+BATCHERR Put(OzmLightweightIO& io, const UCString& text) {
+    for (UCChar c : text)
+        if (BATCHERR rc = io.PutC(c))
+            return rc;
+    return errNone;
+}
+// The message of a failure with the code expected.
+UCString Fail(OzmLightweightIO& io, BATCHERR rc, BATCHERR expected = errOpenSource) {
+    return rc == expected ? UCString(io.LastErrorMessage()) : Num(u"code ", rc);
 }
 
-// --- An in-process module whose behaviour the tests steer --------------------
-
+// An in-process module the tests steer: it reads back its resource name one
+// unit at a time, each after notReady refusals.
 struct Script {
-    int notReadyBeforeUnit = 0;
+    int notReady = 0, closes = 0, destroyed = 0, designModeCalls = 0;
     bool failOpen = false;
-    int opens = 0, closes = 0, destroyed = 0, designModeCalls = 0;
     std::vector<size_t> writes;
     UCString written;
-};
-Script g_script;
+} g_script;
 
 class ScriptModule : public OzmIOModule {
 public:
     ~ScriptModule() override { ++g_script.destroyed; }
     BATCHERR Open(const UCChar* resource, const UCChar*, short) override {
-        ++g_script.opens;
-        if (g_script.failOpen) {
-            m_error = u"script refuses " + UCString(resource);
-            return errOpenUri;
-        }
-        m_text = resource;
-        m_pos = 0;
-        m_waits = 0;
-        return errNone;
+        m_error = u"script refuses " + UCString(resource);
+        m_text = resource, m_pos = 0, m_waits = 0;
+        return g_script.failOpen ? errOpenUri : errNone;
     }
-    BATCHERR Close() override {
-        ++g_script.closes;
-        return errNone;
-    }
+    BATCHERR Close() override { return ++g_script.closes, errNone; }
     BATCHERR Read(UCChar* buffer, size_t, size_t& count) override {
         count = 0;
         if (m_pos == m_text.size())
             return errSyntax;
-        if (m_waits++ < g_script.notReadyBeforeUnit)
+        if (m_waits++ < g_script.notReady)
             return errNotReady;
-        m_waits = 0;
-        buffer[count++] = m_text[m_pos++];
+        m_waits = 0, count = 1, buffer[0] = m_text[m_pos++];
         return errNone;
     }
     BATCHERR Write(const UCChar* text, size_t count) override {
@@ -87,42 +80,30 @@ class OzmLwioTest : public testing::Test {
 protected:
     void SetUp() override {
         g_script = Script();
-        ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"script", MakeScript));
-        ASSERT_TRUE(m_tmp.Ok());
+        ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"script", MakeScript) && m_tmp.Ok());
     }
     void TearDown() override { OzmLightweightIO::UnregisterModule(u"script"); }
     TempDir m_tmp;
+    OzmLightweightIO io;
 };
 
 TEST_F(OzmLwioTest, NamesAndModuleLookup) {
-    const struct {
-        const UCChar* name;
-        bool ok;
-        const UCChar* parts;
-    } cases[] = {
-        {u"file:/tmp/a.xml", true, u"file|/tmp/a.xml|"}, {u"m:r?x=1?y", true, u"m|r|x=1?y"},
-        {u"m:a:b", true, u"m|a:b|"}, {u"m:?o", true, u"m||o"}, {u"m?:r", true, u"m?|r|"},
-        {u":r", false, nullptr}, {u"noColon", false, nullptr},
-    };
-    for (const auto& c : cases) {
+    const std::pair<const UCChar*, const UCChar*> names[] = {  // null: refused
+        {u"file:/tmp/a.xml", u"file|/tmp/a.xml|"}, {u"m:r?x=1?y", u"m|r|x=1?y"}, {u"m:a:b", u"m|a:b|"},
+        {u"m:?o", u"m||o"}, {u"m?:r", u"m?|r|"}, {u":r", nullptr}, {u"noColon", nullptr}};
+    for (const auto& [name, parts] : names) {
         OzmWString m(u"old"), r(u"old"), o(u"old");
-        EXPECT_EQ(OzmLightweightIO::ParseDLLName(c.name, m, r, o), c.ok) << Utf8(c.name);
-        EXPECT_EQ(c.ok ? UCString(m.Str()) + u"|" + r.Str() + u"|" + o.Str() : u"", c.parts ? c.parts : u"");
+        EXPECT_EQ(OzmLightweightIO::ParseDLLName(name, m, r, o), parts != nullptr) << Utf8(name);
+        EXPECT_TRUE(!parts || UCString(m.Str()) + u"|" + r.Str() + u"|" + o.Str() == parts) << Utf8(name);
     }
-    OzmLightweightIO io;
-    EXPECT_EQ(io.Open(u"x", u"", kRead, false), errOpenSource);
-    EXPECT_EQ(UCString(io.LastErrorMessage()), u"No I/O module selected");
-    EXPECT_EQ(io.SetModule(u"Script"), errOpenSource);  // names are exact
-    EXPECT_EQ(UCString(io.LastErrorMessage()), u"Unknown I/O module 'Script'");
-    EXPECT_FALSE(OzmLightweightIO::RegisterModule(u"a/b", MakeScript));
-    EXPECT_FALSE(OzmLightweightIO::RegisterModule(u"", MakeScript));
+    EXPECT_EQ(Fail(io, io.Open(u"x", u"", kRead, false)), u"No I/O module selected");
+    EXPECT_EQ(Fail(io, io.SetModule(u"Script")), u"Unknown I/O module 'Script'");
+    EXPECT_FALSE(OzmLightweightIO::RegisterModule(u"a/b", MakeScript) || OzmLightweightIO::RegisterModule(u"", MakeScript));
     ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"script", MakeNothing));
-    EXPECT_EQ(io.SetModule(u"script"), errOpenSource);
-    EXPECT_EQ(UCString(io.LastErrorMessage()), u"I/O module 'script' did not create a module");
+    EXPECT_EQ(Fail(io, io.SetModule(u"script")), u"I/O module 'script' did not create a module");
     EXPECT_TRUE(OzmLightweightIO::UnregisterModule(u"script"));
     EXPECT_FALSE(OzmLightweightIO::UnregisterModule(u"script"));
-    // A registration shadows a built-in of the same name until removed.
-    ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"fd", MakeScript));
+    ASSERT_TRUE(OzmLightweightIO::RegisterModule(u"fd", MakeScript));  // shadows the built-in until removed
     ASSERT_EQ(io.SetModule(u"fd"), errNone);
     EXPECT_EQ(io.Open(u"not a number", u"", kRead, false), errNone);
     ASSERT_TRUE(OzmLightweightIO::UnregisterModule(u"fd"));
@@ -130,145 +111,90 @@ TEST_F(OzmLwioTest, NamesAndModuleLookup) {
     EXPECT_EQ(io.Open(u"not a number", u"", kRead, false), errOpenSource);
 }
 
-TEST_F(OzmLwioTest, ReadingWaitsAndWritingGoesInBlocks) {
-    g_script.notReadyBeforeUnit = 3;
-    OzmLightweightIO io;
+TEST_F(OzmLwioTest, ReadingWaitsWritingGoesInBlocksCopiesShare) {
+    g_script.notReady = 3;
     ASSERT_EQ(io.SetModule(u"script"), errNone);
     ASSERT_EQ(io.Open(u"abcd", u"", kRead, false), errNone);
     BATCHERR last = errNone;
     int notReady = 0;
-    EXPECT_EQ(Drain(io, last, &notReady), u"abcd");
-    EXPECT_EQ(notReady, 12);
-    EXPECT_EQ(last, errSyntax);
+    EXPECT_EQ(Drain(io, &last, &notReady), u"abcd");
+    EXPECT_EQ(std::make_pair(notReady, last), std::make_pair(12, errSyntax));
     UCChar c;
     EXPECT_EQ(io.GetC(c), errSyntax);        // the end is sticky
     EXPECT_EQ(io.PutC('x'), errOpenSource);  // a reading connection
-    EXPECT_EQ(io.Close(), errNone);
-    EXPECT_EQ(g_script.closes, 1);
-
     ASSERT_EQ(io.Open(u"out", u"", kWrite, false), errNone);
-    for (int i = 0; i < 10; ++i)
-        ASSERT_EQ(io.PutC(UCChar('a' + i)), errNone);
+    EXPECT_EQ(g_script.closes, 1);
+    ASSERT_EQ(Put(io, u"abcdefghij"), errNone);
     EXPECT_TRUE(g_script.writes.empty());
     ASSERT_EQ(io.Flush(), errNone);
-    for (int i = 0; i < 5000; ++i)
-        ASSERT_EQ(io.PutC('x'), errNone);
+    ASSERT_EQ(Put(io, UCString(5000, u'x')), errNone);
     EXPECT_NE(io.GetC(c), errNone);  // a writing connection
-    ASSERT_EQ(io.Close(), errNone);
-    EXPECT_EQ(g_script.writes, (std::vector<size_t>{10, 4096, 904}));
-    EXPECT_EQ(g_script.written, u"abcdefghij" + UCString(5000, u'x'));
-
-    g_script.failOpen = true;
-    EXPECT_EQ(io.Open(u"res", u"", kRead, false), errOpenUri);
-    EXPECT_EQ(UCString(io.LastErrorMessage()), u"script refuses res");
-    EXPECT_FALSE(io.IsConnected());
-}
-
-TEST_F(OzmLwioTest, CopiesShareOneConnection) {
     {
-        OzmLightweightIO a;
-        ASSERT_EQ(a.SetModule(u"script"), errNone);
-        ASSERT_EQ(a.Open(u"xyz", u"", kRead, false), errNone);
-        OzmLightweightIO b(a);
-        OzmLightweightIO c;
-        c = b;
-        c = c;
-        UCChar u;
-        ASSERT_EQ(a.GetC(u), errNone);
-        ASSERT_EQ(b.GetC(u), errNone);
-        EXPECT_EQ(u, u'y');
-        a.SetDesignMode(true);
-        EXPECT_EQ(b.Close(), errNone);
-        EXPECT_FALSE(c.IsConnected());
-        a.SetDesignMode(true);  // not connected: not passed on
-        EXPECT_EQ(g_script.designModeCalls, 1);
-        EXPECT_EQ(g_script.closes, 1);
-        // A new module for one copy leaves the others' connection alone.
-        ASSERT_EQ(c.SetModule(u"script"), errNone);
+        OzmLightweightIO b(io), d;
+        d = b;
+        d = d;
+        io.SetDesignMode(true);
+        EXPECT_EQ(b.Close(), errNone);  // for all copies
+        EXPECT_FALSE(d.IsConnected());
+        io.SetDesignMode(true);  // not connected: not passed on
+        ASSERT_EQ(d.SetModule(u"script"), errNone);  // leaves the others alone
         EXPECT_EQ(g_script.destroyed, 0);
     }
-    EXPECT_EQ(g_script.destroyed, 2);
-    // The last owner closes a connection still open.
+    EXPECT_EQ(std::make_pair(g_script.destroyed, g_script.designModeCalls), std::make_pair(1, 1));
+    EXPECT_EQ(g_script.writes, (std::vector<size_t>{10, 4096, 904}));
+    EXPECT_EQ(g_script.written, u"abcdefghij" + UCString(5000, u'x'));
     {
-        OzmLightweightIO a;
+        OzmLightweightIO a;  // the last owner closes a connection still open
         ASSERT_EQ(a.SetModule(u"script"), errNone);
         ASSERT_EQ(a.Open(u"out", u"", kWrite, false), errNone);
         ASSERT_EQ(a.PutC('q'), errNone);
         OzmLightweightIO b(a);
     }
-    EXPECT_EQ(g_script.closes, 2);
-    EXPECT_EQ(g_script.written, u"q");
-    EXPECT_EQ(g_script.destroyed, 3);
+    EXPECT_EQ(std::make_pair(g_script.closes, g_script.destroyed), std::make_pair(3, 2));
+    EXPECT_EQ(g_script.written.back(), u'q');
+    g_script.failOpen = true;
+    EXPECT_EQ(Fail(io, io.Open(u"res", u"", kRead, false), errOpenUri), u"script refuses res");
+    EXPECT_FALSE(io.IsConnected());
 }
 
 TEST_F(OzmLwioTest, FileModule) {
-    const std::pair<std::string, UCString> cases[] = {
-        {"\xEF\xBB\xBF<a>\xC3\xA9\xF0\x9F\x98\x80", u"<a>\u00E9\U0001F600"},
-        {std::string("\xFE\xFF\0<\0a\0>", 8), u"<a>"},
-        {"\xFF" "A", u"\u00FF" "A"},
-    };
-    OzmLightweightIO io;
+    const std::pair<std::string, UCString> cases[] = {{"\xEF\xBB\xBF<a>\xC3\xA9\xF0\x9F\x98\x80", u"<a>\u00E9\U0001F600"},
+                                                      {std::string("\xFE\xFF\0<\0a\0>", 8), u"<a>"}, {"\xFF" "A", u"\u00FF" "A"}};
     ASSERT_EQ(io.SetModule(u"file"), errNone);
-    for (const auto& c : cases) {
-        m_tmp.Write("in.xml", c.first);
-        ASSERT_EQ(io.Open(m_tmp.UPath("in.xml").c_str(), u"", kRead, false), errNone);
+    for (const auto& [bytes, text] : cases) {
+        ASSERT_EQ(io.Open(U(m_tmp.Write("in.xml", bytes)).c_str(), u"", kRead, false), errNone);
         BATCHERR last = errNone;
-        EXPECT_EQ(Drain(io, last), c.second);
+        EXPECT_EQ(Drain(io, &last), text);
         EXPECT_NE(last, errNotReady);
     }
     const UCString path = m_tmp.UPath("out.xml");
     ASSERT_EQ(io.Open(path.c_str(), u"", kWrite, false), errNone);
-    for (UCChar c : UCString(u"<\u00E9\U0001F600>"))
-        ASSERT_EQ(io.PutC(c), errNone);
+    ASSERT_EQ(Put(io, u"<\u00E9\U0001F600>"), errNone);
     ASSERT_EQ(io.Open(path.c_str(), u"", kAppend, false), errNone);
-    ASSERT_EQ(io.PutC('!'), errNone);
-    ASSERT_EQ(io.Flush(), errNone);
+    ASSERT_EQ(io.PutC('!') + io.Flush(), errNone);
     EXPECT_EQ(m_tmp.Read("out.xml"), "<\xC3\xA9\xF0\x9F\x98\x80>!");
-    EXPECT_EQ(io.Open(m_tmp.UPath("missing/x.xml").c_str(), u"", kRead, false), errOpenSource);
-    EXPECT_NE(Utf8(io.LastErrorMessage()).find("missing/x.xml"), std::string::npos);
+    EXPECT_NE(Utf8(Fail(io, io.Open(m_tmp.UPath("missing/x.xml").c_str(), u"", kRead, false)).c_str()).find("missing/x.xml"),
+              std::string::npos);
     EXPECT_EQ(io.Open(U(m_tmp.Dir()).c_str(), u"", kRead, false), errOpenSource);
 }
 
 TEST_F(OzmLwioTest, FdModule) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
-    std::string text = "\xEF\xBB\xBF<r>";
-    for (int i = 0; i < 20000; ++i)  // more than a pipe holds at once
-        text += "\xE2\x82\xAC";
-    std::thread writer([&] {
-        ASSERT_EQ(write(fds[1], text.data(), text.size()), ssize_t(text.size()));
-        close(fds[1]);
-    });
-    OzmLightweightIO io;
+    const UCString in = U(std::to_string(fds[0])), out = U(std::to_string(fds[1]));
     ASSERT_EQ(io.SetModule(u"fd"), errNone);
-    ASSERT_EQ(io.Open(U(std::to_string(fds[0])).c_str(), u"", kRead, false), errNone);
-    BATCHERR last = errNone;
-    UCString got = Drain(io, last);
-    writer.join();
-    EXPECT_EQ(got, u"<r>" + UCString(20000, u'\u20AC'));
-    EXPECT_EQ(io.Close(), errNone);
-    EXPECT_NE(fcntl(fds[0], F_GETFD), -1);  // never closed by the module
-    close(fds[0]);
-
-    ASSERT_EQ(pipe(fds), 0);
-    ASSERT_EQ(io.Open(U(std::to_string(fds[1])).c_str(), u"", kWrite, false), errNone);
-    for (UCChar c : UCString(u"a\u00E9"))
-        io.PutC(c);
+    ASSERT_EQ(io.Open(out.c_str(), u"", kWrite, false), errNone);
+    ASSERT_EQ(Put(io, u"\uFEFFa\u00E9"), errNone);
     ASSERT_EQ(io.Close(), errNone);
-    char buf[8] = {};
-    ASSERT_EQ(read(fds[0], buf, sizeof buf), 3);
-    EXPECT_EQ(std::string(buf, 3), "a\xC3\xA9");
-    const std::string n = std::to_string(fds[1]);
-    EXPECT_EQ(io.Open(U(n).c_str(), u"", kRead, false), errOpenSource);
-    EXPECT_EQ(Utf8(io.LastErrorMessage()), "Descriptor " + n + " is not open for reading");
-    close(fds[0]);
-    close(fds[1]);
-    EXPECT_EQ(io.Open(U(n).c_str(), u"", kRead, false), errOpenSource);
-    EXPECT_EQ(Utf8(io.LastErrorMessage()), "Descriptor " + n + " is not open");
-    for (const UCChar* bad : {u"", u"-1", u"1x", u"99999999999", u" 1"}) {
-        EXPECT_EQ(io.Open(bad, u"", kRead, false), errOpenSource);
-        EXPECT_EQ(UCString(io.LastErrorMessage()), u"Not a descriptor number: '" + UCString(bad) + u"'");
-    }
+    EXPECT_EQ(close(fds[1]), 0);  // never closed by the module
+    ASSERT_EQ(io.Open(in.c_str(), u"", kRead, false), errNone);
+    EXPECT_EQ(Drain(io), u"a\u00E9");  // the mark written as given, and dropped on reading
+    EXPECT_EQ(io.Close(), errNone);
+    EXPECT_EQ(Fail(io, io.Open(in.c_str(), u"", kWrite, false)), u"Descriptor " + in + u" is not open for writing");
+    EXPECT_EQ(close(fds[0]), 0);
+    EXPECT_EQ(Fail(io, io.Open(out.c_str(), u"", kRead, false)), u"Descriptor " + out + u" is not open");
+    for (const UCChar* bad : {u"", u"-1", u"1x", u"99999999999", u" 1"})
+        EXPECT_EQ(Fail(io, io.Open(bad, u"", kRead, false)), u"Not a descriptor number: '" + UCString(bad) + u"'");
 }
 
 TEST_F(OzmLwioTest, SharedObjectModule) {
@@ -278,30 +204,21 @@ TEST_F(OzmLwioTest, SharedObjectModule) {
     auto output = reinterpret_cast<const UCChar* (*)()>(dlsym(self, "OzmTestModuleOutput"));
     auto live = reinterpret_cast<int (*)()>(dlsym(self, "OzmTestModuleLive"));
     ASSERT_TRUE(output && live);
-    {
-        OzmLightweightIO io;
-        ASSERT_EQ(io.SetModule(U(path).c_str()), errNone) << Utf8(io.LastErrorMessage());
-        EXPECT_EQ(live(), 1);
-        ASSERT_EQ(io.Open(u"h\u00E9llo world", u"", kRead, false), errNone);
-        BATCHERR last = errNone;
-        EXPECT_EQ(Drain(io, last), u"h\u00E9llo world");
-        ASSERT_EQ(io.Open(u"", u"", kWrite, false), errNone);
-        for (UCChar c : UCString(u"written"))
-            io.PutC(c);
-        EXPECT_EQ(UCString(output()), u"");
-        ASSERT_EQ(io.Close(), errNone);
-        EXPECT_EQ(UCString(output()), u"written");
-        EXPECT_EQ(io.Open(u"refuse", u"opt", kRead, false), errOpenUri);
-        EXPECT_EQ(UCString(io.LastErrorMessage()), u"echo module refuses 'opt'");
-    }
-    EXPECT_EQ(live(), 0);
+    ASSERT_EQ(io.SetModule(U(path).c_str()), errNone) << Utf8(io.LastErrorMessage());
+    EXPECT_EQ(live(), 1);
+    ASSERT_EQ(io.Open(u"h\u00E9llo world", u"", kRead, false), errNone);
+    EXPECT_EQ(Drain(io), u"h\u00E9llo world");
+    ASSERT_EQ(io.Open(u"", u"", kWrite, false), errNone);
+    ASSERT_EQ(Put(io, u"written"), errNone);
+    EXPECT_EQ(UCString(output()), u"");
+    ASSERT_EQ(io.Close(), errNone);
+    EXPECT_EQ(UCString(output()), u"written");
+    EXPECT_EQ(Fail(io, io.Open(u"refuse", u"opt", kRead, false), errOpenUri), u"echo module refuses 'opt'");
+    EXPECT_NE(Utf8(Fail(io, io.SetModule(U(OZM_MODULE_ozm_test_nofactory).c_str())).c_str()).find("does not export OzmCreateIOModule"),
+              std::string::npos);
+    EXPECT_EQ(live(), 0);  // the module went with the failed change
     dlclose(self);
-
-    OzmLightweightIO io;
-    EXPECT_EQ(io.SetModule(U(OZM_MODULE_ozm_test_nofactory).c_str()), errOpenSource);
-    EXPECT_NE(Utf8(io.LastErrorMessage()).find("does not export OzmCreateIOModule"), std::string::npos);
-    EXPECT_EQ(io.SetModule(m_tmp.UPath("no/such.so").c_str()), errOpenSource);
-    const std::string message = Utf8(io.LastErrorMessage());
+    const std::string message = Utf8(Fail(io, io.SetModule(m_tmp.UPath("no/such.so").c_str())).c_str());
     EXPECT_EQ(message.rfind("Cannot load I/O module '" + m_tmp.Path("no/such.so") + "': ", 0), 0u) << message;
     EXPECT_NE(message.find("such.so"), message.rfind("such.so")) << "dlerror text expected: " << message;
 }
