@@ -150,6 +150,16 @@ private:
     std::thread m_thread;
 };
 
+// Says on standard error why file cannot be read, if it cannot. It asks
+// without opening: a named pipe opened and closed here would lose what its
+// writer sent before the parser opens it.
+bool Readable(const std::string& file) {
+    if (::access(file.c_str(), R_OK) == 0)
+        return true;
+    std::fprintf(stderr, "%s: cannot open: %s\n", file.c_str(), std::strerror(errno));
+    return false;
+}
+
 // Parses file ("-": standard input through the descriptor module). On a
 // failure the one line of the error goes to standard error.
 bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd) {
@@ -157,12 +167,8 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd) {
     if (IsStdin(file)) {
         rc = doc.ParseDLL(u"fd:0", false, false, nullptr, ignoreDtd);
     } else {
-        if (std::FILE* probe = std::fopen(file.c_str(), "rb")) {
-            std::fclose(probe);
-        } else {
-            std::fprintf(stderr, "%s: cannot open: %s\n", file.c_str(), std::strerror(errno));
+        if (!Readable(file))
             return false;
-        }
         const bool validate = false;
         rc = doc.ParseFile(Wide(file.c_str()).c_str(), validate, ignoreDtd);
     }
@@ -527,12 +533,8 @@ int Dtd(int argc, char** argv) {
             std::fprintf(stderr, "ozmxml dtd: --external reads a file, not standard input\n");
             return kExitUsage;
         }
-        if (std::FILE* probe = std::fopen(file.c_str(), "rb")) {
-            std::fclose(probe);
-        } else {
-            std::fprintf(stderr, "%s: cannot open: %s\n", file.c_str(), std::strerror(errno));
+        if (!Readable(file))
             return kExitFailed;
-        }
         if (result.ParseExternalDTD(Wide(file.c_str()).c_str()) != errNone) {
             std::string where = Utf8(result.ErrorFile());
             std::fprintf(stderr, "%s:%d:%d: %s\n", where.empty() ? file.c_str() : where.c_str(), result.ErrorLine(),
