@@ -146,21 +146,21 @@ size_t MallocInUse() {
     return mi.uordblks + mi.hblkhd;
 }
 
-// Heap bytes of a string of n units held outside the string object, as
-// malloc would round it: (capacity + 1) units of 2 bytes plus an 8-byte
-// header, in 16-byte steps, at least 32. Strings of up to 7 units live inside
-// the object. A string that grew out of the object (the data of an element
-// with children, appended piece by piece) has at least twice the inner
-// capacity, 14 units; a string made to size (a leaf's data, attribute names
-// and values) has exactly n.
+// Heap bytes of an attribute name or value of n units held outside its
+// string object, as malloc would round it: (n + 1) units of 2 bytes plus an
+// 8-byte header, in 16-byte steps, at least 32. Strings of up to 7 units live
+// inside the object.
 constexpr size_t kSsoCapacity = 7;
-size_t OutOfLineBytes(size_t units, bool grown) {
+size_t OutOfLineBytes(size_t units) {
     if (units <= kSsoCapacity)
         return 0;
-    size_t capacity = grown && units < 2 * kSsoCapacity ? 2 * kSsoCapacity : units;
-    size_t chunk = (capacity * 2 + 2 + 8 + 15) & ~size_t(15);
+    size_t chunk = (units * 2 + 2 + 8 + 15) & ~size_t(15);
     return chunk < 32 ? 32 : chunk;
 }
+
+// Bytes of the parsed data of an element in its slab's text store: its
+// units and a terminating 0.
+size_t StoredTextBytes(size_t units) { return units ? (units + 1) * 2 : 0; }
 
 std::string Utf8(const UCChar* text) {
     std::string out;
@@ -172,7 +172,7 @@ struct TreeCounts {
     size_t elements = 0;
     size_t attributes = 0;
     size_t maxDepth = 0;
-    size_t textStrings = 0;  // strings held outside their objects
+    size_t textStrings = 0;  // texts held outside their objects
     size_t textBytes = 0;    // their estimated heap bytes
 };
 
@@ -183,14 +183,14 @@ TreeCounts WalkTree(const XmlElement* root) {
     XmlWalkTree(root, [&c](const XmlElement* e, int depth) {
         ++c.elements;
         c.maxDepth = std::max(c.maxDepth, size_t(depth) + 1);
-        size_t bytes = OutOfLineBytes(size_t(e->DataLength()), e->Child() != nullptr);
+        size_t bytes = StoredTextBytes(size_t(e->DataLength()));
         int n = e->AttributeCount();
         c.attributes += size_t(n);
         c.textStrings += bytes != 0;
         c.textBytes += bytes;
         for (int i = 0; i < n; ++i) {
-            size_t nb = OutOfLineBytes(Units(e->GetAttributeName(i)), false);
-            size_t vb = OutOfLineBytes(Units(e->GetAttributeValue(i)), false);
+            size_t nb = OutOfLineBytes(Units(e->GetAttributeName(i)));
+            size_t vb = OutOfLineBytes(Units(e->GetAttributeValue(i)));
             c.textStrings += (nb != 0) + (vb != 0);
             c.textBytes += nb + vb;
         }
@@ -487,11 +487,10 @@ int main(int argc, char** argv) {
                 mallocDelta - crossCheck);
     std::printf("    mallinfo2 counts chunks parked in glibc's per-thread cache as in use, so the two\n"
                 "    may differ by up to a few hundred KB (they agree with GLIBC_TUNABLES=glibc.malloc.tcache_count=0)\n");
-    std::printf("  out-of-line text                          %12zu bytes in %zu strings\n", counts.textBytes,
+    std::printf("  text outside the nodes                    %12zu bytes in %zu texts\n", counts.textBytes,
                 counts.textStrings);
-    std::printf("    rule: element data and attribute names and values longer than %zu UTF-16 units\n"
-                "    cost max(32, (2c + 2 + 8 + 15) & ~15) bytes each, c their capacity: the length n,\n"
-                "    but at least 14 for the data of an element with children (grown piece by piece)\n",
+    std::printf("    rule: element data costs 2n + 2 bytes in its slab's text store; attribute names and\n"
+                "    values longer than %zu UTF-16 units cost max(32, (2n + 2 + 8 + 15) & ~15) bytes each\n",
                 kSsoCapacity);
     std::printf("  tree bytes per element (total - text) / elements   %.1f\n", perElement);
     std::printf("  input UTF-8 bytes per element                      %.1f\n", double(n) / double(counts.elements));

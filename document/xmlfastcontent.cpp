@@ -172,13 +172,8 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         if (textEnd) {
             if (tracked && tracked->element)
                 tracked->element->MaxLen(int(textEnd - text));
-            // A fresh node's string is built to size rather than assigned:
-            // the general assignment allows for overlap and grows by steps.
             const size_t textLength = size_t(textEnd - text);
-            if (textLength <= child->m_data.capacity())
-                child->m_data.assign(text, textLength);
-            else
-                child->m_data = UCString(text, textLength);
+            child->m_data.Borrow(child->m_block->StoreText(text, textLength), textLength);
             LinkChild(level, child);
             ConsumeRun(size_t(text - p));
             consume(text, textEnd, lines, lastLf);

@@ -230,10 +230,11 @@ BATCHERR XmlDocument::ParseContent(int depth) {
             def->MaxLen(int(data.size()));
     }
     // The text ends at a unit of value 0, if one came in.
-    if (m_dataNulls == nullsBefore)
-        current->m_data = data;
+    const size_t length = m_dataNulls == nullsBefore ? data.size() : UCString::traits_type::length(data.c_str());
+    if (length == 0)
+        current->m_data.Clear();
     else
-        current->Data(data.c_str());
+        current->m_data.Borrow(current->m_block->StoreText(data.data(), length), length);
     return errNone;
 }
 

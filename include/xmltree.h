@@ -1,6 +1,7 @@
 // xmltree.h - the element tree: nodes, attributes and the slabs nodes live in.
 #pragma once
 
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -55,7 +56,7 @@ public:
     const UCChar* Name() const;
     void Name(const UCChar* name);
 
-    const UCChar* Data() const { return m_data.c_str(); }
+    const UCChar* Data() const { return m_data.data(); }
     void Data(const UCChar* text);
     void AddData(const UCChar* text);
     long DataLength() const { return long(m_data.size()); }
@@ -108,8 +109,42 @@ private:
     XmlElement() = default;
     ~XmlElement() = default;
 
+    // The text of a node. Text read by the parser is kept in the text store
+    // of the node's slab and only pointed to here; text set through Data or
+    // AddData is a copy on the heap, owned and freed by the node.
+    class Text {
+    public:
+        Text() = default;
+        Text(const Text&) = delete;
+        Text& operator=(const Text&) = delete;
+        ~Text() { Free(); }
+
+        const UCChar* data() const { return m_p; }
+        size_t size() const { return m_size; }
+        bool empty() const { return m_size == 0; }
+        // Points at n units at p followed by a 0, which outlive the node.
+        void Borrow(const UCChar* p, size_t n) {
+            Free();
+            m_p = p;
+            m_size = n;
+        }
+        void Assign(const UCChar* p, size_t n);
+        void Append(const UCChar* p, size_t n);
+        void Clear() { Borrow(u"", 0); }
+
+    private:
+        void Free() {
+            if (m_capacity)
+                delete[] const_cast<UCChar*>(m_p);
+            m_capacity = 0;
+        }
+        const UCChar* m_p = u"";
+        size_t m_size = 0;
+        size_t m_capacity = 0;  // units of the owned buffer; 0 when borrowed
+    };
+
     int m_nameId = 0;
-    UCString m_data;
+    Text m_data;
     XmlDeque<XmlAttribute> m_attributes;
     XmlElement* m_next = nullptr;
     XmlElement* m_child = nullptr;
@@ -140,8 +175,29 @@ public:
     void Next(XmlElementBlock* b) { m_nextBlock = b; }
     XmlDocument* Document() const { return m_document; }
 
+    // Copies n units at p, and a 0 behind them, into the slab's text store:
+    // the copy lives as long as the slab, and is given up only when the slab
+    // is reset or destroyed. Text is stored by the bump of a pointer, with a
+    // new chunk now and then.
+    const UCChar* StoreText(const UCChar* p, size_t n) {
+        if (size_t(m_textEnd - m_textNext) <= n)
+            return StoreTextInNewChunk(p, n);
+        UCChar* t = m_textNext;
+        std::memcpy(t, p, n * sizeof(UCChar));
+        t[n] = 0;
+        m_textNext = t + n + 1;
+        return t;
+    }
+
 private:
     friend class XmlDocument;
+    struct TextChunk {
+        TextChunk* next;
+        size_t units;
+        UCChar* Units() { return reinterpret_cast<UCChar*>(this + 1); }
+    };
+    const UCChar* StoreTextInNewChunk(const UCChar* p, size_t n);
+    void FreeTextChunks(TextChunk* from);
     // Nodes are constructed when first handed out, and only those are
     // destroyed: a small document does not pay for the whole slab. The free
     // list is the nodes given back (LIFO) followed by the nodes from m_unused
@@ -155,6 +211,9 @@ private:
     XmlElementBlock* m_nextBlock = nullptr;
     int m_freeCount = Capacity;
     XmlDocument* m_document = nullptr;
+    TextChunk* m_textChunks = nullptr;  // the chunk being filled first
+    UCChar* m_textNext = nullptr;
+    UCChar* m_textEnd = nullptr;
 };
 
 // Visits the subtree of root in document order without recursion, since a

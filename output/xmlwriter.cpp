@@ -99,11 +99,12 @@ void XmlElement::Write(XmlOutputStream& out, int indent, bool escape, bool lineB
         }
         pieces.Put(u'>');
         if (hasData) {
-            // Sent as a terminated text: up to a zero unit, if any.
+            // A node's text never holds a zero unit: the parser and Data
+            // both end it there.
             if (escape)
                 pieces.Escaped(e->m_data.data(), e->m_data.size());
             else
-                pieces.Put(e->m_data.data(), std::min(e->m_data.find(u'\0'), e->m_data.size()));
+                pieces.Put(e->m_data.data(), e->m_data.size());
         }
         if (e->m_child) {
             if (lineBreaks)
@@ -123,7 +124,7 @@ void XmlElement::Write(XmlOutputStream& out, int indent, bool escape, bool lineB
 }
 
 void XmlElement::GetData(UCString& out, XMLD mode) const {
-    out += m_data;
+    out.append(m_data.data(), m_data.size());
     if (mode == XMLD_Own)
         return;
     const bool markup = mode == XMLD_Markup;
@@ -142,7 +143,7 @@ void XmlElement::GetData(UCString& out, XMLD mode) const {
                 out += e->Name();
                 out += u'>';
             }
-            out += e->m_data;
+            out.append(e->m_data.data(), e->m_data.size());
             if (e->m_child)
                 return true;
             if (markup)

@@ -1,5 +1,8 @@
 // XmlElement: links, attributes and the name held as an index into the
 // document's name table.
+#include <algorithm>
+#include <cstring>
+
 #include "xmldocument.h"
 
 const UCChar* XmlElement::Name() const {
@@ -14,9 +17,48 @@ void XmlAttribute::Name(const UCChar* name) { m_name = name; }
 
 void XmlAttribute::Value(const UCChar* value) { m_value = value; }
 
-void XmlElement::Data(const UCChar* text) { m_data = text; }
+void XmlElement::Data(const UCChar* text) { m_data.Assign(text, UCString::traits_type::length(text)); }
 
-void XmlElement::AddData(const UCChar* text) { m_data += text; }
+void XmlElement::AddData(const UCChar* text) { m_data.Append(text, UCString::traits_type::length(text)); }
+
+// Both may be given a part of the node's own text: the new buffer is filled
+// before the old one is freed.
+void XmlElement::Text::Assign(const UCChar* p, size_t n) {
+    if (n == 0) {
+        Clear();
+        return;
+    }
+    UCChar* t = new UCChar[n + 1];
+    std::memcpy(t, p, n * sizeof(UCChar));
+    t[n] = 0;
+    Free();
+    m_p = t;
+    m_size = n;
+    m_capacity = n + 1;
+}
+
+void XmlElement::Text::Append(const UCChar* p, size_t n) {
+    if (n == 0)
+        return;
+    if (m_size + n < m_capacity) {
+        // In place: p is outside the units written to, or a part of the
+        // text before them.
+        UCChar* t = const_cast<UCChar*>(m_p);
+        std::memcpy(t + m_size, p, n * sizeof(UCChar));
+        m_size += n;
+        t[m_size] = 0;
+        return;
+    }
+    const size_t capacity = std::max(m_size + n + 1, 2 * m_capacity);
+    UCChar* t = new UCChar[capacity];
+    std::memcpy(t, m_p, m_size * sizeof(UCChar));
+    std::memcpy(t + m_size, p, n * sizeof(UCChar));
+    t[m_size + n] = 0;
+    Free();
+    m_p = t;
+    m_size += n;
+    m_capacity = capacity;
+}
 
 void XmlElement::Next(XmlElement* e) {
     XmlElement* last = this;
@@ -99,7 +141,7 @@ void XmlElement::Clear() {
     m_next = nullptr;
     m_attributes.clear();
     m_nameId = 0;
-    m_data.clear();
+    m_data.Clear();
     m_mark = 0;
 }
 

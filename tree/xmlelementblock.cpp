@@ -1,4 +1,5 @@
 // XmlElementBlock: a slab of 1000 nodes handed out through a LIFO free list.
+#include <algorithm>
 #include <new>
 
 #include "xmldocument.h"
@@ -8,12 +9,54 @@ XmlElementBlock::XmlElementBlock(XmlDocument* document) : m_document(document) {
 XmlElementBlock::~XmlElementBlock() {
     for (int i = 0; i < m_constructed; ++i)
         m_nodes[i].~XmlElement();
+    FreeTextChunks(m_textChunks);
 }
 
 void XmlElementBlock::Reset() {
     m_firstFree = nullptr;
     m_unused = 0;
     m_freeCount = Capacity;
+    // The chunk being filled is kept for the next document's text.
+    if (m_textChunks) {
+        FreeTextChunks(m_textChunks->next);
+        m_textChunks->next = nullptr;
+        m_textNext = m_textChunks->Units();
+        m_textEnd = m_textNext + m_textChunks->units;
+    }
+}
+
+void XmlElementBlock::FreeTextChunks(TextChunk* from) {
+    while (from) {
+        TextChunk* next = from->next;
+        ::operator delete(from);
+        from = next;
+    }
+}
+
+// Chunks grow from 4 to 64 KB as a slab fills. A text too long for a quarter
+// of the largest chunk gets a chunk of its own, placed behind the one being
+// filled, which goes on being filled.
+const UCChar* XmlElementBlock::StoreTextInNewChunk(const UCChar* p, size_t n) {
+    constexpr size_t kFirstUnits = 2048, kLargestUnits = 32768;
+    const bool own = n + 1 > kLargestUnits / 4;
+    size_t units = n + 1;
+    if (!own)
+        units = m_textChunks ? std::min(m_textChunks->units * 2, kLargestUnits) : kFirstUnits;
+    TextChunk* chunk = static_cast<TextChunk*>(::operator new(sizeof(TextChunk) + units * sizeof(UCChar)));
+    chunk->units = units;
+    UCChar* t = chunk->Units();
+    std::memcpy(t, p, n * sizeof(UCChar));
+    t[n] = 0;
+    if (own && m_textChunks) {
+        chunk->next = m_textChunks->next;
+        m_textChunks->next = chunk;
+    } else {
+        chunk->next = m_textChunks;
+        m_textChunks = chunk;
+        m_textNext = t + n + 1;
+        m_textEnd = t + units;
+    }
+    return t;
 }
 
 XmlElement* XmlElementBlock::NewElement() {
