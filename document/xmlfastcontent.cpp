@@ -163,11 +163,9 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         TrackedDefs* tracked = nullptr;
         if (m_trackMaxLen) {
             tracked = &Tracked(child->m_nameId);
-            for (int i = 0; i < attrCount; ++i) {
-                // m_refText serves as scratch: no reference is being read.
-                m_refText.assign(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name));
-                TrackAttribute(*tracked, m_refText.c_str(), size_t(attrs[i].valueEnd - attrs[i].value));
-            }
+            for (int i = 0; i < attrCount; ++i)
+                TrackAttribute(*tracked, size_t(i), attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name),
+                               size_t(attrs[i].valueEnd - attrs[i].value));
         }
         if (textEnd) {
             if (tracked && tracked->element)

@@ -145,7 +145,8 @@ XmlElement* XmlDocument::ParseAttributes(XmlElement* element, bool& isEmpty) {
         }
         element->m_attributes.emplace_back(attrName, attrValue);
         if (m_trackMaxLen)
-            TrackAttribute(Tracked(element->m_nameId), attrName.c_str(), attrValue.size());
+            TrackAttribute(Tracked(element->m_nameId), element->m_attributes.size() - 1, attrName.data(),
+                           attrName.size(), attrValue.size());
     }
     if (element && kind == tokEmptyClose)
         isEmpty = true;
@@ -241,21 +242,30 @@ BATCHERR XmlDocument::ParseContent(int depth) {
 // The definitions that the lengths of an element name go to. The definition
 // is complete once the prolog is over and does not change during the
 // content, so each name is looked up once per parse.
-XmlDocument::TrackedDefs& XmlDocument::Tracked(int nameId) {
+XmlDocument::TrackedDefs& XmlDocument::LookUpTracked(int nameId) {
     if (size_t(nameId) >= m_trackedDefs.size())
-        m_trackedDefs.resize(size_t(nameId) + 1, TrackedDefs{nullptr, nullptr, false});
+        m_trackedDefs.resize(size_t(nameId) + 1);
     TrackedDefs& defs = m_trackedDefs[size_t(nameId)];
-    if (!defs.known) {
-        const UCChar* name = m_names[size_t(nameId - 1)].c_str();
-        defs.element = m_dtd.FindElement(name);
-        defs.attributes = m_dtd.FindAttrList(name);
-        defs.known = true;
-    }
+    const UCChar* name = m_names[size_t(nameId - 1)].c_str();
+    defs.element = m_dtd.FindElement(name);
+    defs.attributes = m_dtd.FindAttrList(name);
+    defs.known = true;
     return defs;
 }
 
-void XmlDocument::TrackAttribute(const TrackedDefs& defs, const UCChar* name, size_t length) {
-    if (defs.attributes)
-        if (XmlAttDef* def = defs.attributes->FindModifiableAttDef(name))
-            def->MaxLen(int(length));
+// The attribute at place in the start tag, with the name of nameLength units
+// at name and a value of length units.
+void XmlDocument::TrackAttribute(TrackedDefs& defs, size_t place, const UCChar* name, size_t nameLength,
+                                 size_t length) {
+    if (!defs.attributes)
+        return;
+    if (place >= defs.byPlace.size())
+        defs.byPlace.resize(place + 1);
+    std::pair<UCString, XmlAttDef*>& known = defs.byPlace[place];
+    if (known.first.size() != nameLength || !XmlSameUnits(known.first.data(), name, nameLength)) {
+        known.first.assign(name, nameLength);
+        known.second = defs.attributes->FindModifiableAttDef(known.first.c_str());
+    }
+    if (known.second)
+        known.second->MaxLen(int(length));
 }

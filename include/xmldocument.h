@@ -346,11 +346,20 @@ private:
     // Definitions of element names met while lengths are tracked, by name
     // index + 1 (see XmlDocument::TrackedDefs).
     struct TrackedDefs {
-        XmlElementDef* element;
-        XmlAttrList* attributes;
-        bool known;
+        XmlElementDef* element = nullptr;
+        XmlAttrList* attributes = nullptr;
+        bool known = false;
+        // The definitions of the attributes met on elements of this name,
+        // by their place in the start tag: a document tends to repeat one
+        // order, and a name that comes again at its place is not looked up.
+        std::vector<std::pair<UCString, XmlAttDef*>> byPlace;
     };
     std::vector<TrackedDefs> m_trackedDefs;
-    TrackedDefs& Tracked(int nameId);
-    void TrackAttribute(const TrackedDefs& defs, const UCChar* name, size_t length);
+    TrackedDefs& Tracked(int nameId) {
+        if (size_t(nameId) < m_trackedDefs.size() && m_trackedDefs[size_t(nameId)].known)
+            return m_trackedDefs[size_t(nameId)];
+        return LookUpTracked(nameId);
+    }
+    TrackedDefs& LookUpTracked(int nameId);
+    void TrackAttribute(TrackedDefs& defs, size_t place, const UCChar* name, size_t nameLength, size_t length);
 };
