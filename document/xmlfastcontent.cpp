@@ -164,7 +164,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         if (m_trackMaxLen) {
             tracked = &Tracked(child->m_nameId);
             for (int i = 0; i < attrCount; ++i)
-                TrackAttribute(*tracked, size_t(i), attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name),
+                TrackAttribute(*tracked, attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name),
                                size_t(attrs[i].valueEnd - attrs[i].value));
         }
         if (textEnd) {

@@ -145,8 +145,7 @@ XmlElement* XmlDocument::ParseAttributes(XmlElement* element, bool& isEmpty) {
         }
         element->m_attributes.emplace_back(attrName, attrValue);
         if (m_trackMaxLen)
-            TrackAttribute(Tracked(element->m_nameId), element->m_attributes.size() - 1, attrName.data(),
-                           attrName.size(), attrValue.size());
+            TrackAttribute(Tracked(element->m_nameId), attrName.data(), attrName.size(), attrValue.size());
     }
     if (element && kind == tokEmptyClose)
         isEmpty = true;
@@ -253,19 +252,24 @@ XmlDocument::TrackedDefs& XmlDocument::LookUpTracked(int nameId) {
     return defs;
 }
 
-// The attribute at place in the start tag, with the name of nameLength units
-// at name and a value of length units.
-void XmlDocument::TrackAttribute(TrackedDefs& defs, size_t place, const UCChar* name, size_t nameLength,
-                                 size_t length) {
+// The attribute with the name of nameLength units at name and a value of
+// length units.
+void XmlDocument::TrackAttribute(TrackedDefs& defs, const UCChar* name, size_t nameLength, size_t length) {
     if (!defs.attributes)
         return;
-    if (place >= defs.byPlace.size())
-        defs.byPlace.resize(place + 1);
-    std::pair<UCString, XmlAttDef*>& known = defs.byPlace[place];
-    if (known.first.size() != nameLength || !XmlSameUnits(known.first.data(), name, nameLength)) {
-        known.first.assign(name, nameLength);
-        known.second = defs.attributes->FindModifiableAttDef(known.first.c_str());
+    XmlAttDef* def = nullptr;
+    auto known = defs.seen.begin();
+    for (; known != defs.seen.end(); ++known) {
+        if (known->first.size() == nameLength && XmlSameUnits(known->first.data(), name, nameLength)) {
+            def = known->second;
+            break;
+        }
     }
-    if (known.second)
-        known.second->MaxLen(int(length));
+    if (known == defs.seen.end()) {
+        UCString key(name, nameLength);
+        def = defs.attributes->FindModifiableAttDef(key.c_str());
+        defs.seen.emplace_back(std::move(key), def);
+    }
+    if (def)
+        def->MaxLen(int(length));
 }

@@ -349,10 +349,10 @@ private:
         XmlElementDef* element = nullptr;
         XmlAttrList* attributes = nullptr;
         bool known = false;
-        // The definitions of the attributes met on elements of this name,
-        // by their place in the start tag: a document tends to repeat one
-        // order, and a name that comes again at its place is not looked up.
-        std::vector<std::pair<UCString, XmlAttDef*>> byPlace;
+        // The attribute names met on elements of this name, each with its
+        // definition or null: a name that comes again is not looked up in
+        // the list of definitions.
+        std::vector<std::pair<UCString, XmlAttDef*>> seen;
     };
     std::vector<TrackedDefs> m_trackedDefs;
     TrackedDefs& Tracked(int nameId) {
@@ -361,5 +361,5 @@ private:
         return LookUpTracked(nameId);
     }
     TrackedDefs& LookUpTracked(int nameId);
-    void TrackAttribute(TrackedDefs& defs, size_t place, const UCChar* name, size_t nameLength, size_t length);
+    void TrackAttribute(TrackedDefs& defs, const UCChar* name, size_t nameLength, size_t length);
 };
