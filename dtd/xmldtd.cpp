@@ -49,6 +49,12 @@ void XmlDtd::CopyFrom(const XmlDtd& other) {
 }
 
 void XmlDtd::Clear() {
+    // A definition that holds the predefined entities and nothing else is
+    // left as it is: a document clears its definition when it is made, at
+    // each parse and when it is destroyed, mostly with nothing in it.
+    if (!m_haveContents && !m_doingExterns && m_docType.empty() &&
+        m_entities.size() == kXmlPredefinedCount)
+        return;
     m_docType.clear();
     m_entities.clear();
     m_elements.clear();
