@@ -205,8 +205,9 @@ int XmlDocument::AddName(const UCChar* name, size_t length) {
         if (known.size() == length && XmlSameUnits(known.data(), name, length))
             return slot - 1;
     }
-    auto it = m_nameIndex.find(view);
-    if (it != m_nameIndex.end()) {
+    // One walk of the map finds the name or the place for it.
+    auto it = m_nameIndex.lower_bound(view);
+    if (it != m_nameIndex.end() && it->first == view) {
         slot = it->second + 1;
         return it->second;
     }
@@ -219,8 +220,11 @@ int XmlDocument::AddName(const UCChar* name, size_t length) {
             d->m_nameIndex.emplace(key, index);
         }
     } else {
+        // A document has a few dozen names: room for them from the start.
+        if (m_names.empty())
+            m_names.reserve(32);
         m_names.push_back(key);
-        m_nameIndex.emplace(std::move(key), index);
+        m_nameIndex.emplace_hint(it, std::move(key), index);
     }
     return index;
 }
