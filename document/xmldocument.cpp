@@ -193,12 +193,7 @@ XmlElement* XmlDocument::NewElement() {
 int XmlDocument::AddName(const UCChar* name) { return AddName(name, UCString::traits_type::length(name)); }
 
 int XmlDocument::AddName(const UCChar* name, size_t length) {
-    // Most names of a document are few and repeat: a hashed cache answers
-    // them without walking the ordered map.
-    unsigned h = unsigned(length) * 31u;
-    if (length)
-        h += name[0] * 7u + name[length - 1] * 3u + name[length / 2];
-    int& slot = m_nameCache[(h ^ (h >> 8)) & 255];
+    int& slot = m_nameCache[NameSlot(name, length)];
     std::u16string_view view(name, length);
     if (slot > 0 && size_t(slot) <= m_names.size()) {
         const UCString& known = m_names[size_t(slot - 1)];

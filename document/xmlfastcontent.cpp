@@ -155,7 +155,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             result = SetUpError(errSyntax, u"Out of memory for element '%s'", UCString(name, length).c_str());
             return fastTook;
         }
-        child->m_nameId = AddName(name, length) + 1;
+        child->m_nameId = CachedName(name, length) + 1;
         for (int i = 0; i < attrCount; ++i)
             child->m_attributes.emplace_back(
                 std::u16string_view(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name)),

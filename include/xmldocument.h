@@ -236,6 +236,9 @@ private:
 
     // Character stream (inline, in input/xmlcharstream.h).
     inline UCChar OneChar();
+    // AddName with the names met before answered inline from m_nameCache.
+    inline int CachedName(const UCChar* name, size_t length);
+    int NameSlot(const UCChar* name, size_t length) const;
     inline UCChar NextChar();
     inline UCChar SkipSpace();
     inline void PushBack(UCChar c);

@@ -213,6 +213,25 @@ OZM_HOT bool XmlSameUnits(const UCChar* a, const UCChar* b, size_t n) {
     return true;
 }
 
+// Most names of a document are few and repeat: a hashed cache in front of
+// the name table answers them without walking the ordered map.
+inline int XmlDocument::NameSlot(const UCChar* name, size_t length) const {
+    unsigned h = unsigned(length) * 31u;
+    if (length)
+        h += name[0] * 7u + name[length - 1] * 3u + name[length / 2];
+    return int((h ^ (h >> 8)) & 255);
+}
+
+OZM_HOT int XmlDocument::CachedName(const UCChar* name, size_t length) {
+    const int slot = m_nameCache[NameSlot(name, length)];
+    if (slot > 0 && size_t(slot) <= m_names.size()) {
+        const UCString& known = m_names[size_t(slot - 1)];
+        if (known.size() == length && XmlSameUnits(known.data(), name, length))
+            return slot - 1;
+    }
+    return AddName(name, length);
+}
+
 // A set of N units looked for eight units at a time.
 template <int N>
 struct XmlUnitSet {
