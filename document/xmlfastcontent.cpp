@@ -150,7 +150,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
                 textEnd = stop;
         }
         SaveErrorPos(m_line, tagCol);
-        XmlElement* child = NewElement();
+        XmlElement* child = NewNode();
         if (!child) {
             result = SetUpError(errSyntax, u"Out of memory for element '%s'", UCString(name, length).c_str());
             return fastTook;

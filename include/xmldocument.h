@@ -236,6 +236,8 @@ private:
 
     // Character stream (inline, in input/xmlcharstream.h).
     inline UCChar OneChar();
+    // NewElement with the head slab's next node taken inline.
+    inline XmlElement* NewNode();
     // AddName with the names met before answered inline from m_nameCache.
     inline int CachedName(const UCChar* name, size_t length);
     int NameSlot(const UCChar* name, size_t length) const;

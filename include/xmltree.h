@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstring>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -215,6 +216,28 @@ private:
     UCChar* m_textNext = nullptr;
     UCChar* m_textEnd = nullptr;
 };
+
+// Inline: the parser takes a node for every element it reads.
+inline XmlElement* XmlElementBlock::NewElement() {
+    XmlElement* e = m_firstFree;
+    if (e) {
+        m_firstFree = e->m_next;
+        e->Clear();
+    } else {
+        if (m_unused == Capacity)
+            return nullptr;
+        e = &m_nodes[m_unused];
+        if (m_unused++ == m_constructed) {
+            new (e) XmlElement();  // cleared by construction
+            ++m_constructed;
+        } else {
+            e->Clear();
+        }
+    }
+    e->m_block = this;
+    --m_freeCount;
+    return e;
+}
 
 // Visits the subtree of root in document order without recursion, since a
 // tree built by a program may be deeper than any call stack. It follows

@@ -213,6 +213,12 @@ OZM_HOT bool XmlSameUnits(const UCChar* a, const UCChar* b, size_t n) {
     return true;
 }
 
+OZM_HOT XmlElement* XmlDocument::NewNode() {
+    if (m_elementBlocks && m_elementBlocks->FreeCount() != 0)
+        return m_elementBlocks->NewElement();
+    return NewElement();
+}
+
 // Most names of a document are few and repeat: a hashed cache in front of
 // the name table answers them without walking the ordered map.
 inline int XmlDocument::NameSlot(const UCChar* name, size_t length) const {

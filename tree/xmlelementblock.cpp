@@ -59,27 +59,6 @@ const UCChar* XmlElementBlock::StoreTextInNewChunk(const UCChar* p, size_t n) {
     return t;
 }
 
-XmlElement* XmlElementBlock::NewElement() {
-    XmlElement* e = m_firstFree;
-    if (e) {
-        m_firstFree = e->m_next;
-        e->Clear();
-    } else {
-        if (m_unused == Capacity)
-            return nullptr;
-        e = &m_nodes[m_unused];
-        if (m_unused++ == m_constructed) {
-            new (e) XmlElement();  // cleared by construction
-            ++m_constructed;
-        } else {
-            e->Clear();
-        }
-    }
-    e->m_block = this;
-    --m_freeCount;
-    return e;
-}
-
 void XmlElementBlock::FreeElement(XmlElement* e) {
     e->Clear();
     e->m_next = m_firstFree;
