@@ -18,3 +18,17 @@ enum XmlFastStep : int {
     fastTook = 1,   // one or more tokens: go on reading
     fastEnded = 2,  // the element's end tag (result tells whether it matched)
 };
+
+// Appends child to the children of the level's element. Linking behind the
+// last child gives what XmlElement::Child gives, without walking the whole
+// chain of siblings for each child.
+inline void XmlDocument::LinkChild(ContentLevel& level, XmlElement* child) {
+    if (level.lastChild) {
+        child->m_parentPos = int(level.element->DataLength());
+        level.lastChild->m_next = child;
+        child->m_parent = level.element;
+    } else {
+        level.element->Child(child);
+    }
+    level.lastChild = child;
+}

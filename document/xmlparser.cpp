@@ -152,20 +152,6 @@ XmlElement* XmlDocument::ParseAttributes(XmlElement* element, bool& isEmpty) {
     return element;
 }
 
-// Appends child to the children of the level's element. Linking behind the
-// last child gives what XmlElement::Child gives, without walking the whole
-// chain of siblings for each child.
-void XmlDocument::LinkChild(ContentLevel& level, XmlElement* child) {
-    if (level.lastChild) {
-        child->m_parentPos = int(level.element->DataLength());
-        level.lastChild->m_next = child;
-        child->m_parent = level.element;
-    } else {
-        level.element->Child(child);
-    }
-    level.lastChild = child;
-}
-
 // Links a child whose start tag has been read and reads its content.
 BATCHERR XmlDocument::AttachChild(ContentLevel& level, XmlElement* child, bool isEmpty) {
     LinkChild(level, child);
