@@ -156,6 +156,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             return fastTook;
         }
         child->m_nameId = CachedName(name, length) + 1;
+        child->m_attributes.reserve(size_t(attrCount));
         for (int i = 0; i < attrCount; ++i)
             child->m_attributes.emplace_back(
                 std::u16string_view(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name)),

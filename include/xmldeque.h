@@ -72,6 +72,16 @@ public:
         return *p;
     }
 
+    // Sizes the first chunk for n elements when nothing is stored yet, so
+    // that a queue whose final size is known takes no more room than that;
+    // it grows as usual past n.
+    void reserve(size_t n) {
+        if (m_rep || n == 0)
+            return;
+        const uint32_t capacity = n < MaxCapacity() ? uint32_t(n) : MaxCapacity();
+        NewRep(capacity);
+    }
+
     T& back() { return m_rep->last->Items()[m_rep->last->used - 1]; }
     const T& back() const { return m_rep->last->Items()[m_rep->last->used - 1]; }
     T& front() { return m_rep->first.Items()[0]; }
@@ -187,12 +197,8 @@ private:
         // Here, not at class scope, so that a queue can be a member of its own
         // element type (a content part holds its children).
         static_assert(sizeof(Chunk) % alignof(T) == 0, "chunk header breaks alignment");
-        if (!m_rep) {
-            void* mem = ::operator new(sizeof(Rep) + sizeof(T) * size_t(FirstCapacity()));
-            m_rep = static_cast<Rep*>(mem);
-            m_rep->size = 0;
-            m_rep->last = InitChunk(&m_rep->first, FirstCapacity(), nullptr);
-        }
+        if (!m_rep)
+            NewRep(FirstCapacity());
         Chunk* c = m_rep->last;
         if (c->used == c->capacity) {
             if (!c->next) {
@@ -204,6 +210,12 @@ private:
             c = m_rep->last = c->next;
         }
         return &c->Items()[c->used];
+    }
+    void NewRep(uint32_t capacity) {
+        void* mem = ::operator new(sizeof(Rep) + sizeof(T) * size_t(capacity));
+        m_rep = static_cast<Rep*>(mem);
+        m_rep->size = 0;
+        m_rep->last = InitChunk(&m_rep->first, capacity, nullptr);
     }
     void Added() {
         ++m_rep->last->used;
