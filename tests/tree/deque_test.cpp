@@ -48,6 +48,11 @@ TEST(XmlDequeTest, StackAcrossChunkBordersMatchesAVector) {
     }
     q.clear();
     EXPECT_TRUE(q.begin() == q.end());
+    q.reserve(3);  // a first chunk of three, grown past as usual
+    for (const char16_t* s : {u"r1", u"r2", u"r3", u"r4"})
+        q.push_back(s);
+    EXPECT_EQ(Contents(q), (std::vector<std::u16string>{u"r1", u"r2", u"r3", u"r4"}));
+    q.clear();
     q.push_back(u"two");
     EXPECT_EQ(Contents(q), std::vector<std::u16string>{u"two"});
 }
