@@ -33,15 +33,21 @@ void XmlElementBlock::FreeTextChunks(TextChunk* from) {
     }
 }
 
-// Chunks grow from 4 to 64 KB as a slab fills. A text too long for a quarter
-// of the largest chunk gets a chunk of its own, placed behind the one being
-// filled, which goes on being filled.
+// Chunks grow from 4 to 64 KB as a slab fills, each a power of two in all,
+// its header included, which allocators serve without waste. A text too long
+// for a quarter of the largest chunk gets a chunk of its own, placed behind
+// the one being filled, which goes on being filled.
 const UCChar* XmlElementBlock::StoreTextInNewChunk(const UCChar* p, size_t n) {
-    constexpr size_t kFirstUnits = 2048, kLargestUnits = 32768;
+    constexpr size_t kFirstBytes = 4096, kLargestBytes = 65536;
+    constexpr size_t kLargestUnits = (kLargestBytes - sizeof(TextChunk)) / sizeof(UCChar);
     const bool own = n + 1 > kLargestUnits / 4;
     size_t units = n + 1;
-    if (!own)
-        units = m_textChunks ? std::min(m_textChunks->units * 2, kLargestUnits) : kFirstUnits;
+    if (!own) {
+        const size_t bytes = m_textChunks ? std::min(2 * (sizeof(TextChunk) + m_textChunks->units * sizeof(UCChar)),
+                                                     kLargestBytes)
+                                          : kFirstBytes;
+        units = (bytes - sizeof(TextChunk)) / sizeof(UCChar);
+    }
     TextChunk* chunk = static_cast<TextChunk*>(::operator new(sizeof(TextChunk) + units * sizeof(UCChar)));
     chunk->units = units;
     UCChar* t = chunk->Units();
