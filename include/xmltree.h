@@ -155,7 +155,8 @@ private:
     int m_parentPos = 0;
 };
 
-// A slab of exactly 1000 nodes with a free list threaded through m_next.
+// A slab of exactly 1000 nodes with a free list threaded through m_next, and
+// a store for the text the parser reads into its nodes.
 // Not copyable: a copy's free list would point into the original.
 class OZM_API XmlElementBlock {
 public:
@@ -176,6 +177,8 @@ public:
     void Next(XmlElementBlock* b) { m_nextBlock = b; }
     XmlDocument* Document() const { return m_document; }
 
+private:
+    friend class XmlDocument;
     // Copies n units at p, and a 0 behind them, into the slab's text store:
     // the copy lives as long as the slab, and is given up only when the slab
     // is reset or destroyed. Text is stored by the bump of a pointer, with a
@@ -189,9 +192,6 @@ public:
         m_textNext = t + n + 1;
         return t;
     }
-
-private:
-    friend class XmlDocument;
     struct TextChunk {
         TextChunk* next;
         size_t units;
