@@ -17,9 +17,10 @@ void XmlAttribute::Name(const UCChar* name) { m_name = name; }
 
 void XmlAttribute::Value(const UCChar* value) { m_value = value; }
 
-void XmlElement::Data(const UCChar* text) { m_data.Assign(text, UCString::traits_type::length(text)); }
+// A null text counts as empty.
+void XmlElement::Data(const UCChar* text) { m_data.Assign(text, text ? UCString::traits_type::length(text) : 0); }
 
-void XmlElement::AddData(const UCChar* text) { m_data.Append(text, UCString::traits_type::length(text)); }
+void XmlElement::AddData(const UCChar* text) { m_data.Append(text, text ? UCString::traits_type::length(text) : 0); }
 
 // Both may be given a part of the node's own text: the new buffer is filled
 // before the old one is freed.

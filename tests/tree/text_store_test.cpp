@@ -57,6 +57,7 @@ TEST(TextStoreTest, DataSetByAProgram) {
         {[](XmlElement* e) { e->AddData(e->Data() + 20); }, u"texttail+parsed texttail+tail+"},
         {[](XmlElement* e) { e->Data(u"a\0b"); }, u"a"},
         {[](XmlElement* e) { e->Data(u""); }, u""},
+        {[](XmlElement* e) { e->AddData(nullptr), e->Data(nullptr); }, u""},
         {[](XmlElement* e) { e->AddData(u"x"); }, u"x"},
         {[](XmlElement* e) { e->AddData(u"y"); }, u"xy"},
         {[](XmlElement* e) { e->AddData(e->Data() + 1); }, u"xyy"},  // in place
