@@ -190,7 +190,9 @@ XmlElement* XmlDocument::NewElement() {
     return block->NewElement();
 }
 
-int XmlDocument::AddName(const UCChar* name) { return AddName(name, UCString::traits_type::length(name)); }
+int XmlDocument::AddName(const UCChar* name) {
+    return name ? AddName(name, UCString::traits_type::length(name)) : AddName(u"", 0);
+}
 
 int XmlDocument::AddName(const UCChar* name, size_t length) {
     int& slot = m_nameCache[NameSlot(name, length)];

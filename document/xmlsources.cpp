@@ -5,6 +5,8 @@
 #include "xmldocument.h"
 
 BATCHERR XmlDocument::ParseFile(const UCChar* path, bool validate, bool ignoreDtd) {
+    if (!path)
+        path = u"";  // and so no file
     FileName(path);
     m_sourceString = nullptr;
     m_lwio = nullptr;
@@ -48,6 +50,8 @@ BATCHERR XmlDocument::ParseFile(const UCChar* path, bool validate, bool ignoreDt
 
 BATCHERR XmlDocument::ParseDLL(const UCChar* spec, bool validate, bool designMode, OzmNotifier* notifier,
                                bool ignoreDtd) {
+    if (!spec)
+        spec = u"";  // and so no module
     FileName(spec);
     m_sourceString = nullptr;
     m_sourceFile = nullptr;

@@ -21,7 +21,7 @@ enum XMLD : int { XMLD_Own = 0, XMLD_Text = 1, XMLD_Markup = 2 };
 class OZM_API XmlAttribute {
 public:
     XmlAttribute() = default;
-    XmlAttribute(const UCChar* name, const UCChar* value) : m_name(name), m_value(value) {}
+    XmlAttribute(const UCChar* name, const UCChar* value) : m_name(name ? name : u""), m_value(value ? value : u"") {}
     XmlAttribute(const UCString& name, const UCString& value) : m_name(name), m_value(value) {}
     XmlAttribute(std::u16string_view name, std::u16string_view value) : m_name(name), m_value(value) {}
     XmlAttribute(const XmlAttribute&) = default;

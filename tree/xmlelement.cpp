@@ -11,13 +11,14 @@ const UCChar* XmlElement::Name() const {
     return m_block->Document()->GetName(m_nameId - 1);
 }
 
+// Throughout, a null text counts as empty, and linking a null node does
+// nothing.
 void XmlElement::Name(const UCChar* name) { m_nameId = m_block->Document()->AddName(name) + 1; }
 
-void XmlAttribute::Name(const UCChar* name) { m_name = name; }
+void XmlAttribute::Name(const UCChar* name) { m_name = name ? name : u""; }
 
-void XmlAttribute::Value(const UCChar* value) { m_value = value; }
+void XmlAttribute::Value(const UCChar* value) { m_value = value ? value : u""; }
 
-// A null text counts as empty.
 void XmlElement::Data(const UCChar* text) { m_data.Assign(text, text ? UCString::traits_type::length(text) : 0); }
 
 void XmlElement::AddData(const UCChar* text) { m_data.Append(text, text ? UCString::traits_type::length(text) : 0); }
@@ -62,6 +63,8 @@ void XmlElement::Text::Append(const UCChar* p, size_t n) {
 }
 
 void XmlElement::Next(XmlElement* e) {
+    if (!e)
+        return;
     XmlElement* last = this;
     while (last->m_next)
         last = last->m_next;
@@ -70,12 +73,16 @@ void XmlElement::Next(XmlElement* e) {
 }
 
 void XmlElement::InsertNext(XmlElement* e) {
+    if (!e)
+        return;
     e->m_next = m_next;
     m_next = e;
     e->m_parent = m_parent;
 }
 
 XmlElement* XmlElement::FindNext(const UCChar* name) const {
+    if (!name)
+        name = u"";
     for (XmlElement* e = m_next; e; e = e->m_next) {
         const UCChar* n = e->Name();
         size_t i = 0;
@@ -97,6 +104,8 @@ XmlElement* XmlElement::Last() const {
 }
 
 void XmlElement::Child(XmlElement* e) {
+    if (!e)
+        return;
     e->m_parentPos = int(m_data.size());
     if (m_child)
         m_child->Next(e);
@@ -106,6 +115,8 @@ void XmlElement::Child(XmlElement* e) {
 }
 
 void XmlElement::InsertChild(XmlElement* e) {
+    if (!e)
+        return;
     e->m_parentPos = int(m_data.size());
     e->m_next = m_child;
     m_child = e;
@@ -113,6 +124,8 @@ void XmlElement::InsertChild(XmlElement* e) {
 }
 
 const UCChar* XmlElement::GetAttributeValue(const UCChar* name) const {
+    if (!name)
+        name = u"";
     for (const XmlAttribute& a : m_attributes) {
         const UCChar* n = a.Name();
         size_t i = 0;

@@ -1,7 +1,7 @@
 // XmlElement and XmlAttribute: names through the document's table, data,
 // attributes, the links that Next, Child and their Insert forms make,
 // ParentPos, Clear, attribute copies that own their strings, and nodes and
-// slabs that cannot be copied.
+// slabs that cannot be copied, and null arguments.
 #include <type_traits>
 
 #include <gtest/gtest.h>
@@ -155,6 +155,34 @@ TEST(XmlElementTest, ClearAndCopies) {
     XmlAttribute& self = copy;
     copy = self;
     EXPECT_EQ(Str(copy.Name()) + Str(copy.Value()), u"nchanged");
+}
+
+}  // namespace
+
+namespace {
+
+// Null texts count as empty and null nodes are not linked: no call of the
+// tree's interface crashes on a null argument.
+TEST(XmlElementTest, NullArguments) {
+    const UCChar* none = nullptr;
+    XmlDocument doc;
+    XmlElement* e = doc.NewElement();
+    XmlElement* f = doc.NewElement();
+    e->Name(none);
+    e->AddAttribute(none, none);
+    EXPECT_EQ(Str(e->Name()) + Str(e->GetAttributeName(0)) + Str(e->GetAttributeValue(none)), u"");
+    XmlAttribute a(none, none);
+    a.Name(none), a.Value(none);
+    EXPECT_EQ(Str(a.Name()) + Str(a.Value()), u"");
+    e->Child(nullptr), e->InsertChild(nullptr), e->Next(nullptr), e->InsertNext(nullptr);
+    EXPECT_TRUE(!e->Child() && !e->Next());
+    e->Next(f);
+    EXPECT_EQ(e->FindNext(none), f);  // f has no name: the empty one
+    EXPECT_EQ(doc.AddName(none), doc.AddName(u""));
+    EXPECT_EQ(doc.ParseFile(none), errOpenSource);
+    EXPECT_EQ(Str(doc.ErrorMessage()), u"Unable to open source file ");
+    EXPECT_EQ(doc.ParseDLL(none), errOpenSource);
+    EXPECT_EQ(Str(doc.ErrorMessage()), u"Unable to parse DLL specification ''");
 }
 
 }  // namespace
