@@ -9,7 +9,6 @@
 #include <new>
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -170,25 +169,6 @@ int RetryClose(int fd) {
     return (rc == 0 || errno == EINTR) ? 0 : -1;
 }
 
-// Asks the system to back the whole 2 MB pages inside a large buffer that is
-// about to be filled with huge pages: a 200 MB string then costs a hundred
-// page faults instead of fifty thousand. Only a hint; smaller buffers are
-// left alone.
-void AdviseHugePages(void* buffer, size_t bytes) {
-#if defined(MADV_HUGEPAGE)
-    constexpr uintptr_t kHuge = uintptr_t(2) << 20;
-    if (bytes < 4 * kHuge)
-        return;
-    const uintptr_t begin = (reinterpret_cast<uintptr_t>(buffer) + kHuge - 1) & ~(kHuge - 1);
-    const uintptr_t end = (reinterpret_cast<uintptr_t>(buffer) + bytes) & ~(kHuge - 1);
-    if (end > begin)
-        madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-#else
-    (void)buffer;
-    (void)bytes;
-#endif
-}
-
 }  // namespace
 
 void OzmGlob::DecodeUTF8(const unsigned char* data, size_t length, UCString& out) {
@@ -206,7 +186,6 @@ void OzmGlob::DecodeUTF8(const unsigned char* data, size_t length, UCString& out
     // start of the next.
     out.clear();
     out.reserve(length);
-    AdviseHugePages(&out[0], out.capacity() * sizeof(UCChar));
     constexpr size_t kBlock = 1024;
     UCChar units[kBlock];
     while (length > 0) {
