@@ -104,9 +104,13 @@ public:
     T* Find(List& list, const UCChar* name) {
         std::u16string_view key(name ? name : u"");
         if (list.size() < LinearLimit) {
-            for (T& item : list)
-                if (key == item.Name())
+            // The first units tell most names apart without measuring them.
+            const UCChar first = key.empty() ? u'\0' : key[0];
+            for (T& item : list) {
+                const UCChar* itemName = item.Name();
+                if (itemName[0] == first && key == itemName)
                     return &item;
+            }
             return nullptr;
         }
         if (m_stale) {
