@@ -136,8 +136,10 @@ TEST(Front, RequestsTheHeapsCannotServe) {
 // Blocks a thread frees stay in its cache, without going to a bin; when the
 // thread ends they go back to the bin of their heap, where another thread
 // allocating from that heap finds every one of them (beside the blocks the
-// first thread had taken from the bin but not handed out).
-TEST(Front, EndedThreadGivesItsCachedBlocksBack) {
+// first thread had taken from the bin but not handed out). A list given
+// back whole goes to the heap of its first block, so the check runs in a
+// fresh process, where every block came from one heap.
+bool EndedThreadGivesItsCachedBlocksBack() {
     std::vector<void*> freed;
     int cached = 0;
     unsigned heap = 0;
@@ -149,18 +151,25 @@ TEST(Front, EndedThreadGivesItsCachedBlocksBack) {
         cached = OzmMemCachedBlocks();
         heap = unsigned(OzmMemThreadNumber()) & OzmHeapMaskFor(OzmMemHeapCount());
     }).join();
-    EXPECT_GE(cached, 40);
     std::vector<void*> taken;
+    int cachedAtStart = -1, cachedAtEnd = 0;
     std::thread([&] {
-        EXPECT_EQ(OzmMemCachedBlocks(), 0);
+        cachedAtStart = OzmMemCachedBlocks();
         for (int i = 0; i < 120; ++i)
             taken.push_back(g_ozmMemAllocator->Heap(heap).Alloc(200));
-        EXPECT_GT(OzmMemCachedBlocks(), 0);  // the rest of the last batch
+        cachedAtEnd = OzmMemCachedBlocks();  // the rest of the last batch
         for (void* p : taken)
             free(p);
     }).join();
+    bool all = true;
     for (void* p : freed)
-        EXPECT_NE(std::find(taken.begin(), taken.end(), p), taken.end());
+        all = all && std::find(taken.begin(), taken.end(), p) != taken.end();
+    return cached >= 40 && cachedAtStart == 0 && cachedAtEnd > 0 && all;
+}
+
+TEST(FrontDeathTest, EndedThreadGivesItsCachedBlocksBack) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::exit(EndedThreadGivesItsCachedBlocksBack() ? 0 : 1), testing::ExitedWithCode(0), "");
 }
 
 TEST(Front, HeapMask) {
