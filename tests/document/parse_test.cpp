@@ -96,28 +96,6 @@ TEST(ParseDocumentTest, TreesFailuresAndPlaces) {
     EXPECT_EQ(Str(doc.RootElement()->Child()->Child()->Child()->Name()), u"l3");
 }
 
-TEST(ParseDocumentTest, StateAcrossParsesAndClear) {
-    XmlDocument doc;
-    EXPECT_EQ(Str(doc.ErrorMessage()) + Str(doc.ErrorFile()), u"");
-    EXPECT_EQ(doc.ErrorLine() + doc.ErrorCol(), 0);
-    ASSERT_EQ(doc.ParseString(u"<first><x>1</x></first>"), errNone);
-    doc.Version(2.5);
-    doc.Encoding(OZM_CSET(4));
-    ASSERT_EQ(doc.ParseString(u"<second y='2'/>"), errNone);
-    EXPECT_EQ(Tree(doc.RootElement()), u"second{}[y=2]");
-    EXPECT_EQ(doc.Version(), 1.0);
-    EXPECT_EQ(doc.Encoding(), OZM_CSET(1));
-    // Clear discards a partial tree; the error and declaration values stay.
-    EXPECT_EQ(doc.ParseString(u"<a>\n<b>"), errSyntax);
-    doc.Version(3.0);
-    doc.Clear();
-    EXPECT_EQ(doc.RootElement(), nullptr);
-    EXPECT_EQ(doc.ElementBlocks()->FreeCount(), 1000);
-    EXPECT_EQ(doc.Version(), 3.0);
-    EXPECT_EQ(Str(doc.ErrorMessage()), Ux(kEof));
-    EXPECT_EQ(doc.ErrorLine(), 2);
-}
-
 TEST(ParseDocumentTest, MessagesAreHeldTo511Units) {
     for (size_t len : {size_t(492), size_t(493), size_t(5000)}) {  // 492 + 19 just fits
         XmlDocument doc;

@@ -15,21 +15,6 @@ struct ExternalTest : ::testing::Test {
     }
 };
 
-TEST_F(ExternalTest, SubsetsFollowTheInternalOneInOrder) {
-    dir.Write("x.dtd", "<!ELEMENT a (b)><!ENTITY e 'external'><!ATTLIST a k CDATA #IMPLIED>");
-    dir.Write("y.dtd", "<?xml version='1.0' encoding='UTF-8'?><!ELEMENT b EMPTY><!ENTITY f 'y'>");
-    ASSERT_EQ(Parse("<!DOCTYPE a SYSTEM 'x.dtd' PUBLIC '-//p' \"y.dtd\" [<!ENTITY e 'internal'>]><a k='123'>&e;</a>"),
-              errNone)
-        << Narrow(doc.ErrorMessage());
-    const XmlDtd& dtd = doc.GetDTD();
-    EXPECT_EQ(DumpDtd(dtd), "a=C(b) b=E");
-    EXPECT_TRUE(dtd.ElementAt(0)->IsExternal());
-    EXPECT_EQ(Str(doc.RootElement()->Data()), u"internal");
-    EXPECT_EQ(dtd.FindAttrList(u"a")->GetAttDef(0)->MaxLen(), 3);
-    UCString v;
-    EXPECT_TRUE(dtd.LookupEntity(u"f", v));
-}
-
 TEST_F(ExternalTest, ErrorsInsideASubsetNameItAndCountItsLines) {
     // A verification error reports the '>' pushed behind the last subset; an
     // attribute list at the very end takes that '>' as its own.
@@ -115,37 +100,6 @@ TEST_F(ExternalTest, EncodingsAndTextDeclarations) {
         EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'x.dtd'><a/>"), f.code);
         EXPECT_EQ(Str(doc.ErrorMessage()), f.message);
     }
-}
-
-TEST_F(ExternalTest, ModulesEntitySetsAndSectionsOneDirectoryDown) {
-    // A driver that pulls in modules by parameter entities, relative to the
-    // working directory, switched by entities; an entity set; a module read
-    // twice is declared once.
-    ASSERT_EQ(mkdir(dir.Path("mod").c_str(), 0755), 0);
-    dir.Write("mod/struct.mod",
-              "<!ENTITY % inline 'em | b'>\n<!ELEMENT doc (title, (p | list)*)>\n<!ELEMENT title (#PCDATA)>\n"
-              "<!ELEMENT p (#PCDATA | %inline;)*>\n<![%lists;[<!ELEMENT list (p+)>]]>\n"
-              "<![%nolists;[<!ELEMENT list EMPTY>]]>\n");
-    dir.Write("mod/inline.mod", "<!ELEMENT em (#PCDATA)><!ELEMENT b (#PCDATA)>\n<!ATTLIST em %common;>\n");
-    dir.Write("mod/chars.ent", "<!ENTITY nbsp '&#160;'><!ENTITY mdash '&#x2014;'>");
-    dir.Write("driver.dtd",
-              "<!ENTITY % lists 'INCLUDE'><!ENTITY % nolists 'IGNORE'>\n<!ENTITY % common 'id ID #IMPLIED'>\n"
-              "<!ENTITY % chars SYSTEM 'mod/chars.ent'>%chars;\n<!ENTITY % s.mod SYSTEM 'mod/struct.mod'>%s.mod;\n"
-              "<!ENTITY % i.mod SYSTEM 'mod/inline.mod'>%i.mod;%i.mod;\n");
-    char cwd[4096];
-    ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-    ASSERT_EQ(chdir(dir.Dir().c_str()), 0);
-    BATCHERR r = Parse("<!DOCTYPE doc SYSTEM 'driver.dtd'><doc><title>T&nbsp;&mdash;</title><list/></doc>");
-    std::string model = DumpDtd(doc.GetDTD());
-    XmlDocument alone;
-    BATCHERR standalone = alone.ParseExternalDTD(u"driver.dtd");
-    ASSERT_EQ(chdir(cwd), 0);
-    ASSERT_EQ(r, errNone) << Narrow(doc.ErrorMessage()) << " " << Narrow(doc.ErrorFile()) << ":" << doc.ErrorLine();
-    EXPECT_EQ(model, "doc=C(title,(p|list)*) title=M p=M(em|b)* list=C(p+) em=M b=M em=M b=M");
-    EXPECT_EQ(Str(doc.RootElement()->Child()->Data()), u"T\u00A0\u2014");
-    EXPECT_EQ(DumpAttrList(*doc.GetDTD().FindAttrList(u"em")), "@em{id:ID#IMPLIED}");
-    EXPECT_EQ(standalone, errNone);
-    EXPECT_EQ(Str(alone.GetDTD().DocType().c_str()), u"doc");
 }
 
 TEST_F(ExternalTest, StandaloneSubsets) {

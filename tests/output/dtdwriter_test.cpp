@@ -123,16 +123,4 @@ TEST(DtdWriterTest, DeepContentModel) {
     EXPECT_TRUE(Written(d, false, false) == expected + u">]>");
 }
 
-TEST(DtdWriterTest, DocumentWrittenWhole) {
-    XmlDocument doc;
-    ASSERT_EQ(doc.ParseString(u"<!DOCTYPE r [<!ENTITY \u00e9 '\u00e9'><!ELEMENT r (e)><!ELEMENT e (#PCDATA)>]><r><e>t</e></r>"),
-              errNone);
-    std::string utf;
-    XmlOutputStream s;
-    s.SetUTFString(&utf);
-    EXPECT_EQ(doc.Write(s, false, true, true, 7, false), errNone);
-    EXPECT_EQ(utf, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n\n<!DOCTYPE r [\n<!ENTITY \xc3\xa9 \"\xc3\xa9\">\n"
-                   "<!ELEMENT r (e)>\n<!ELEMENT e (#PCDATA)>\n]>\n<r>\n    <e>t</e>\n</r>\n");
-}
-
 }  // namespace

@@ -86,57 +86,6 @@ TEST_F(OutputStreamTest, Utf8RuleUnitByUnit) {
     }
 }
 
-// Pairs are joined by the OzmUCFile only; a UCString ends at its first zero.
-TEST_F(OutputStreamTest, AllFiveTargetsGetTheSameText) {
-    std::string utf8;
-    UCString units;
-    {
-        XmlOutputStream s, le;
-        s.SetFilePointer(Open("stdio", "wb"), true);
-        ASSERT_EQ(OpenUC(s, "uc"), 0);
-        OpenModule(s);
-        s.SetString(&units), s.SetUTFString(&utf8);
-        s << u"<a x=\"\u00E9\">" << UCChar(0x20AC) << static_cast<const UCChar*>(nullptr) << u""
-          << UCString(u"\U0001F600z\0cd", 6);
-        s.Write(u"!?", 2), s.Write(u"x", 0);
-        s.Close();
-        ASSERT_EQ(le.OpenUCFile(m_tmp.UPath("le").c_str(), u"w", 0x6004), 0);  // UTF-16: the plain units
-        le << u"\u00E9" << UCChar(0x20AC);
-    }
-    const std::string bytes = "<a x=\"\xC3\xA9\">\xE2\x82\xAC\xED\xA0\xBD\xED\xB8\x80z!?";
-    EXPECT_EQ(units, u"<a x=\"\u00E9\">\u20AC\U0001F600z!?");
-    EXPECT_EQ(g_module.units, units);
-    EXPECT_EQ(g_module.closes, 1);
-    EXPECT_EQ(utf8 + Bytes("stdio"), bytes + bytes);
-    EXPECT_EQ(Bytes("uc"), "<a x=\"\xC3\xA9\">\xE2\x82\xAC\xF0\x9F\x98\x80z!?");
-    EXPECT_EQ(Bytes("le"), std::string("\xE9\x00\xAC\x20", 4));
-}
-
-// Each target receives a delivery whole, in the order stdio file, OzmUCFile,
-// module, strings; the text passes the buffers of the file and the module.
-TEST_F(OutputStreamTest, DeliveryOrder) {
-    const UCString text(1000000, u'a');
-    Log file;
-    std::string utf8, atFile, atModule;
-    UCString units;
-    XmlOutputStream s;
-    s.SetFilePointer(CookieFile(file), true);
-    ASSERT_EQ(OpenUC(s, "order"), 0);
-    OpenModule(s);
-    s.SetString(&units), s.SetUTFString(&utf8);
-    auto seen = [&] {
-        return std::to_string(file.bytes.size()) + (Bytes("order").empty() ? " uc " : " UC ") +
-               std::to_string(g_module.units.size() + units.size() + utf8.size());
-    };
-    file.onWrite = [&] { atFile = atFile.empty() ? seen() : atFile; };
-    g_module.onWrite = [&] { atModule = atModule.empty() ? seen() : atModule; };
-    s << text;
-    s.Close();
-    EXPECT_EQ(atFile + "|" + atModule, "0 uc 0|1000000 UC 0");
-    EXPECT_TRUE(units == text && utf8.size() == text.size() && g_module.units == text);
-    EXPECT_EQ(Bytes("order").size(), text.size());
-}
-
 TEST_F(OutputStreamTest, FormatIsCutAt255Units) {
     UCString out;
     XmlOutputStream s;

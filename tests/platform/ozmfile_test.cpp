@@ -61,32 +61,6 @@ TEST_F(OzmFileTest, Utf8AcrossBufferBoundaries) {
     EXPECT_EQ(got, u"a\u20AC\U0001F600\u00E2\u0082b");
 }
 
-TEST_F(OzmFileTest, Utf16AndSeek) {
-    const std::tuple<int, std::string, UCString> cases[] = {
-        {4, std::string("\xFF\xFE" "A\0=\xD8\0\xDE", 8), u"A\U0001F600"}, {4, std::string("\xFE\xFF\0A\xD8=\xDE\0", 8), u"A\U0001F600"},
-        {4, std::string("A\0B\0", 4), u"AB"}, {4, std::string("\xFF\xFE" "A\0B", 5), u"A"},  // odd byte dropped
-        {0x6004, std::string("A\0\xFF\xFE", 4), u"A\uFEFF"}, {0x6004, std::string("\xFE\xFF\0A", 4), u"\uFFFE\u4100"},
-        {0xA004, std::string("\xFE\xFF\0A", 4), u"A"}, {0xA004, std::string("\xFF\xFE\0A", 4), UCString{0xFFFE, u'A'}}};
-    for (const auto& [format, bytes, text] : cases) {
-        tmp.Write("u16.txt", bytes);
-        OzmUCFile f;
-        ASSERT_EQ(Open(f, "u16.txt", u"r", format), 0);
-        EXPECT_EQ(ReadAll(f), text) << testing::PrintToString(bytes);
-    }
-    // Seeking drops what was decoded ahead and sniffs the mark again.
-    tmp.Write("le.txt", std::string("\xFF\xFE<\0a\0>\0", 8));
-    OzmUCFile f;
-    ASSERT_EQ(Open(f, "le.txt", u"r", 1), 0);
-    EXPECT_EQ(f.Getc(), 0xFF);
-    f.Format(4);
-    ASSERT_EQ(f.Seek(0, 0), 0);
-    EXPECT_EQ(f.Getc(), u'<');
-    EXPECT_EQ(UCString(f.Pending(), f.PendingEnd()), u"a>");
-    f.Skip(1);
-    EXPECT_EQ(ReadAll(f), u">");
-    EXPECT_EQ(f.Seek(1, 1), -1);
-}
-
 TEST_F(OzmFileTest, OpenFailures) {
     OzmUCFile f;
     tmp.Write("ok.txt", "ok");
@@ -106,88 +80,6 @@ TEST_F(OzmFileTest, OpenFailures) {
     EXPECT_EQ(b.GetByte(), -1);  // write-only
     ASSERT_EQ(b.OpenBytes(tmp.Path("m.bin").c_str(), "rb"), 0);
     EXPECT_EQ(b.PutBytes("x", 1), -1);  // read-only
-}
-
-TEST_F(OzmFileTest, WrittenBytes) {
-    UCString big;  // large enough to split pairs across buffer flushes
-    for (int i = 0; big.size() < 150000; ++i)
-        big += UCString(1, UCChar(0x400 + i % 200)) + ((i % 3) ? u"\U0001F600\n" : u"\u4E2D\n");
-    const std::pair<int, std::string> cases[] = {
-        {8, "A\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
-        {4, std::string("\xFF\xFE" "A\0\xE9\0\xAC\x20\x3D\xD8\x00\xDE", 12)},
-        {0x6004, std::string("A\0\xE9\0\xAC\x20\x3D\xD8\x00\xDE", 10)},
-        {0xA004, std::string("\0A\0\xE9\x20\xAC\xD8\x3D\xDE\x00", 10)}};
-    for (const auto& [format, bytes] : cases) {
-        OzmUCFile f;
-        ASSERT_EQ(Open(f, "w.txt", u"wb", format), 0);
-        EXPECT_EQ(f.Putc(u'A'), 0);
-        EXPECT_EQ(f.PutString(u"\u00E9\u20AC\U0001F600"), 0);
-        ASSERT_EQ(f.Close(), 0);
-        EXPECT_EQ(tmp.Read("w.txt"), bytes) << format;
-        ASSERT_EQ(Open(f, "big.txt", u"w", format), 0);
-        for (size_t i = 0; i < big.size() / 2; ++i)
-            ASSERT_EQ(f.Putc(big[i]), 0);
-        ASSERT_EQ(f.PutString(big.c_str() + big.size() / 2, long(big.size() - big.size() / 2)), 0);
-        ASSERT_EQ(f.Close(), 0);
-        ASSERT_EQ(Open(f, "big.txt", u"r", format), 0);
-        ASSERT_TRUE(ReadAll(f) == big) << "format " << format;
-    }
-    // A pair is joined, also across calls; a lone surrogate is written as it stands, a high one on Close.
-    const std::pair<void (*)(OzmUCFile&), std::string> surrogates[] = {
-        {[](OzmUCFile& f) { f.PutString(u"\xD83D", 1); f.PutString(u"\xDE00x", -1); }, "\xF0\x9F\x98\x80x"},
-        {[](OzmUCFile& f) { f.Putc(0xD83D); f.Putc('A'); }, "\xED\xA0\xBD" "A"},
-        {[](OzmUCFile& f) { f.Putc(0xD83D); f.Putc(0xD83D); f.Putc(0xDE00); }, "\xED\xA0\xBD\xF0\x9F\x98\x80"},
-        {[](OzmUCFile& f) { f.Putc(0xDE00); }, "\xED\xB8\x80"},
-        {[](OzmUCFile& f) { f.Putc('x'); f.Putc(0xDBFF); }, "x\xED\xAF\xBF"}};
-    for (const auto& [write, bytes] : surrogates) {
-        OzmUCFile f;
-        ASSERT_EQ(Open(f, "s.txt", u"w", 1), 0);
-        write(f);
-        ASSERT_EQ(f.Close(), 0);
-        EXPECT_EQ(tmp.Read("s.txt"), bytes);
-    }
-    for (const UCChar* mode : {u"a", u"a", u"ab"}) {  // appending keeps one mark
-        OzmUCFile f;
-        ASSERT_EQ(Open(f, "ap.txt", mode, 4), 0);
-        f.PutString(u"x");
-    }
-    EXPECT_EQ(tmp.Read("ap.txt"), std::string("\xFF\xFEx\0x\0x\0", 8));
-}
-
-TEST_F(OzmFileTest, CopiesAndDescriptors) {
-    OzmBFile a, c;
-    ASSERT_EQ(a.OpenBytes(tmp.Path("c.bin").c_str(), "w"), 0);
-    ASSERT_EQ(a.PutBytes("abc", 3), 0);  // still buffered
-    OzmBFile b(a);
-    ASSERT_EQ(b.PutBytes("def", 3), 0);
-    EXPECT_EQ(b.Close(), 0);
-    ASSERT_EQ(a.PutBytes("ghi", 3), 0);
-    c = a;
-    EXPECT_EQ(a.Close(), 0);
-    EXPECT_EQ(a.Close(), 0);
-    ASSERT_EQ(c.PutBytes("jk", 2), 0);
-    EXPECT_EQ(c.Close(), 0);
-    EXPECT_EQ(tmp.Read("c.bin"), "abcdefghijk");
-    ASSERT_EQ(a.OpenBytes(tmp.Path("c.bin").c_str(), "r"), 0);  // a copied reader goes on where the original stands
-    EXPECT_EQ(a.GetByte(), 'a');
-    EXPECT_EQ(OzmBFile(a).GetByte(), 'b');
-    OzmUCFile r;
-    ASSERT_EQ(Open(r, "c.bin", u"r", 1), 0);
-    EXPECT_EQ(r.Getc(), u'a');
-    OzmUCFile copy(r);
-    EXPECT_EQ(ReadAll(copy), u"bcdefghijk");
-    EXPECT_EQ(ReadAll(r), u"bcdefghijk");
-    int fd = open(tmp.Path("d.bin").c_str(), O_RDWR | O_CREAT, 0600);
-    {
-        OzmBFile f;
-        ASSERT_EQ(f.AttachDescriptor(fd, true, false), 0);
-        ASSERT_EQ(f.PutBytes("xy", 2), 0);
-    }  // flushed, fd left open
-    EXPECT_EQ(tmp.Read("d.bin"), "xy");
-    ASSERT_EQ(a.AttachDescriptor(fd, true, true), 0);
-    EXPECT_EQ(a.Close(), 0);
-    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
-    EXPECT_EQ(a.AttachDescriptor(fd, false, false), -1);
 }
 
 TEST_F(OzmFileTest, ReadSeekAndWriteInBulk) {

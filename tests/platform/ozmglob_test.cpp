@@ -67,26 +67,6 @@ TEST(OzmGlobTest, CompareAndEncodingNames) {
     EXPECT_EQ(G::ISOEncoding(csetDefault), csetUTF8);
 }
 
-TEST(OzmGlobTest, EncodeUtf8) {
-    const std::pair<UCChar, std::string> units[] = {{0x7F, "\x7F"}, {0x80, "\xC2\x80"}, {0x7FF, "\xDF\xBF"},
-                                                    {0x800, "\xE0\xA0\x80"}, {0xD800, "\xED\xA0\x80"}, {0xFFFF, "\xEF\xBF\xBF"}};
-    for (const auto& c : units) {
-        unsigned char out[5] = {0xAA, 0xAA, 0xAA, 0xAA, 0xAA};
-        int n = G::UnicodeToUTF8(c.first, out);
-        EXPECT_EQ(std::string(reinterpret_cast<char*>(out), size_t(n) + 1), c.second + '\0');
-        EXPECT_EQ(out[4], 0xAA);
-    }
-    const std::tuple<UCString, OZM_CSET, bool, std::string> strings[] = {
-        {u"a\u00E9\U0001F600", csetUTF8, true, "a\xC3\xA9\xF0\x9F\x98\x80"},
-        {UCString{0xDC00, 0xD800}, csetDefault, true, "\xED\xB0\x80\xED\xA0\x80"},  // one by one
-        {u"a\u00FF\u0100", csetISO8859_1, false, "a\xFF?"}, {u"\u007F\u0080", csetASCII, false, "\x7F?"}};
-    for (const auto& [in, set, ok, bytes] : strings) {
-        std::string out;
-        EXPECT_EQ(G::WStringToString(in, out, set), ok);
-        EXPECT_EQ(out, bytes);
-    }
-}
-
 // One byte at a time: a mark at the start dropped, a byte outside a valid
 // sequence taken as Latin-1.
 UCString ReferenceDecode(const std::string& s) {
@@ -138,45 +118,6 @@ TEST(OzmGlobTest, DecodeUtf8MatchesTheReference) {
                 ASSERT_EQ(U(s), ReferenceDecode(s)) << testing::PrintToString(seq) << " after " << lead;
 }
 
-TEST(OzmGlobTest, PathsSplitAndJoin) {
-    const UCString cases[][4] = {
-        {u"a/b.dtd", u"a/", u"b", u".dtd"}, {u"./x.y.z", u"./", u"x.y", u".z"}, {u"a/.hidden", u"a/", u".hidden", u""},
-        {u"b.", u"", u"b", u"."},           {u"dir/", u"dir/", u"", u""},        {u"..", u"", u"..", u""},
-        {u".a.b", u"", u".a", u".b"},       {u"a.b/c", u"a.b/", u"c", u""}};
-    auto split = [](const UCString& path) {
-        std::vector<UCChar> p(OZM_MAX_PATH, 0), n(OZM_MAX_PATH, 0xAAAA), e(OZM_MAX_PATH, 0xAAAA);
-        std::copy(path.begin(), path.end(), p.begin());
-        EXPECT_EQ(G::sepfile(p.data(), n.data(), e.data()), 0);
-        return std::vector<UCString>{p.data(), n.data(), e.data()};
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(split(c[0]), std::vector<UCString>(c + 1, c + 4)) << Narrow(c[0]);
-    std::mt19937 rng(7);
-    for (int round = 0; round < 5000; ++round) {
-        UCString path;
-        for (size_t i = 0, len = rng() % 12; i < len; ++i)
-            path.push_back(u"ab./\u00E9"[rng() % 5]);
-        std::vector<UCString> parts = split(path);
-        ASSERT_TRUE(parts[1].find(u'/') == UCString::npos && (parts[2].empty() || parts[2][0] == u'.'));
-        std::vector<UCChar> p(OZM_MAX_PATH, 0);
-        std::copy(parts[0].begin(), parts[0].end(), p.begin());
-        G::appndnam(p.data(), parts[1].c_str());
-        G::appndext(p.data(), parts[2].c_str());
-        ASSERT_EQ(UCString(p.data()), path);
-    }
-    // Buffers of exactly OZM_MAX_PATH units followed by a guard.
-    std::vector<UCChar> p(OZM_MAX_PATH + 8, 0x5A5A), n(p), e(p);
-    std::fill(p.begin(), p.begin() + 10, u'/');
-    std::fill(p.begin() + 10, p.begin() + OZM_MAX_PATH - 1, u'q');
-    p[OZM_MAX_PATH - 1] = 0;
-    G::sepfile(p.data(), n.data(), e.data());
-    G::appndnam(p.data(), UCString(OZM_MAX_PATH * 2, u'n').c_str());
-    G::appndext(p.data(), u".ext");
-    EXPECT_EQ(UCString(p.data()).size(), size_t(OZM_MAX_PATH - 1));
-    for (int i = OZM_MAX_PATH; i < OZM_MAX_PATH + 8; ++i)
-        ASSERT_TRUE(p[i] == 0x5A5A && n[i] == 0x5A5A && e[i] == 0x5A5A) << i;
-}
-
 UCString Fmt(const UCChar* format, ...) {
     UCChar buffer[1024];
     va_list args;
@@ -207,25 +148,5 @@ TEST(WsfmtTest, Directives) {
     EXPECT_EQ(UCString(direct), u"37|x");
 }
 
-int FmtN(UCChar* buffer, int limit, const UCChar* format, ...) {
-    va_list args;
-    va_start(args, format);
-    int n = vwsnfmt(buffer, limit, format, args);
-    va_end(args);
-    return n;
-}
-
-TEST(WsfmtTest, LimitedNeverWritesPastLimit) {
-    const UCString expect = u"abcdefghij-00001234-2.500-xy    |beef";
-    for (int limit = -1; limit <= int(expect.size()) + 3; ++limit) {
-        std::vector<UCChar> buf(expect.size() + 16, 0x5A5A);
-        int n = FmtN(buf.data(), limit, u"%s-%08d-%.3f-%-6s|%x", u"abcdefghij", 1234, 2.5, u"xy", 0xBEEFu);
-        size_t kept = limit < 1 ? 0 : std::min(expect.size(), size_t(limit - 1));
-        EXPECT_EQ(n, int(kept)) << limit;
-        EXPECT_TRUE(limit < 1 || UCString(buf.data()) == expect.substr(0, kept)) << limit;
-        for (size_t i = size_t(std::max(limit, 0)); i < buf.size(); ++i)
-            ASSERT_EQ(buf[i], 0x5A5A) << "limit " << limit << " wrote at " << i;
-    }
-}
 
 }  // namespace

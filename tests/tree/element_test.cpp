@@ -126,37 +126,6 @@ TEST(XmlElementTest, ParentPosRecordsDataLengthAtAttachment) {
 static_assert(!std::is_copy_constructible_v<XmlElement> && !std::is_copy_assignable_v<XmlElement>);
 static_assert(!std::is_copy_constructible_v<XmlElementBlock> && !std::is_copy_assignable_v<XmlElementBlock>);
 
-TEST(XmlElementTest, ClearAndCopies) {
-    XmlDocument doc;
-    XmlElement* p = Make(doc, u"p");
-    XmlElement* c = Make(doc, u"c");
-    XmlElement* s = Make(doc, u"s");
-    p->Child(c);
-    c->Next(s);
-    c->Data(u"data");
-    c->AddAttribute(u"k", u"v");
-    c->Mark(4);
-    p->Clear();
-    EXPECT_EQ(Str(p->Name()) + Str(p->Data()), u"");
-    EXPECT_EQ(p->Child(), nullptr);
-    EXPECT_EQ(c->Parent(), p);  // the former child keeps its links
-    EXPECT_EQ(c->Next(), s);
-    c->Clear();
-    EXPECT_EQ(c->Next(), nullptr);
-    EXPECT_EQ(c->Parent(), nullptr);
-    EXPECT_EQ(Str(c->Data()) + Str(c->Name()), u"");
-    EXPECT_EQ(c->AttributeCount() + c->Mark(), 0);
-
-    XmlAttribute a(u"n", u"v");
-    XmlAttribute copy(a);
-    a.Value(u"changed");
-    EXPECT_EQ(Str(copy.Value()), u"v");
-    copy = a;
-    XmlAttribute& self = copy;
-    copy = self;
-    EXPECT_EQ(Str(copy.Name()) + Str(copy.Value()), u"nchanged");
-}
-
 }  // namespace
 
 namespace {

@@ -63,33 +63,6 @@ TEST(ElementBlockTest, BlocksOfAThousandAndNodeReuse) {
     EXPECT_EQ(ChainLength(doc), 2);
 }
 
-TEST(ElementBlockTest, ClearKeepsTheOldestBlockAndRestartsItsNodes) {
-    XmlDocument doc;
-    ASSERT_EQ(doc.ParseString(FlatDocument(2499)), errNone);  // 2500 nodes
-    ASSERT_EQ(ChainLength(doc), 3);
-    EXPECT_EQ(doc.ElementBlocks()->FreeCount(), 500);
-    XmlElementBlock* oldest = doc.ElementBlocks()->Next()->Next();
-    XmlElement* first = doc.RootElement();
-    XmlElement* second = first->Child();
-    doc.Clear();
-    EXPECT_EQ(doc.RootElement(), nullptr);
-    EXPECT_EQ(doc.ElementBlocks(), oldest);
-    EXPECT_EQ(oldest->FreeCount(), 1000);
-    EXPECT_EQ(oldest->Next(), nullptr);
-    // Nodes come from the first again, and the next document fills that
-    // block before it makes another.
-    ASSERT_EQ(doc.ParseString(FlatDocument(999)), errNone);
-    EXPECT_EQ(doc.RootElement(), first);
-    EXPECT_EQ(doc.RootElement()->Child(), second);
-    EXPECT_EQ(oldest->FreeCount(), 0);
-    ASSERT_EQ(doc.ParseString(FlatDocument(1000)), errNone);
-    EXPECT_EQ(ChainLength(doc), 2);
-    // A start tag that fails gives its node back.
-    EXPECT_EQ(doc.ParseString(u"<a><b c></a>"), errSyntax);
-    EXPECT_EQ(doc.ElementBlocks()->FreeCount(), 999);
-    EXPECT_EQ(doc.RootElement()->Child(), nullptr);
-}
-
 TEST(NameTableTest, IndicesSurviveClearAndReparse) {
     XmlDocument doc;
     EXPECT_EQ(Str(doc.GetName(0)), u"");
