@@ -76,17 +76,69 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
     const size_t n = PendingRun(run);
     if (n == 0)
         return fastNone;
-    const UCChar* p = run;
+    // The position in the run, the line and column, and the error position
+    // saved last are kept here while tokens are taken, and handed to the
+    // stream and the error state once, when the fast path stops or an
+    // exception leaves it. Nothing is pushed back meanwhile, so every unit
+    // taken moves the column.
+    struct Cursor {
+        XmlDocument& doc;
+        const UCChar* const run;
+        const UCChar* p;
+        int line;
+        int col;
+        int errLine = 0;
+        int errCol = 0;
+        bool saved = false;
+        bool open = true;
+        Cursor(XmlDocument& d, const UCChar* r) : doc(d), run(r), p(r), line(d.m_line), col(d.m_col) {}
+        Cursor(const Cursor&) = delete;
+        Cursor& operator=(const Cursor&) = delete;
+        ~Cursor() {
+            if (open)
+                Close();
+        }
+        void Save(int l, int c) {
+            errLine = l;
+            errCol = c;
+            saved = true;
+        }
+        // Takes the units up to to, none of them a line end.
+        void Skip(const UCChar* to) {
+            col += int(to - p);
+            p = to;
+        }
+        // Takes the units up to to, which hold lines line feeds, the last of
+        // them at lastLf.
+        void Take(const UCChar* to, int lines, const UCChar* lastLf) {
+            if (lines) {
+                line += lines;
+                col = int(to - lastLf - 1);
+            } else {
+                col += int(to - p);
+            }
+            p = to;
+        }
+        void Close() {
+            open = false;
+            if (doc.m_sourceString)
+                doc.m_stringCursor = p;
+            else
+                doc.m_sourceFile->Skip(size_t(p - run));
+            doc.m_line = line;
+            doc.m_col = col;
+            if (saved)
+                doc.SaveErrorPos(errLine, errCol);
+        }
+    };
+    Cursor at(*this, run);
+    const UCChar*& p = at.p;
     const UCChar* const end = run + n;
     int step = fastNone;
     // Set when the '<' at p ended the text before it. The general tokeniser
     // has then read that '<' and pushed it back: its column already counts
     // in the position the next token saves.
     bool ltRead = false;
-    // Consumes [from, to), which holds the given line feeds.
-    auto consume = [this](const UCChar* from, const UCChar* to, int lines, const UCChar* lastLf) {
-        ConsumeLines(size_t(to - from), lines, lines ? size_t(to - lastLf - 1) : 0);
-    };
     while (p != end) {
         if (*p != '<') {
             if (*p == '&')
@@ -96,20 +148,19 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             const UCChar* stop = XmlScanText(p, end, lines, lastLf);
             if (stop == end || (*stop != '<' && *stop != '&'))
                 break;
-            SaveErrorPos();
+            at.Save(at.line, at.col);
             level.data->append(p, size_t(stop - p));
-            consume(p, stop, lines, lastLf);
-            p = stop;
+            at.Take(stop, lines, lastLf);
             step = fastTook;
             if (*p == '&') {
-                ConsumeRun(1);
+                at.Skip(p + 1);
                 PushBack(u'&');
                 return step;
             }
             ltRead = true;
         }
         // A tag at p; the position its token saves.
-        const int tagCol = m_col + (ltRead ? 1 : 0);
+        const int tagCol = at.col + (ltRead ? 1 : 0);
         const UCChar* name = p + 1;
         if (name == end)
             break;
@@ -118,8 +169,8 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             const UCChar* nameEnd = XmlScanAsciiName(name, end);
             if (nameEnd == name || nameEnd == end || *nameEnd != '>')
                 break;
-            SaveErrorPos(m_line, tagCol);
-            ConsumeRun(size_t(nameEnd + 1 - p));
+            at.Save(at.line, tagCol);
+            at.Skip(nameEnd + 1);
             const UCString& own = m_names[level.nameIndex];
             const size_t length = size_t(nameEnd - name);
             if (own.size() != length || !XmlSameUnits(own.data(), name, length))
@@ -149,7 +200,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
                 XmlSameUnits(stop + 2, name, length))
                 textEnd = stop;
         }
-        SaveErrorPos(m_line, tagCol);
+        at.Save(at.line, tagCol);
         XmlElement* child = NewNode();
         if (!child) {
             result = SetUpError(errSyntax, u"Out of memory for element '%s'", UCString(name, length).c_str());
@@ -174,25 +225,25 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             const size_t textLength = size_t(textEnd - text);
             child->m_data.Borrow(child->m_block->StoreText(text, textLength), textLength);
             LinkChild(level, child);
-            ConsumeRun(size_t(text - p));
-            consume(text, textEnd, lines, lastLf);
+            at.Skip(text);
+            at.Take(textEnd, lines, lastLf);
             // The end tag's token saves the position of its '<'.
-            SaveErrorPos(m_line, m_col + 1);
-            ConsumeRun(length + 3);
-            p = textEnd + length + 3;
+            at.Save(at.line, at.col + 1);
+            at.Skip(textEnd + length + 3);
             ltRead = false;
             step = fastTook;
             continue;
         }
         // Content, if any, is read by a level of its own. The position saved
         // last is that of the '>' or of the '/' of "/>".
-        ConsumeRun(size_t(afterTag - p));
-        SaveErrorPos(m_line, isEmpty ? m_col - 1 : m_col);
+        at.Skip(afterTag);
+        at.Save(at.line, isEmpty ? at.col - 1 : at.col);
+        at.Close();
         result = AttachChild(level, child, isEmpty);
         return fastTook;
     }
     if (ltRead) {
-        ConsumeRun(1);
+        at.Skip(p + 1);
         PushBack(u'<');
     }
     return step;

@@ -308,6 +308,20 @@ OZM_HOT void CountLines(const UCChar* p, unsigned lfMask, int& lines, const UCCh
 // Line feeds before that unit are added to lines; lastLf is set to the last
 // of them.
 OZM_HOT const UCChar* XmlScanText(const UCChar* p, const UCChar* end, int& lines, const UCChar*& lastLf) {
+    // The commonest text of an indented document: a line feed, then up to
+    // fifteen blanks (spaces and tabs), then markup, taken with one test.
+    if (end - p > 16 && *p == 10) {
+        const __m128i v = _mm_packs_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1)),
+                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 9)));
+        const unsigned blanks = unsigned(
+            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t')))));
+        const unsigned count = unsigned(__builtin_ctz(~blanks));
+        if (count < 16 && p[1 + count] == '<') {
+            ++lines;
+            lastLf = p;
+            return p + 1 + count;
+        }
+    }
     const XmlByteSet<5> stops('<', '&', 13, 0, 0xFF);
     const __m128i lf = _mm_set1_epi8(10);
     for (; end - p >= 16; p += 16) {
