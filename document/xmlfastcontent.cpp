@@ -62,6 +62,15 @@ const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs
     }
 }
 
+// Appends the attributes to those of a node, out of line: the loop of
+// string constructions would crowd the registers of the content loop.
+__attribute__((noinline)) void AddFastAttributes(XmlDeque<XmlAttribute>& to, const XmlFastAttr* attrs, int count) {
+    to.reserve(size_t(count));
+    for (int i = 0; i < count; ++i)
+        to.emplace_back(std::u16string_view(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name)),
+                        std::u16string_view(attrs[i].value, size_t(attrs[i].valueEnd - attrs[i].value)));
+}
+
 }  // namespace
 
 // Takes character data that ends at markup, start tags with their
@@ -207,11 +216,8 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             return fastTook;
         }
         child->m_nameId = CachedName(name, length) + 1;
-        child->m_attributes.reserve(size_t(attrCount));
-        for (int i = 0; i < attrCount; ++i)
-            child->m_attributes.emplace_back(
-                std::u16string_view(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name)),
-                std::u16string_view(attrs[i].value, size_t(attrs[i].valueEnd - attrs[i].value)));
+        if (attrCount)
+            AddFastAttributes(child->m_attributes, attrs, attrCount);
         TrackedDefs* tracked = nullptr;
         if (m_trackMaxLen) {
             tracked = &Tracked(child->m_nameId);
@@ -234,12 +240,18 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             step = fastTook;
             continue;
         }
-        // Content, if any, is read by a level of its own. The position saved
-        // last is that of the '>' or of the '/' of "/>".
+        // The position saved last is that of the '>' or of the '/' of "/>".
         at.Skip(afterTag);
         at.Save(at.line, isEmpty ? at.col - 1 : at.col);
+        if (isEmpty) {
+            LinkChild(level, child);
+            ltRead = false;
+            step = fastTook;
+            continue;
+        }
+        // Content is read by a level of its own.
         at.Close();
-        result = AttachChild(level, child, isEmpty);
+        result = AttachChild(level, child, false);
         return fastTook;
     }
     if (ltRead) {
