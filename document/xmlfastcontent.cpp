@@ -158,12 +158,13 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             if (stop == end || (*stop != '<' && *stop != '&'))
                 break;
             at.Save(at.line, at.col);
-            level.data->append(p, size_t(stop - p));
+            level.AddSpan(p, size_t(stop - p));
             at.Take(stop, lines, lastLf);
             step = fastTook;
             if (*p == '&') {
                 at.Skip(p + 1);
                 PushBack(u'&');
+                level.AppendSpans();
                 return step;
             }
             ltRead = true;
@@ -212,6 +213,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         at.Save(at.line, tagCol);
         XmlElement* child = NewNode();
         if (!child) {
+            level.AppendSpans();
             result = SetUpError(errSyntax, u"Out of memory for element '%s'", UCString(name, length).c_str());
             return fastTook;
         }
@@ -249,8 +251,10 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             step = fastTook;
             continue;
         }
-        // Content is read by a level of its own.
+        // Content is read by a level of its own, which may read the source
+        // beyond the block the spans point into.
         at.Close();
+        level.AppendSpans();
         result = AttachChild(level, child, false);
         return fastTook;
     }
@@ -258,5 +262,6 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         at.Skip(p + 1);
         PushBack(u'<');
     }
+    level.AppendSpans();
     return step;
 }
