@@ -19,8 +19,9 @@ struct XmlFastAttr {
 constexpr int kMaxFastAttrs = 16;
 
 OZM_HOT const UCChar* SkipBlanks(const UCChar* p, const UCChar* end) {
-    while (p != end && (*p == ' ' || *p == '\t'))
-        ++p;
+    for (; p != end; ++p)
+        if (*p != ' ' && *p != '\t')
+            break;
     return p;
 }
 
@@ -28,32 +29,43 @@ OZM_HOT const UCChar* SkipBlanks(const UCChar* p, const UCChar* end) {
 // name='value' with blanks (spaces and tabs) around, then '>' or "/>".
 // Returns the '>' or the '/' of "/>", or null when the tag holds anything
 // else (a line end, a name beyond ASCII, too many attributes, a token that
-// does not belong) or runs past end.
+// does not belong) or runs past end. Blanks mostly stand before attribute
+// names alone: each step tests the unit at hand before it skips any.
 const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs, int& count) {
     count = 0;
     for (;;) {
-        const UCChar* q = SkipBlanks(p, end);
-        if (q == end)
+        if (p == end)
             return nullptr;
-        if (*q == '>')
-            return q;
-        if (*q == '/')
-            return end - q >= 2 && q[1] == '>' ? q : nullptr;
+        if (*p != '>')
+            p = SkipBlanks(p, end);
+        if (p == end)
+            return nullptr;
+        if (*p == '>')
+            return p;
+        if (*p == '/')
+            return end - p >= 2 && p[1] == '>' ? p : nullptr;
         if (count == kMaxFastAttrs)
             return nullptr;
         XmlFastAttr& a = attrs[count];
-        a.name = q;
-        a.nameEnd = XmlScanAsciiName(q, end);
-        if (a.nameEnd == q || a.nameEnd == end)
+        a.name = p;
+        a.nameEnd = XmlScanAsciiName(p, end);
+        if (a.nameEnd == p || a.nameEnd == end)
             return nullptr;
-        q = SkipBlanks(a.nameEnd, end);
-        if (q == end || *q != '=')
+        p = a.nameEnd;
+        if (*p != '=') {
+            p = SkipBlanks(p, end);
+            if (p == end || *p != '=')
+                return nullptr;
+        }
+        if (++p == end)
             return nullptr;
-        q = SkipBlanks(q + 1, end);
-        if (q == end || (*q != '"' && *q != '\''))
-            return nullptr;
-        const UCChar quote = *q;
-        a.value = q + 1;
+        if (*p != '"' && *p != '\'') {
+            p = SkipBlanks(p, end);
+            if (p == end || (*p != '"' && *p != '\''))
+                return nullptr;
+        }
+        const UCChar quote = *p;
+        a.value = p + 1;
         a.valueEnd = XmlScanQuoted(a.value, end, quote);
         if (a.valueEnd == end || *a.valueEnd != quote)
             return nullptr;
