@@ -215,20 +215,26 @@ OZM_HOT void XmlDocument::ConsumeLines(size_t count, int lines, size_t tail) {
     }
 }
 
-// Whether the n units at a and b are the same. Names are short: compared
-// inline four units at a time rather than through a call to memcmp.
+// Whether the n units at a and b are the same. Names are short: they are
+// compared four units at a time, the last four of them as a word that may
+// overlap the one before, rather than through a call to memcmp.
 OZM_HOT bool XmlSameUnits(const UCChar* a, const UCChar* b, size_t n) {
-    for (; n >= 4; a += 4, b += 4, n -= 4) {
-        uint64_t x, y;
+    uint64_t x, y;
+    if (n < 4) {
+        for (; n; --n)
+            if (*a++ != *b++)
+                return false;
+        return true;
+    }
+    for (; n > 4; a += 4, b += 4, n -= 4) {
         std::memcpy(&x, a, 8);
         std::memcpy(&y, b, 8);
         if (x != y)
             return false;
     }
-    for (; n; --n)
-        if (*a++ != *b++)
-            return false;
-    return true;
+    std::memcpy(&x, a + n - 4, 8);
+    std::memcpy(&y, b + n - 4, 8);
+    return x == y;
 }
 
 OZM_HOT XmlElement* XmlDocument::NewNode() {
