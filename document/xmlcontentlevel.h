@@ -35,10 +35,25 @@ struct XmlDocument::ContentLevel {
         spans[spanCount++] = Span{text, length};
     }
     // Appends the spans to data, which the general tokeniser appends to.
+    // Several spans grow data once and are copied into it.
     void AppendSpans() {
-        for (int i = 0; i < spanCount; ++i)
-            data->append(spans[i].text, spans[i].length);
+        if (spanCount == 1)
+            data->append(spans[0].text, spans[0].length);
+        else if (spanCount > 1)
+            AppendSeveralSpans();
         spanCount = 0;
+    }
+    __attribute__((noinline)) void AppendSeveralSpans() {
+        size_t total = 0;
+        for (int i = 0; i < spanCount; ++i)
+            total += spans[i].length;
+        const size_t size = data->size();
+        data->resize(size + total);
+        UCChar* to = data->data() + size;
+        for (int i = 0; i < spanCount; ++i) {
+            XmlElementBlock::CopyUnits(to, spans[i].text, spans[i].length);
+            to += spans[i].length;
+        }
     }
 };
 
