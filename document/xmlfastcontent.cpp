@@ -155,7 +155,6 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
     Cursor at(*this, run);
     const UCChar*& p = at.p;
     const UCChar* const end = run + n;
-    int step = fastNone;
     // Set when the '<' at p ended the text before it. The general tokeniser
     // has then read that '<' and pushed it back: its column already counts
     // in the position the next token saves.
@@ -172,12 +171,11 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             at.Save(at.line, at.col);
             level.AddSpan(p, size_t(stop - p));
             at.Take(stop, lines, lastLf);
-            step = fastTook;
             if (*p == '&') {
                 at.Skip(p + 1);
                 PushBack(u'&');
                 level.AppendSpans();
-                return step;
+                return fastTook;
             }
             ltRead = true;
         }
@@ -251,7 +249,6 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             at.Save(at.line, at.col + 1);
             at.Skip(textEnd + length + 3);
             ltRead = false;
-            step = fastTook;
             continue;
         }
         // The position saved last is that of the '>' or of the '/' of "/>".
@@ -260,7 +257,6 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         if (isEmpty) {
             LinkChild(level, child);
             ltRead = false;
-            step = fastTook;
             continue;
         }
         // Content is read by a level of its own, which may read the source
@@ -275,5 +271,6 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         PushBack(u'<');
     }
     level.AppendSpans();
-    return step;
+    // Every token taken moved p.
+    return p != run ? fastTook : fastNone;
 }
