@@ -1,6 +1,7 @@
 // The fast path of the content loop: while nothing is pushed back, the
 // commonest content is recognised straight in the source buffer, without a
 // token string and without the unit-by-unit reads of the tokenisers.
+#include <climits>
 #include <cstring>
 
 #include "document/xmlcontentlevel.h"
@@ -17,6 +18,8 @@ struct XmlFastAttr {
 };
 // A start tag with more attributes is left to the general reader.
 constexpr int kMaxFastAttrs = 16;
+// A line that no saved position has: lines count up from 1.
+constexpr int kNotSaved = INT_MIN;
 
 OZM_HOT const UCChar* SkipBlanks(const UCChar* p, const UCChar* end) {
     for (; p != end; ++p)
@@ -108,9 +111,8 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         const UCChar* p;
         int line;
         int col;
-        int errLine = 0;
+        int errLine = kNotSaved;  // no position saved yet
         int errCol = 0;
-        bool saved = false;
         bool open = true;
         Cursor(XmlDocument& d, const UCChar* r) : doc(d), run(r), p(r), line(d.m_line), col(d.m_col) {}
         Cursor(const Cursor&) = delete;
@@ -122,7 +124,6 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         void Save(int l, int c) {
             errLine = l;
             errCol = c;
-            saved = true;
         }
         // Takes the units up to to, none of them a line end.
         void Skip(const UCChar* to) {
@@ -148,7 +149,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
                 doc.m_sourceFile->Skip(size_t(p - run));
             doc.m_line = line;
             doc.m_col = col;
-            if (saved)
+            if (errLine != kNotSaved)
                 doc.SaveErrorPos(errLine, errCol);
         }
     };
