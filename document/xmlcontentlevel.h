@@ -44,12 +44,18 @@ struct XmlDocument::ContentLevel {
         spanCount = 0;
     }
     __attribute__((noinline)) void AppendSeveralSpans() {
-        size_t total = 0;
-        for (int i = 0; i < spanCount; ++i)
-            total += spans[i].length;
         const size_t size = data->size();
-        data->resize(size + total);
-        UCChar* to = data->data() + size;
+        data->resize(size + SpanUnits());
+        CopySpans(data->data() + size);
+    }
+    size_t SpanUnits() const {
+        size_t units = 0;
+        for (int i = 0; i < spanCount; ++i)
+            units += spans[i].length;
+        return units;
+    }
+    // Copies the spans one behind the other to to.
+    void CopySpans(UCChar* to) const {
         for (int i = 0; i < spanCount; ++i) {
             XmlElementBlock::CopyUnits(to, spans[i].text, spans[i].length);
             to += spans[i].length;

@@ -212,9 +212,7 @@ BATCHERR XmlDocument::ParseContent(int depth) {
     if (result != errNone)
         return result;
     // The text: data, then the spans the fast path left at the end tag.
-    size_t total = data.size();
-    for (int i = 0; i < level.spanCount; ++i)
-        total += level.spans[i].length;
+    const size_t total = data.size() + level.SpanUnits();
     if (m_trackMaxLen) {
         if (XmlElementDef* def = Tracked(current->m_nameId).element)
             def->MaxLen(int(total));
@@ -230,13 +228,8 @@ BATCHERR XmlDocument::ParseContent(int depth) {
         current->m_data.Borrow(block.StoreText(data.data(), length), length);
     } else {
         UCChar* text = block.TextRoom(length);
-        UCChar* to = text;
-        XmlElementBlock::CopyUnits(to, data.data(), data.size());
-        to += data.size();
-        for (int i = 0; i < level.spanCount; ++i) {
-            XmlElementBlock::CopyUnits(to, level.spans[i].text, level.spans[i].length);
-            to += level.spans[i].length;
-        }
+        XmlElementBlock::CopyUnits(text, data.data(), data.size());
+        level.CopySpans(text + data.size());
         current->m_data.Borrow(text, length);
     }
     return errNone;
