@@ -8,8 +8,59 @@ struct XmlDocument::ContentLevel {
     XmlElement* element;    // whose content is read
     XmlElement* lastChild;  // its last child so far, or null
     size_t nameIndex;       // its name in the name table
-    UCString* data;         // its text so far
+    UCString* data;         // its text so far, but for the spans below
     int depth;              // its content's nesting level
+
+    // Text the fast path has taken and not yet appended to data, as spans
+    // of the source: the level's text so far is data followed by these. The
+    // fast path appends them before it returns, but for the level's end tag,
+    // where ParseContent stores them with data, so that the whitespace
+    // between elements is copied once and not through the string.
+    struct Span {
+        const UCChar* text;
+        size_t length;
+    };
+    static constexpr int MaxSpans = 32;
+    Span spans[MaxSpans];  // left uninitialised: only the first spanCount count
+    int spanCount = 0;
+
+    ContentLevel(XmlElement* e, XmlElement* last, size_t name, UCString* text, int d)
+        : element(e), lastChild(last), nameIndex(name), data(text), depth(d) {}
+    ContentLevel(const ContentLevel&) = delete;
+    ContentLevel& operator=(const ContentLevel&) = delete;
+
+    void AddSpan(const UCChar* text, size_t length) {
+        if (spanCount == MaxSpans)
+            AppendSpans();
+        spans[spanCount++] = Span{text, length};
+    }
+    // Appends the spans to data, which the general tokeniser appends to.
+    // Several spans grow data once and are copied into it.
+    void AppendSpans() {
+        if (spanCount == 1)
+            data->append(spans[0].text, spans[0].length);
+        else if (spanCount > 1)
+            AppendSeveralSpans();
+        spanCount = 0;
+    }
+    __attribute__((noinline)) void AppendSeveralSpans() {
+        const size_t size = data->size();
+        data->resize(size + SpanUnits());
+        CopySpans(data->data() + size);
+    }
+    size_t SpanUnits() const {
+        size_t units = 0;
+        for (int i = 0; i < spanCount; ++i)
+            units += spans[i].length;
+        return units;
+    }
+    // Copies the spans one behind the other to to.
+    void CopySpans(UCChar* to) const {
+        for (int i = 0; i < spanCount; ++i) {
+            XmlElementBlock::CopyUnits(to, spans[i].text, spans[i].length);
+            to += spans[i].length;
+        }
+    }
 };
 
 // What FastContent did.

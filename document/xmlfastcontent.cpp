@@ -1,6 +1,7 @@
 // The fast path of the content loop: while nothing is pushed back, the
 // commonest content is recognised straight in the source buffer, without a
 // token string and without the unit-by-unit reads of the tokenisers.
+#include <climits>
 #include <cstring>
 
 #include "document/xmlcontentlevel.h"
@@ -17,10 +18,13 @@ struct XmlFastAttr {
 };
 // A start tag with more attributes is left to the general reader.
 constexpr int kMaxFastAttrs = 16;
+// A line that no saved position has: lines count up from 1.
+constexpr int kNotSaved = INT_MIN;
 
 OZM_HOT const UCChar* SkipBlanks(const UCChar* p, const UCChar* end) {
-    while (p != end && (*p == ' ' || *p == '\t'))
-        ++p;
+    for (; p != end; ++p)
+        if (*p != ' ' && *p != '\t')
+            break;
     return p;
 }
 
@@ -28,38 +32,58 @@ OZM_HOT const UCChar* SkipBlanks(const UCChar* p, const UCChar* end) {
 // name='value' with blanks (spaces and tabs) around, then '>' or "/>".
 // Returns the '>' or the '/' of "/>", or null when the tag holds anything
 // else (a line end, a name beyond ASCII, too many attributes, a token that
-// does not belong) or runs past end.
+// does not belong) or runs past end. Blanks mostly stand before attribute
+// names alone: each step tests the unit at hand before it skips any.
 const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs, int& count) {
     count = 0;
     for (;;) {
-        const UCChar* q = SkipBlanks(p, end);
-        if (q == end)
+        if (p == end)
             return nullptr;
-        if (*q == '>')
-            return q;
-        if (*q == '/')
-            return end - q >= 2 && q[1] == '>' ? q : nullptr;
+        if (*p != '>')
+            p = SkipBlanks(p, end);
+        if (p == end)
+            return nullptr;
+        if (*p == '>')
+            return p;
+        if (*p == '/')
+            return end - p >= 2 && p[1] == '>' ? p : nullptr;
         if (count == kMaxFastAttrs)
             return nullptr;
         XmlFastAttr& a = attrs[count];
-        a.name = q;
-        a.nameEnd = XmlScanAsciiName(q, end);
-        if (a.nameEnd == q || a.nameEnd == end)
+        a.name = p;
+        a.nameEnd = XmlScanAsciiName(p, end);
+        if (a.nameEnd == p || a.nameEnd == end)
             return nullptr;
-        q = SkipBlanks(a.nameEnd, end);
-        if (q == end || *q != '=')
+        p = a.nameEnd;
+        if (*p != '=') {
+            p = SkipBlanks(p, end);
+            if (p == end || *p != '=')
+                return nullptr;
+        }
+        if (++p == end)
             return nullptr;
-        q = SkipBlanks(q + 1, end);
-        if (q == end || (*q != '"' && *q != '\''))
-            return nullptr;
-        const UCChar quote = *q;
-        a.value = q + 1;
+        if (*p != '"' && *p != '\'') {
+            p = SkipBlanks(p, end);
+            if (p == end || (*p != '"' && *p != '\''))
+                return nullptr;
+        }
+        const UCChar quote = *p;
+        a.value = p + 1;
         a.valueEnd = XmlScanQuoted(a.value, end, quote);
         if (a.valueEnd == end || *a.valueEnd != quote)
             return nullptr;
         ++count;
         p = a.valueEnd + 1;
     }
+}
+
+// Appends the attributes to those of a node, out of line: the loop of
+// string constructions would crowd the registers of the content loop.
+__attribute__((noinline)) void AddFastAttributes(XmlDeque<XmlAttribute>& to, const XmlFastAttr* attrs, int count) {
+    to.reserve(size_t(count));
+    for (int i = 0; i < count; ++i)
+        to.emplace_back(std::u16string_view(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name)),
+                        std::u16string_view(attrs[i].value, size_t(attrs[i].valueEnd - attrs[i].value)));
 }
 
 }  // namespace
@@ -76,17 +100,66 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
     const size_t n = PendingRun(run);
     if (n == 0)
         return fastNone;
-    const UCChar* p = run;
+    // The position in the run, the line and column, and the error position
+    // saved last are kept here while tokens are taken, and handed to the
+    // stream and the error state once, when the fast path stops or an
+    // exception leaves it. Nothing is pushed back meanwhile, so every unit
+    // taken moves the column.
+    struct Cursor {
+        XmlDocument& doc;
+        const UCChar* const run;
+        const UCChar* p;
+        int line;
+        int col;
+        int errLine = kNotSaved;  // no position saved yet
+        int errCol = 0;
+        bool open = true;
+        Cursor(XmlDocument& d, const UCChar* r) : doc(d), run(r), p(r), line(d.m_line), col(d.m_col) {}
+        Cursor(const Cursor&) = delete;
+        Cursor& operator=(const Cursor&) = delete;
+        ~Cursor() {
+            if (open)
+                Close();
+        }
+        void Save(int l, int c) {
+            errLine = l;
+            errCol = c;
+        }
+        // Takes the units up to to, none of them a line end.
+        void Skip(const UCChar* to) {
+            col += int(to - p);
+            p = to;
+        }
+        // Takes the units up to to, which hold lines line feeds, the last of
+        // them at lastLf.
+        void Take(const UCChar* to, int lines, const UCChar* lastLf) {
+            if (lines) {
+                line += lines;
+                col = int(to - lastLf - 1);
+            } else {
+                col += int(to - p);
+            }
+            p = to;
+        }
+        void Close() {
+            open = false;
+            if (doc.m_sourceString)
+                doc.m_stringCursor = p;
+            else
+                doc.m_sourceFile->Skip(size_t(p - run));
+            doc.m_line = line;
+            doc.m_col = col;
+            if (errLine != kNotSaved)
+                doc.SaveErrorPos(errLine, errCol);
+        }
+    };
+    Cursor at(*this, run);
+    const UCChar*& p = at.p;
     const UCChar* const end = run + n;
-    int step = fastNone;
     // Set when the '<' at p ended the text before it. The general tokeniser
     // has then read that '<' and pushed it back: its column already counts
     // in the position the next token saves.
     bool ltRead = false;
-    // Consumes [from, to), which holds the given line feeds.
-    auto consume = [this](const UCChar* from, const UCChar* to, int lines, const UCChar* lastLf) {
-        ConsumeLines(size_t(to - from), lines, lines ? size_t(to - lastLf - 1) : 0);
-    };
     while (p != end) {
         if (*p != '<') {
             if (*p == '&')
@@ -96,20 +169,19 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             const UCChar* stop = XmlScanText(p, end, lines, lastLf);
             if (stop == end || (*stop != '<' && *stop != '&'))
                 break;
-            SaveErrorPos();
-            level.data->append(p, size_t(stop - p));
-            consume(p, stop, lines, lastLf);
-            p = stop;
-            step = fastTook;
+            at.Save(at.line, at.col);
+            level.AddSpan(p, size_t(stop - p));
+            at.Take(stop, lines, lastLf);
             if (*p == '&') {
-                ConsumeRun(1);
+                at.Skip(p + 1);
                 PushBack(u'&');
-                return step;
+                level.AppendSpans();
+                return fastTook;
             }
             ltRead = true;
         }
         // A tag at p; the position its token saves.
-        const int tagCol = m_col + (ltRead ? 1 : 0);
+        const int tagCol = at.col + (ltRead ? 1 : 0);
         const UCChar* name = p + 1;
         if (name == end)
             break;
@@ -118,8 +190,8 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             const UCChar* nameEnd = XmlScanAsciiName(name, end);
             if (nameEnd == name || nameEnd == end || *nameEnd != '>')
                 break;
-            SaveErrorPos(m_line, tagCol);
-            ConsumeRun(size_t(nameEnd + 1 - p));
+            at.Save(at.line, tagCol);
+            at.Skip(nameEnd + 1);
             const UCString& own = m_names[level.nameIndex];
             const size_t length = size_t(nameEnd - name);
             if (own.size() != length || !XmlSameUnits(own.data(), name, length))
@@ -149,18 +221,16 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
                 XmlSameUnits(stop + 2, name, length))
                 textEnd = stop;
         }
-        SaveErrorPos(m_line, tagCol);
+        at.Save(at.line, tagCol);
         XmlElement* child = NewNode();
         if (!child) {
+            level.AppendSpans();
             result = SetUpError(errSyntax, u"Out of memory for element '%s'", UCString(name, length).c_str());
             return fastTook;
         }
         child->m_nameId = CachedName(name, length) + 1;
-        child->m_attributes.reserve(size_t(attrCount));
-        for (int i = 0; i < attrCount; ++i)
-            child->m_attributes.emplace_back(
-                std::u16string_view(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name)),
-                std::u16string_view(attrs[i].value, size_t(attrs[i].valueEnd - attrs[i].value)));
+        if (attrCount)
+            AddFastAttributes(child->m_attributes, attrs, attrCount);
         TrackedDefs* tracked = nullptr;
         if (m_trackMaxLen) {
             tracked = &Tracked(child->m_nameId);
@@ -174,26 +244,34 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             const size_t textLength = size_t(textEnd - text);
             child->m_data.Borrow(child->m_block->StoreText(text, textLength), textLength);
             LinkChild(level, child);
-            ConsumeRun(size_t(text - p));
-            consume(text, textEnd, lines, lastLf);
+            at.Skip(text);
+            at.Take(textEnd, lines, lastLf);
             // The end tag's token saves the position of its '<'.
-            SaveErrorPos(m_line, m_col + 1);
-            ConsumeRun(length + 3);
-            p = textEnd + length + 3;
+            at.Save(at.line, at.col + 1);
+            at.Skip(textEnd + length + 3);
             ltRead = false;
-            step = fastTook;
             continue;
         }
-        // Content, if any, is read by a level of its own. The position saved
-        // last is that of the '>' or of the '/' of "/>".
-        ConsumeRun(size_t(afterTag - p));
-        SaveErrorPos(m_line, isEmpty ? m_col - 1 : m_col);
-        result = AttachChild(level, child, isEmpty);
+        // The position saved last is that of the '>' or of the '/' of "/>".
+        at.Skip(afterTag);
+        at.Save(at.line, isEmpty ? at.col - 1 : at.col);
+        if (isEmpty) {
+            LinkChild(level, child);
+            ltRead = false;
+            continue;
+        }
+        // Content is read by a level of its own, which may read the source
+        // beyond the block the spans point into.
+        at.Close();
+        level.AppendSpans();
+        result = AttachChild(level, child, false);
         return fastTook;
     }
     if (ltRead) {
-        ConsumeRun(1);
+        at.Skip(p + 1);
         PushBack(u'<');
     }
-    return step;
+    level.AppendSpans();
+    // Every token taken moved p.
+    return p != run ? fastTook : fastNone;
 }

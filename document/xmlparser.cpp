@@ -211,16 +211,27 @@ BATCHERR XmlDocument::ParseContent(int depth) {
     }
     if (result != errNone)
         return result;
+    // The text: data, then the spans the fast path left at the end tag.
+    const size_t total = data.size() + level.SpanUnits();
     if (m_trackMaxLen) {
         if (XmlElementDef* def = Tracked(current->m_nameId).element)
-            def->MaxLen(int(data.size()));
+            def->MaxLen(int(total));
     }
-    // The text ends at a unit of value 0, if one came in.
-    const size_t length = m_dataNulls == nullsBefore ? data.size() : UCString::traits_type::length(data.c_str());
-    if (length == 0)
+    // The text ends at a unit of value 0, if one came in; the spans hold
+    // none.
+    const size_t cut = m_dataNulls == nullsBefore ? data.size() : UCString::traits_type::length(data.c_str());
+    const size_t length = cut < data.size() ? cut : total;
+    XmlElementBlock& block = *current->m_block;
+    if (length == 0) {
         current->m_data.Clear();
-    else
-        current->m_data.Borrow(current->m_block->StoreText(data.data(), length), length);
+    } else if (length <= data.size()) {
+        current->m_data.Borrow(block.StoreText(data.data(), length), length);
+    } else {
+        UCChar* text = block.TextRoom(length);
+        XmlElementBlock::CopyUnits(text, data.data(), data.size());
+        level.CopySpans(text + data.size());
+        current->m_data.Borrow(text, length);
+    }
     return errNone;
 }
 

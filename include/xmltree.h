@@ -1,6 +1,7 @@
 // xmltree.h - the element tree: nodes, attributes and the slabs nodes live in.
 #pragma once
 
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -179,25 +180,55 @@ public:
 
 private:
     friend class XmlDocument;
-    // Copies n units at p, and a 0 behind them, into the slab's text store:
-    // the copy lives as long as the slab, and is given up only when the slab
-    // is reset or destroyed. Text is stored by the bump of a pointer, with a
-    // new chunk now and then.
-    const UCChar* StoreText(const UCChar* p, size_t n) {
+    // Room for n units and a 0 behind them in the slab's text store, for
+    // the caller to fill: the room lives as long as the slab, and is given
+    // up only when the slab is reset or destroyed. Text is stored by the
+    // bump of a pointer, with a new chunk now and then.
+    UCChar* TextRoom(size_t n) {
         if (size_t(m_textEnd - m_textNext) <= n)
-            return StoreTextInNewChunk(p, n);
+            return TextRoomInNewChunk(n);
         UCChar* t = m_textNext;
-        std::memcpy(t, p, n * sizeof(UCChar));
         t[n] = 0;
         m_textNext = t + n + 1;
         return t;
+    }
+    // Copies n units at p, and a 0 behind them, into the text store.
+    const UCChar* StoreText(const UCChar* p, size_t n) {
+        UCChar* t = TextRoom(n);
+        CopyUnits(t, p, n);
+        return t;
+    }
+    // Copies n units. Most texts are short: up to sixteen units go as two
+    // moves that may overlap, without a call.
+    static void CopyUnits(UCChar* to, const UCChar* from, size_t n) {
+        struct Sixteen {
+            uint64_t a, b;
+        };
+        if (n >= 8 && n <= 16) {
+            Sixteen x, y;
+            std::memcpy(&x, from, 16);
+            std::memcpy(&y, from + n - 8, 16);
+            std::memcpy(to, &x, 16);
+            std::memcpy(to + n - 8, &y, 16);
+        } else if (n >= 4 && n < 8) {
+            uint64_t x, y;
+            std::memcpy(&x, from, 8);
+            std::memcpy(&y, from + n - 4, 8);
+            std::memcpy(to, &x, 8);
+            std::memcpy(to + n - 4, &y, 8);
+        } else if (n > 16) {
+            std::memcpy(to, from, n * sizeof(UCChar));
+        } else {
+            for (size_t i = 0; i < n; ++i)
+                to[i] = from[i];
+        }
     }
     struct TextChunk {
         TextChunk* next;
         size_t units;
         UCChar* Units() { return reinterpret_cast<UCChar*>(this + 1); }
     };
-    const UCChar* StoreTextInNewChunk(const UCChar* p, size_t n);
+    UCChar* TextRoomInNewChunk(size_t n);
     void FreeTextChunks(TextChunk* from);
     // Nodes are constructed when first handed out, and only those are
     // destroyed: a small document does not pay for the whole slab. The free

@@ -31,6 +31,26 @@ struct XmlAsciiNames {
 };
 inline constexpr XmlAsciiNames kXmlAsciiNames{};
 
+// The ASCII name characters at the start of [p, end): returns the first
+// unit that is none (a unit beyond ASCII is none). Names are mostly
+// letters: the run of letters is found sixteen units at a time (a letter is
+// one unit in a range once its case bit is set), and the table goes on from
+// the first unit that is no letter.
+OZM_HOT const UCChar* XmlSkipAsciiNameChars(const UCChar* p, const UCChar* end) {
+    if (end - p >= 16) {
+        // Packed with signed saturation, only an ASCII unit gives a byte
+        // below 0x7F. After the shift, 'a' to 'z' are -128 to -103.
+        const __m128i v = _mm_packs_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)),
+                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8)));
+        const __m128i shifted = _mm_add_epi8(_mm_or_si128(v, _mm_set1_epi8(0x20)), _mm_set1_epi8(char(0x80 - 'a')));
+        const unsigned letters = unsigned(_mm_movemask_epi8(_mm_cmplt_epi8(shifted, _mm_set1_epi8(char(0x80 + 26)))));
+        p += __builtin_ctz(~letters);
+    }
+    while (p != end && *p < 0x80 && (kXmlAsciiNames.cls[*p] & 2))
+        ++p;
+    return p;
+}
+
 // The general rules, for every unit.
 inline bool XmlIsNameStartRule(UCChar c) {
     if (c >= 0xF900 && c <= 0xFFFD)
@@ -139,9 +159,7 @@ inline UCChar XmlDocument::ReadName(UCString& token) {
     for (;;) {
         const UCChar* run;
         size_t n = PendingRun(run);
-        size_t i = 0;
-        while (i < n && run[i] < 0x80 && (kXmlAsciiNames.cls[run[i]] & 2))
-            ++i;
+        const size_t i = n ? size_t(XmlSkipAsciiNameChars(run, run + n) - run) : 0;
         if (i) {
             token.append(run, i);
             ConsumeRun(i);
@@ -197,20 +215,26 @@ OZM_HOT void XmlDocument::ConsumeLines(size_t count, int lines, size_t tail) {
     }
 }
 
-// Whether the n units at a and b are the same. Names are short: compared
-// inline four units at a time rather than through a call to memcmp.
+// Whether the n units at a and b are the same. Names are short: they are
+// compared four units at a time, the last four of them as a word that may
+// overlap the one before, rather than through a call to memcmp.
 OZM_HOT bool XmlSameUnits(const UCChar* a, const UCChar* b, size_t n) {
-    for (; n >= 4; a += 4, b += 4, n -= 4) {
-        uint64_t x, y;
+    uint64_t x, y;
+    if (n < 4) {
+        for (; n; --n)
+            if (*a++ != *b++)
+                return false;
+        return true;
+    }
+    for (; n > 4; a += 4, b += 4, n -= 4) {
         std::memcpy(&x, a, 8);
         std::memcpy(&y, b, 8);
         if (x != y)
             return false;
     }
-    for (; n; --n)
-        if (*a++ != *b++)
-            return false;
-    return true;
+    std::memcpy(&x, a + n - 4, 8);
+    std::memcpy(&y, b + n - 4, 8);
+    return x == y;
 }
 
 OZM_HOT XmlElement* XmlDocument::NewNode() {
@@ -261,12 +285,42 @@ struct XmlUnitSet {
     }
 };
 
-// Adds the line feeds of a mask of the eight units at p (two bits per unit).
-// Bits are cleared one at a time: there are few line feeds, and a population
-// count instruction cannot be assumed.
+// The sixteen units at p as bytes, for tests against sets of ASCII units:
+// an ASCII unit keeps its value, 0xFFFF and U+2028 both become 0xFF, and
+// every other unit becomes a byte from 0x7F to 0xFE (signed saturation),
+// which no ASCII unit below 0x7F shares. Sixteen units are tested with the
+// compares that eight would need unpacked.
+OZM_HOT __m128i XmlPackUnits(const UCChar* p) {
+    const __m128i ls = _mm_set1_epi16(0x2028);
+    __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8));
+    a = _mm_or_si128(a, _mm_cmpeq_epi16(a, ls));
+    b = _mm_or_si128(b, _mm_cmpeq_epi16(b, ls));
+    return _mm_packs_epi16(a, b);
+}
+
+// A set of N bytes of packed units: ASCII units below 0x7F, and 0xFF for
+// 0xFFFF and U+2028.
+template <int N>
+struct XmlByteSet {
+    __m128i wide[N];
+    template <class... U>
+    explicit XmlByteSet(U... u) : wide{_mm_set1_epi8(char(u))...} {}
+    // One mask bit for each of the sixteen packed units in v that is in the
+    // set.
+    OZM_HOT unsigned Match(__m128i v) const {
+        __m128i hit = _mm_cmpeq_epi8(v, wide[0]);
+        for (int i = 1; i < N; ++i)
+            hit = _mm_or_si128(hit, _mm_cmpeq_epi8(v, wide[i]));
+        return unsigned(_mm_movemask_epi8(hit));
+    }
+};
+
+// Adds the line feeds of a mask of the sixteen units at p (one bit per
+// unit). Bits are cleared one at a time: there are few line feeds, and a
+// population count instruction cannot be assumed.
 OZM_HOT void CountLines(const UCChar* p, unsigned lfMask, int& lines, const UCChar*& lastLf) {
-    lastLf = p + (31 - __builtin_clz(lfMask)) / 2;
-    lfMask &= 0x5555;
+    lastLf = p + (31 - __builtin_clz(lfMask));
     do {
         ++lines;
         lfMask &= lfMask - 1;
@@ -278,23 +332,41 @@ OZM_HOT void CountLines(const UCChar* p, unsigned lfMask, int& lines, const UCCh
 // Line feeds before that unit are added to lines; lastLf is set to the last
 // of them.
 OZM_HOT const UCChar* XmlScanText(const UCChar* p, const UCChar* end, int& lines, const UCChar*& lastLf) {
-    const XmlUnitSet<6> stops('<', '&', 13, 0, 0x2028, UCEof);
-    const XmlUnitSet<1> lf(10);
-    for (; end - p >= 8; p += 8) {
-        const unsigned stopMask = stops.Match(p);
-        unsigned lfMask = lf.Match(p);
+    // The commonest text of an indented document: a line feed, then up to
+    // fifteen blanks (spaces and tabs), then markup, taken with one test.
+    if (end - p > 16 && *p == 10) {
+        const __m128i v = _mm_packs_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1)),
+                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 9)));
+        const unsigned blanks = unsigned(
+            _mm_movemask_epi8(_mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(' ')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\t')))));
+        const unsigned count = unsigned(__builtin_ctz(~blanks));
+        if (count < 16 && p[1 + count] == '<') {
+            ++lines;
+            lastLf = p;
+            return p + 1 + count;
+        }
+    }
+    const XmlByteSet<5> stops('<', '&', 13, 0, 0xFF);
+    const __m128i lf = _mm_set1_epi8(10);
+    for (; end - p >= 16; p += 16) {
+        const __m128i v = XmlPackUnits(p);
+        const unsigned stopMask = stops.Match(v);
+        unsigned lfMask = unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(v, lf)));
         if (stopMask) {
-            const unsigned at = unsigned(__builtin_ctz(stopMask));
-            lfMask &= (1u << at) - 1;
+            // The line feeds in front of the first stop.
+            lfMask &= (stopMask & (0u - stopMask)) - 1;
             if (lfMask)
                 CountLines(p, lfMask, lines, lastLf);
-            return p + at / 2;
+            return p + __builtin_ctz(stopMask);
         }
         if (lfMask)
             CountLines(p, lfMask, lines, lastLf);
     }
-    for (; p != end && !stops.Has(*p); ++p) {
-        if (*p == 10) {
+    for (; p != end; ++p) {
+        const UCChar u = *p;
+        if (u == '<' || u == '&' || u == 13 || u == 0 || u == 0x2028 || u == UCEof)
+            break;
+        if (u == 10) {
             ++lines;
             lastLf = p;
         }
@@ -303,25 +375,25 @@ OZM_HOT const UCChar* XmlScanText(const UCChar* p, const UCChar* end, int& lines
 }
 
 // An ASCII name at the start of [p, end): returns where it ends, which is p
-// when p holds no ASCII name start. A unit beyond ASCII ends it too.
+// when p holds no ASCII name start.
 OZM_HOT const UCChar* XmlScanAsciiName(const UCChar* p, const UCChar* end) {
     if (p == end || *p >= 0x80 || !(kXmlAsciiNames.cls[*p] & 1))
         return p;
-    ++p;
-    while (p != end && *p < 0x80 && (kXmlAsciiNames.cls[*p] & 2))
-        ++p;
-    return p;
+    return XmlSkipAsciiNameChars(p + 1, end);
 }
 
 // A quoted value in [p, end) up to its closing quote: returns the quote, or
 // the first unit the general reader treats apart (a carriage return, line
 // feed, U+2028, 0 or 0xFFFF), or end.
 OZM_HOT const UCChar* XmlScanQuoted(const UCChar* p, const UCChar* end, UCChar quote) {
-    const XmlUnitSet<6> stops(quote, 10, 13, 0, 0x2028, UCEof);
-    for (; end - p >= 8; p += 8)
-        if (const unsigned mask = stops.Match(p))
-            return p + __builtin_ctz(mask) / 2;
-    while (p != end && !stops.Has(*p))
-        ++p;
+    const XmlByteSet<5> stops(quote, 10, 13, 0, 0xFF);
+    for (; end - p >= 16; p += 16)
+        if (const unsigned mask = stops.Match(XmlPackUnits(p)))
+            return p + __builtin_ctz(mask);
+    for (; p != end; ++p) {
+        const UCChar u = *p;
+        if (u == quote || u == 10 || u == 13 || u == 0 || u == 0x2028 || u == UCEof)
+            break;
+    }
     return p;
 }

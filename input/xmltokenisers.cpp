@@ -29,7 +29,8 @@ void XmlDocument::PushText(UCString&& text) {
 // unit, taking them straight from the source while nothing is pushed back.
 // Line ends among them are counted as NextChar counts them, and units of
 // value 0 are counted in m_dataNulls. The stopping unit is left unread.
-// Eight units at a time are tested for anything of interest.
+// Sixteen units at a time are tested for anything of interest; the stops
+// are ASCII units below 0x7F.
 void XmlDocument::ScanRun(UCString& token, UCChar stop1, UCChar stop2) {
     const UCChar* run;
     size_t n = PendingRun(run);
@@ -38,11 +39,12 @@ void XmlDocument::ScanRun(UCString& token, UCChar stop1, UCChar stop2) {
     size_t i = 0;
     size_t lineStart = 0;
     int lines = 0;
-    const XmlUnitSet<7> interesting(stop1, stop2, 13, 10, 0x2028, UCEof, 0);
+    // 0xFF stands for U+2028 and 0xFFFF.
+    const XmlByteSet<6> interesting(stop1, stop2, 13, 10, 0, 0xFF);
     for (;;) {
-        for (; i + 8 <= n; i += 8) {
-            if (const unsigned mask = interesting.Match(run + i)) {
-                i += __builtin_ctz(mask) / 2;
+        for (; i + 16 <= n; i += 16) {
+            if (const unsigned mask = interesting.Match(XmlPackUnits(run + i))) {
+                i += __builtin_ctz(mask);
                 break;
             }
         }

@@ -37,7 +37,7 @@ void XmlElementBlock::FreeTextChunks(TextChunk* from) {
 // its header included, which allocators serve without waste. A text too long
 // for a quarter of the largest chunk gets a chunk of its own, placed behind
 // the one being filled, which goes on being filled.
-const UCChar* XmlElementBlock::StoreTextInNewChunk(const UCChar* p, size_t n) {
+UCChar* XmlElementBlock::TextRoomInNewChunk(size_t n) {
     constexpr size_t kFirstBytes = 4096, kLargestBytes = 65536;
     constexpr size_t kLargestUnits = (kLargestBytes - sizeof(TextChunk)) / sizeof(UCChar);
     const bool own = n + 1 > kLargestUnits / 4;
@@ -51,7 +51,6 @@ const UCChar* XmlElementBlock::StoreTextInNewChunk(const UCChar* p, size_t n) {
     TextChunk* chunk = static_cast<TextChunk*>(::operator new(sizeof(TextChunk) + units * sizeof(UCChar)));
     chunk->units = units;
     UCChar* t = chunk->Units();
-    std::memcpy(t, p, n * sizeof(UCChar));
     t[n] = 0;
     if (own && m_textChunks) {
         chunk->next = m_textChunks->next;
