@@ -29,11 +29,31 @@ namespace {
 // valid so far but cut off by the end of the data is left unconsumed unless
 // final is set, in which case its bytes are taken one by one as Latin-1.
 // Returns the number of units written; *consumed receives the bytes used.
+//
+// At the AVX2 level, windows of 64 bytes go through the vector code as long as
+// they begin with a valid sequence of up to three bytes; what stops it (a
+// four-byte sequence, an invalid byte, the last 63 bytes) goes through the
+// code below, one sequence at a time, before the vector code takes over again.
 size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final, size_t* consumed) {
     const unsigned char* p = src;
     const unsigned char* const end = src + n;
     UCChar* out = dst;
+#if defined(__x86_64__)
+    const bool wide = g_ozmUtf8Level.load(std::memory_order_relaxed) >= kOzmUtf8Avx2;
+#else
+    const bool wide = false;
+#endif
+    constexpr ptrdiff_t kWindow = 64;
     for (;;) {
+#if defined(__x86_64__)
+        if (wide && end - p >= kWindow) {
+            size_t units;
+            p += OzmDecodeUtf8Avx2(p, static_cast<size_t>(end - p), out, &units);
+            out += units;
+            if (end - p >= kWindow)
+                goto sequence;
+        }
+#endif
         // ASCII runs go through a block at a time. Units are stored for the
         // whole block even when it holds a non-ASCII byte; only the ASCII
         // prefix is kept, and dst always has room for a whole block here.
@@ -81,7 +101,7 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
                 if ((p[1] & 0xC0) == 0x80) {
                     *out++ = static_cast<UCChar>(((b0 & 0x1F) << 6) | (p[1] & 0x3F));
                     p += 2;
-                    if (p != end && *p >= 0x80)
+                    if (p != end && *p >= 0x80 && !(wide && end - p >= kWindow))
                         goto sequence;
                     continue;
                 }
@@ -98,7 +118,7 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
                 if ((p[2] & 0xC0) == 0x80) {
                     *out++ = static_cast<UCChar>(((b0 & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
                     p += 3;
-                    if (p != end && *p >= 0x80)
+                    if (p != end && *p >= 0x80 && !(wide && end - p >= kWindow))
                         goto sequence;
                     continue;
                 }

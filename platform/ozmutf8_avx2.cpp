@@ -1,0 +1,241 @@
+// ozmutf8_avx2.cpp - the AVX2 level of the UTF-8 decoder: windows of 64
+// bytes holding one-, two- and three-byte sequences decoded at once, and the
+// choice of level made once from the CPU.
+#include "platform/ozmutf8.h"
+
+#include <atomic>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#define OZM_AVX2 __attribute__((target("avx2,bmi,bmi2,lzcnt,popcnt")))
+#define OZM_AVX2_INLINE __attribute__((target("avx2,bmi,bmi2,lzcnt,popcnt"), always_inline)) inline
+#endif
+
+namespace {
+
+int CpuLevel() {
+#if defined(__x86_64__)
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
+        __builtin_cpu_supports("popcnt"))
+        return kOzmUtf8Avx2;
+#endif
+    return kOzmUtf8Plain;
+}
+
+const int g_cpuLevel = CpuLevel();
+
+}  // namespace
+
+// Zero (the plain level) until static initialisation has run.
+std::atomic<int> g_ozmUtf8Level{g_cpuLevel};
+
+int OzmUtf8DecodeLevel(int level) {
+    if (level >= 0)
+        g_ozmUtf8Level.store(level < g_cpuLevel ? level : g_cpuLevel, std::memory_order_relaxed);
+    return g_ozmUtf8Level.load(std::memory_order_relaxed);
+}
+
+#if defined(__x86_64__)
+
+namespace {
+
+// Row m gives the byte shuffle that packs, of 8 units, those whose bit is
+// set in m to the front, in order.
+struct PackTable {
+    alignas(16) unsigned char row[256][16];
+};
+
+constexpr PackTable MakePackTable() {
+    PackTable t{};
+    for (int m = 0; m < 256; ++m) {
+        int k = 0;
+        for (int i = 0; i < 8; ++i) {
+            if (m >> i & 1) {
+                t.row[m][k++] = static_cast<unsigned char>(2 * i);
+                t.row[m][k++] = static_cast<unsigned char>(2 * i + 1);
+            }
+        }
+        while (k < 16)
+            t.row[m][k++] = 0x80;
+    }
+    return t;
+}
+
+constexpr PackTable kPack = MakePackTable();
+
+// Faults of a byte and the one before it, found by looking up the high and low
+// half of the earlier byte and the high half of the later one: a bit survives
+// the AND of the three lookups only when all of them name it.
+constexpr char kTooShort = 0x01;    // a lead byte not followed by a continuation byte
+constexpr char kTooLong = 0x02;     // a continuation byte after an ASCII byte
+constexpr char kOverlong3 = 0x04;   // E0 followed by 80..9F
+constexpr char kSurrogate = 0x08;   // ED followed by A0..BF
+constexpr char kOverlong2 = 0x10;   // C0 or C1 followed by a continuation byte
+constexpr char kFourByte = 0x20;    // F0..FF followed by a continuation byte: left to the scalar code
+constexpr char kTwoConts = char(0x80);  // two continuation bytes: right only after E0..EF
+
+// The constants of the window code, 32 bytes each, read from memory where
+// they are used (there are more of them than registers).
+struct alignas(32) WindowConstants {
+    char firstHigh[32], firstLow[32], secondHigh[32];
+    char nibble[32], low6[32], top2[32], third[32], bit7[32], lead3[32], notCont[32];
+};
+
+constexpr WindowConstants MakeWindowConstants() {
+    constexpr char kAny = kTooShort | kTooLong | kTwoConts | kFourByte;
+    constexpr char kCont89 = kTooLong | kTwoConts | kOverlong2 | kOverlong3 | kFourByte;
+    constexpr char kContAB = kTooLong | kTwoConts | kOverlong2 | kSurrogate | kFourByte;
+    const char firstHigh[16] = {kTooLong, kTooLong, kTooLong, kTooLong, kTooLong, kTooLong,
+                                kTooLong, kTooLong, kTwoConts, kTwoConts, kTwoConts, kTwoConts,
+                                kTooShort | kOverlong2, kTooShort, kTooShort | kOverlong3 | kSurrogate,
+                                kTooShort | kFourByte};
+    const char firstLow[16] = {kAny | kOverlong3 | kOverlong2, kAny | kOverlong2, kAny, kAny, kAny, kAny, kAny, kAny,
+                               kAny, kAny, kAny, kAny, kAny, kAny | kSurrogate, kAny, kAny};
+    const char secondHigh[16] = {kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort,
+                                 kTooShort, kTooShort, kCont89,   kCont89,   kContAB,   kContAB,
+                                 kTooShort, kTooShort, kTooShort, kTooShort};
+    WindowConstants c{};
+    for (int i = 0; i < 32; ++i) {
+        c.firstHigh[i] = firstHigh[i & 15];
+        c.firstLow[i] = firstLow[i & 15];
+        c.secondHigh[i] = secondHigh[i & 15];
+        c.nibble[i] = 0x0F;
+        c.low6[i] = 0x3F;
+        c.top2[i] = char(0xC0);
+        c.third[i] = 0x60;     // E0..FF minus this is 0x80 or more
+        c.bit7[i] = char(0x80);
+        c.lead3[i] = char(0xE0);
+        c.notCont[i] = -65;    // signed bytes above it are not continuation bytes
+    }
+    return c;
+}
+
+constexpr WindowConstants kWindow = MakeWindowConstants();
+
+OZM_AVX2_INLINE __m256i Const(const char (&c)[32]) { return _mm256_load_si256(reinterpret_cast<const __m256i*>(c)); }
+
+// Bit i set where byte i of v, with p1 and p2 the bytes one and two places
+// earlier, shows no fault: a continuation byte exactly where a lead byte of
+// two or three bytes calls for one, and no lead byte outside C2..EF.
+OZM_AVX2_INLINE uint32_t Sound(const WindowConstants& k, __m256i v, __m256i p1, __m256i p2) {
+    const __m256i nibble = Const(k.nibble);
+    const __m256i a = _mm256_shuffle_epi8(Const(k.firstHigh), _mm256_and_si256(_mm256_srli_epi16(p1, 4), nibble));
+    const __m256i b = _mm256_shuffle_epi8(Const(k.firstLow), _mm256_and_si256(p1, nibble));
+    const __m256i c = _mm256_shuffle_epi8(Const(k.secondHigh), _mm256_and_si256(_mm256_srli_epi16(v, 4), nibble));
+    const __m256i faults = _mm256_and_si256(_mm256_and_si256(a, b), c);
+    // 0x80 where p2 is E0..FF, where the byte must be a second continuation
+    // byte: only kTwoConts may be left there, and nothing elsewhere.
+    const __m256i third = _mm256_and_si256(_mm256_subs_epu8(p2, Const(k.third)), Const(k.bit7));
+    return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(faults, third)));
+}
+
+// Bit i set where byte i of v is not a continuation byte.
+OZM_AVX2_INLINE uint32_t Starts(const WindowConstants& k, __m256i v) {
+    return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, Const(k.notCont))));
+}
+
+// The unit a character ending at byte i would have, for every i, as low and
+// high bytes: an ASCII byte stands for itself; a continuation byte ends a
+// two-byte sequence after a lead byte and a three-byte one after another
+// continuation byte. Lanes of bytes that end no character hold rubbish.
+OZM_AVX2_INLINE void Units(const WindowConstants& k, __m256i v, __m256i p1, __m256i p2, __m256i* first, __m256i* second) {
+    const __m256i low = _mm256_or_si256(_mm256_and_si256(v, Const(k.low6)),
+                                        _mm256_and_si256(_mm256_slli_epi16(p1, 6), Const(k.top2)));
+    // p2 - E0 is the lead's four bits after E0..EF and 0 below E0; the shift
+    // brings bits over from the next lower byte only after F0..FF.
+    const __m256i high = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(p1, 2), Const(k.nibble)),
+                                         _mm256_slli_epi16(_mm256_subs_epu8(p2, Const(k.lead3)), 4));
+    const __m256i lo = _mm256_blendv_epi8(v, low, v);
+    const __m256i hi = _mm256_blendv_epi8(_mm256_setzero_si256(), high, v);
+    *first = _mm256_unpacklo_epi8(lo, hi);   // bytes 0..7 and 16..23
+    *second = _mm256_unpackhi_epi8(lo, hi);  // bytes 8..15 and 24..31
+}
+
+// Packs the units of u whose bits are set in the masks, given as offsets of
+// their rows in the table (16 times the mask), of the low and high lane.
+OZM_AVX2_INLINE __m256i Pack(__m256i u, uint64_t lowRow, uint64_t highRow) {
+    const unsigned char* const rows = &kPack.row[0][0];
+    const __m128i a = _mm_load_si128(reinterpret_cast<const __m128i*>(rows + lowRow));
+    const __m128i b = _mm_load_si128(reinterpret_cast<const __m128i*>(rows + highRow));
+    return _mm256_shuffle_epi8(u, _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1));
+}
+
+OZM_AVX2_INLINE void Put(UCChar* out, __m128i units) { _mm_storeu_si128(reinterpret_cast<__m128i*>(out), units); }
+
+}  // namespace
+
+OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* dst, size_t* written) {
+    const unsigned char* p = src;
+    UCChar* out = dst;
+    // The compiler is not to see the constants' values, or it builds them
+    // in registers over and over instead of reading them where they are used.
+    const WindowConstants* constants = &kWindow;
+    asm("" : "+r"(constants));
+    const WindowConstants& k = *constants;
+    if (n >= 64) {
+        const unsigned char* const last = src + (n - 64);  // the last place a window may start
+        while (p <= last) {
+            const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+            const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
+            if (_mm256_movemask_epi8(v0) == 0) {
+                const size_t k = _mm256_movemask_epi8(v1) == 0 ? 64 : 32;
+                for (size_t i = 0; i < k; i += 16) {
+                    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_cvtepu8_epi16(b));
+                }
+                p += k;
+                out += k;
+                continue;
+            }
+            // The bytes one and two places back; the window starts a
+            // character, so zeros stand in for what lies before it.
+            const __m256i back0 = _mm256_permute2x128_si256(v0, v0, 0x08);
+            const __m256i back1 = _mm256_permute2x128_si256(v0, v1, 0x21);
+            const __m256i p10 = _mm256_alignr_epi8(v0, back0, 15);
+            const __m256i p20 = _mm256_alignr_epi8(v0, back0, 14);
+            const __m256i p11 = _mm256_alignr_epi8(v1, back1, 15);
+            const __m256i p21 = _mm256_alignr_epi8(v1, back1, 14);
+            const uint64_t sound = Sound(k, v0, p10, p20) | uint64_t(Sound(k, v1, p11, p21)) << 32;
+            const uint64_t starts = Starts(k, v0) | uint64_t(Starts(k, v1)) << 32;
+            // A character ending at byte i is whole and valid when no fault
+            // shows at bytes 0..i + 1; it ends at i when one starts at i + 1.
+            const uint64_t ends = _bzhi_u64(starts, static_cast<unsigned>(_tzcnt_u64(~sound))) >> 1;
+            if (ends == 0)
+                break;
+            __m256i a0, b0, a1, b1;
+            Units(k, v0, p10, p20, &a0, &b0);
+            Units(k, v1, p11, p21, &a1, &b1);
+            // Group g of 8 bytes has its bits of ends at 8g..8g + 7; its row
+            // of the table is at 16 times them, which has as many bits set.
+            const uint64_t r0 = (ends << 4) & 0xFF0, r1 = (ends >> 4) & 0xFF0, r2 = (ends >> 12) & 0xFF0,
+                           r3 = (ends >> 20) & 0xFF0, r4 = (ends >> 28) & 0xFF0, r5 = (ends >> 36) & 0xFF0,
+                           r6 = (ends >> 44) & 0xFF0, r7 = (ends >> 52) & 0xFF0;
+            a0 = Pack(a0, r0, r2);
+            b0 = Pack(b0, r1, r3);
+            a1 = Pack(a1, r4, r6);
+            b1 = Pack(b1, r5, r7);
+            Put(out, _mm256_castsi256_si128(a0));
+            out += _mm_popcnt_u64(r0);
+            Put(out, _mm256_castsi256_si128(b0));
+            out += _mm_popcnt_u64(r1);
+            Put(out, _mm256_extracti128_si256(a0, 1));
+            out += _mm_popcnt_u64(r2);
+            Put(out, _mm256_extracti128_si256(b0, 1));
+            out += _mm_popcnt_u64(r3);
+            Put(out, _mm256_castsi256_si128(a1));
+            out += _mm_popcnt_u64(r4);
+            Put(out, _mm256_castsi256_si128(b1));
+            out += _mm_popcnt_u64(r5);
+            Put(out, _mm256_extracti128_si256(a1, 1));
+            out += _mm_popcnt_u64(r6);
+            Put(out, _mm256_extracti128_si256(b1, 1));
+            out += _mm_popcnt_u64(r7);
+            p += 64 - _lzcnt_u64(ends);
+        }
+    }
+    *written = static_cast<size_t>(out - dst);
+    return static_cast<size_t>(p - src);
+}
+
+#endif
