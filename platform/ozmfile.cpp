@@ -34,7 +34,11 @@ namespace {
 // they begin with a valid sequence of up to three bytes; what stops it (a
 // four-byte sequence, an invalid byte, the last 63 bytes) goes through the
 // code below, one sequence at a time, before the vector code takes over again.
-size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final, size_t* consumed) {
+// With more set (not with final), the caller passes what is left again
+// together with the data that follows, so the last 63 bytes are left for
+// the vector code of the next call.
+size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final, size_t* consumed,
+                     bool more = false) {
     const unsigned char* p = src;
     const unsigned char* const end = src + n;
     UCChar* out = dst;
@@ -46,12 +50,16 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
     constexpr ptrdiff_t kWindow = 64;
     for (;;) {
 #if defined(__x86_64__)
-        if (wide && end - p >= kWindow) {
-            size_t units;
-            p += OzmDecodeUtf8Avx2(p, static_cast<size_t>(end - p), out, &units);
-            out += units;
-            if (end - p >= kWindow)
-                goto sequence;
+        if (wide) {
+            if (end - p >= kWindow) {
+                size_t units;
+                p += OzmDecodeUtf8Avx2(p, static_cast<size_t>(end - p), out, &units);
+                out += units;
+                if (end - p >= kWindow)
+                    goto sequence;
+            }
+            if (more && p != src)
+                break;
         }
 #endif
         // ASCII runs go through a block at a time. Units are stored for the
@@ -203,15 +211,16 @@ void OzmGlob::DecodeUTF8(const unsigned char* data, size_t length, UCString& out
     // Decoded a block at a time into a local buffer and appended: resizing
     // the string first would fill it with zeros unit by unit only to
     // overwrite them. A sequence cut by the end of a block is decoded at the
-    // start of the next.
+    // start of the next; so are the last bytes of a block that the vector
+    // code leaves.
     out.clear();
     out.reserve(length);
-    constexpr size_t kBlock = 1024;
+    constexpr size_t kBlock = 2000;
     UCChar units[kBlock];
     while (length > 0) {
         const bool final = length <= kBlock;
         size_t consumed;
-        const size_t n = DecodeUtf8Run(data, final ? length : kBlock, units, final, &consumed);
+        const size_t n = DecodeUtf8Run(data, final ? length : kBlock, units, final, &consumed, !final);
         out.append(units, n);
         data += consumed;
         length -= consumed;

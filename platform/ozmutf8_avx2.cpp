@@ -79,7 +79,7 @@ constexpr char kTwoConts = char(0x80);  // two continuation bytes: right only af
 // they are used (there are more of them than registers).
 struct alignas(32) WindowConstants {
     char firstHigh[32], firstLow[32], secondHigh[32];
-    char nibble[32], low6[32], top2[32], third[32], bit7[32], lead3[32], notCont[32];
+    char nibble[32], top2[32], third[32], bit7[32], lead3[32];
 };
 
 constexpr WindowConstants MakeWindowConstants() {
@@ -101,12 +101,10 @@ constexpr WindowConstants MakeWindowConstants() {
         c.firstLow[i] = firstLow[i & 15];
         c.secondHigh[i] = secondHigh[i & 15];
         c.nibble[i] = 0x0F;
-        c.low6[i] = 0x3F;
         c.top2[i] = char(0xC0);
         c.third[i] = 0x60;     // E0..FF minus this is 0x80 or more
         c.bit7[i] = char(0x80);
         c.lead3[i] = char(0xE0);
-        c.notCont[i] = -65;    // signed bytes above it are not continuation bytes
     }
     return c;
 }
@@ -117,12 +115,15 @@ OZM_AVX2_INLINE __m256i Const(const char (&c)[32]) { return _mm256_load_si256(re
 
 // Bit i set where byte i of v, with p1 and p2 the bytes one and two places
 // earlier, shows no fault: a continuation byte exactly where a lead byte of
-// two or three bytes calls for one, and no lead byte outside C2..EF.
-OZM_AVX2_INLINE uint32_t Sound(const WindowConstants& k, __m256i v, __m256i p1, __m256i p2) {
+// two or three bytes calls for one, and no lead byte outside C2..EF. Bit i of
+// *conts is set where byte i is a continuation byte (the lookup of its high
+// half has kTwoConts, the sign bit, exactly then).
+OZM_AVX2_INLINE uint32_t Sound(const WindowConstants& k, __m256i v, __m256i p1, __m256i p2, uint32_t* conts) {
     const __m256i nibble = Const(k.nibble);
     const __m256i a = _mm256_shuffle_epi8(Const(k.firstHigh), _mm256_and_si256(_mm256_srli_epi16(p1, 4), nibble));
     const __m256i b = _mm256_shuffle_epi8(Const(k.firstLow), _mm256_and_si256(p1, nibble));
     const __m256i c = _mm256_shuffle_epi8(Const(k.secondHigh), _mm256_and_si256(_mm256_srli_epi16(v, 4), nibble));
+    *conts = static_cast<uint32_t>(_mm256_movemask_epi8(c));
     const __m256i faults = _mm256_and_si256(_mm256_and_si256(a, b), c);
     // 0x80 where p2 is E0..FF, where the byte must be a second continuation
     // byte: only kTwoConts may be left there, and nothing elsewhere.
@@ -130,17 +131,13 @@ OZM_AVX2_INLINE uint32_t Sound(const WindowConstants& k, __m256i v, __m256i p1, 
     return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(faults, third)));
 }
 
-// Bit i set where byte i of v is not a continuation byte.
-OZM_AVX2_INLINE uint32_t Starts(const WindowConstants& k, __m256i v) {
-    return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpgt_epi8(v, Const(k.notCont))));
-}
-
 // The unit a character ending at byte i would have, for every i, as low and
 // high bytes: an ASCII byte stands for itself; a continuation byte ends a
 // two-byte sequence after a lead byte and a three-byte one after another
 // continuation byte. Lanes of bytes that end no character hold rubbish.
 OZM_AVX2_INLINE void Units(const WindowConstants& k, __m256i v, __m256i p1, __m256i p2, __m256i* first, __m256i* second) {
-    const __m256i low = _mm256_or_si256(_mm256_and_si256(v, Const(k.low6)),
+    // v ^ 0x80 is v & 0x3F for a continuation byte.
+    const __m256i low = _mm256_or_si256(_mm256_xor_si256(v, Const(k.bit7)),
                                         _mm256_and_si256(_mm256_slli_epi16(p1, 6), Const(k.top2)));
     // p2 - E0 is the lead's four bits after E0..EF and 0 below E0; the shift
     // brings bits over from the next lower byte only after F0..FF.
@@ -161,6 +158,9 @@ OZM_AVX2_INLINE __m256i Pack(__m256i u, uint64_t lowRow, uint64_t highRow) {
     return _mm256_shuffle_epi8(u, _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1));
 }
 
+// x rotated right by n bits (one instruction that keeps x).
+OZM_AVX2_INLINE uint64_t Rotate(uint64_t x, int n) { return x >> n | x << (64 - n); }
+
 OZM_AVX2_INLINE void Put(UCChar* out, __m128i units) { _mm_storeu_si128(reinterpret_cast<__m128i*>(out), units); }
 
 }  // namespace
@@ -178,14 +178,17 @@ OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* ds
         while (p <= last) {
             const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
             const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
-            if (_mm256_movemask_epi8(v0) == 0) {
-                const size_t k = _mm256_movemask_epi8(v1) == 0 ? 64 : 32;
-                for (size_t i = 0; i < k; i += 16) {
+            // An ASCII run of 8 bytes or more at the start is taken on its own,
+            // so that the window that follows starts where the run ends.
+            const uint64_t high = uint32_t(_mm256_movemask_epi8(v0)) | uint64_t(uint32_t(_mm256_movemask_epi8(v1))) << 32;
+            const size_t ascii = high ? _tzcnt_u64(high) : 64;
+            if (ascii >= 8) {
+                for (size_t i = 0; i < 64; i += 16) {
                     const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
                     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_cvtepu8_epi16(b));
                 }
-                p += k;
-                out += k;
+                p += ascii;
+                out += ascii;
                 continue;
             }
             // The bytes one and two places back; the window starts a
@@ -196,8 +199,9 @@ OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* ds
             const __m256i p20 = _mm256_alignr_epi8(v0, back0, 14);
             const __m256i p11 = _mm256_alignr_epi8(v1, back1, 15);
             const __m256i p21 = _mm256_alignr_epi8(v1, back1, 14);
-            const uint64_t sound = Sound(k, v0, p10, p20) | uint64_t(Sound(k, v1, p11, p21)) << 32;
-            const uint64_t starts = Starts(k, v0) | uint64_t(Starts(k, v1)) << 32;
+            uint32_t conts0, conts1;
+            const uint64_t sound = Sound(k, v0, p10, p20, &conts0) | uint64_t(Sound(k, v1, p11, p21, &conts1)) << 32;
+            const uint64_t starts = ~(conts0 | uint64_t(conts1) << 32);
             // A character ending at byte i is whole and valid when no fault
             // shows at bytes 0..i + 1; it ends at i when one starts at i + 1.
             const uint64_t ends = _bzhi_u64(starts, static_cast<unsigned>(_tzcnt_u64(~sound))) >> 1;
@@ -208,9 +212,9 @@ OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* ds
             Units(k, v1, p11, p21, &a1, &b1);
             // Group g of 8 bytes has its bits of ends at 8g..8g + 7; its row
             // of the table is at 16 times them, which has as many bits set.
-            const uint64_t r0 = (ends << 4) & 0xFF0, r1 = (ends >> 4) & 0xFF0, r2 = (ends >> 12) & 0xFF0,
-                           r3 = (ends >> 20) & 0xFF0, r4 = (ends >> 28) & 0xFF0, r5 = (ends >> 36) & 0xFF0,
-                           r6 = (ends >> 44) & 0xFF0, r7 = (ends >> 52) & 0xFF0;
+            const uint64_t r0 = Rotate(ends, 60) & 0xFF0, r1 = Rotate(ends, 4) & 0xFF0, r2 = Rotate(ends, 12) & 0xFF0,
+                           r3 = Rotate(ends, 20) & 0xFF0, r4 = Rotate(ends, 28) & 0xFF0, r5 = Rotate(ends, 36) & 0xFF0,
+                           r6 = Rotate(ends, 44) & 0xFF0, r7 = Rotate(ends, 52) & 0xFF0;
             a0 = Pack(a0, r0, r2);
             b0 = Pack(b0, r1, r3);
             a1 = Pack(a1, r4, r6);
