@@ -163,6 +163,62 @@ OZM_AVX2_INLINE uint64_t Rotate(uint64_t x, int n) { return x >> n | x << (64 - 
 
 OZM_AVX2_INLINE void Put(UCChar* out, __m128i units) { _mm_storeu_si128(reinterpret_cast<__m128i*>(out), units); }
 
+// Stores at out the units of the 32 bytes of v that end characters, as bits
+// 0..31 of ends (shifted right by shift) tell; returns the end of them.
+OZM_AVX2_INLINE UCChar* PutHalf(const WindowConstants& k, __m256i v, __m256i p1, __m256i p2, uint64_t ends, int shift,
+                                UCChar* out) {
+    __m256i a, b;
+    Units(k, v, p1, p2, &a, &b);
+    // Group g of 8 bytes has its bits at 8g..8g + 7; its row of the table is
+    // at 16 times them, which has as many bits set.
+    const uint64_t r0 = Rotate(ends, (shift + 60) & 63) & 0xFF0, r1 = Rotate(ends, shift + 4) & 0xFF0,
+                   r2 = Rotate(ends, shift + 12) & 0xFF0, r3 = Rotate(ends, shift + 20) & 0xFF0;
+    a = Pack(a, r0, r2);
+    b = Pack(b, r1, r3);
+    Put(out, _mm256_castsi256_si128(a));
+    out += _mm_popcnt_u64(r0);
+    Put(out, _mm256_castsi256_si128(b));
+    out += _mm_popcnt_u64(r1);
+    Put(out, _mm256_extracti128_si256(a, 1));
+    out += _mm_popcnt_u64(r2);
+    Put(out, _mm256_extracti128_si256(b, 1));
+    return out + _mm_popcnt_u64(r3);
+}
+
+// Decodes the whole valid sequences of one to three bytes at the start of
+// the window of the 32 bytes of v0, or of the 64 of v0 and v1 when Two;
+// returns the bytes they take (0 when the first is none) and moves out past
+// their units.
+template <bool Two>
+OZM_AVX2_INLINE size_t Window(const WindowConstants& k, __m256i v0, __m256i v1, UCChar*& out) {
+    // The bytes one and two places back; the window starts a character, so
+    // zeros stand in for what lies before it.
+    const __m256i back0 = _mm256_permute2x128_si256(v0, v0, 0x08);
+    const __m256i p10 = _mm256_alignr_epi8(v0, back0, 15);
+    const __m256i p20 = _mm256_alignr_epi8(v0, back0, 14);
+    uint32_t conts0, conts1 = ~0u;
+    uint64_t sound = Sound(k, v0, p10, p20, &conts0);
+    __m256i p11, p21;
+    if (Two) {
+        const __m256i back1 = _mm256_permute2x128_si256(v0, v1, 0x21);
+        p11 = _mm256_alignr_epi8(v1, back1, 15);
+        p21 = _mm256_alignr_epi8(v1, back1, 14);
+        sound |= uint64_t(Sound(k, v1, p11, p21, &conts1)) << 32;
+    } else {
+        sound |= ~uint64_t(0) << 32;
+    }
+    const uint64_t starts = ~(conts0 | uint64_t(conts1) << 32);
+    // A character ending at byte i is whole and valid when no fault shows at
+    // bytes 0..i + 1; it ends at i when one starts at i + 1.
+    const uint64_t ends = _bzhi_u64(starts, static_cast<unsigned>(_tzcnt_u64(~sound))) >> 1;
+    if (ends == 0)
+        return 0;
+    out = PutHalf(k, v0, p10, p20, ends, 0, out);
+    if (Two)
+        out = PutHalf(k, v1, p11, p21, ends, 32, out);
+    return 64 - _lzcnt_u64(ends);
+}
+
 }  // namespace
 
 OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* dst, size_t* written) {
@@ -172,7 +228,7 @@ OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* ds
     // in registers over and over instead of reading them where they are used.
     const WindowConstants* constants = &kWindow;
     asm("" : "+r"(constants));
-    const WindowConstants& k = *constants;
+    const WindowConstants& c = *constants;
     if (n >= 64) {
         const unsigned char* const last = src + (n - 64);  // the last place a window may start
         while (p <= last) {
@@ -191,51 +247,11 @@ OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* ds
                 out += ascii;
                 continue;
             }
-            // The bytes one and two places back; the window starts a
-            // character, so zeros stand in for what lies before it.
-            const __m256i back0 = _mm256_permute2x128_si256(v0, v0, 0x08);
-            const __m256i back1 = _mm256_permute2x128_si256(v0, v1, 0x21);
-            const __m256i p10 = _mm256_alignr_epi8(v0, back0, 15);
-            const __m256i p20 = _mm256_alignr_epi8(v0, back0, 14);
-            const __m256i p11 = _mm256_alignr_epi8(v1, back1, 15);
-            const __m256i p21 = _mm256_alignr_epi8(v1, back1, 14);
-            uint32_t conts0, conts1;
-            const uint64_t sound = Sound(k, v0, p10, p20, &conts0) | uint64_t(Sound(k, v1, p11, p21, &conts1)) << 32;
-            const uint64_t starts = ~(conts0 | uint64_t(conts1) << 32);
-            // A character ending at byte i is whole and valid when no fault
-            // shows at bytes 0..i + 1; it ends at i when one starts at i + 1.
-            const uint64_t ends = _bzhi_u64(starts, static_cast<unsigned>(_tzcnt_u64(~sound))) >> 1;
-            if (ends == 0)
+            // A window of 32 bytes when the next 32 are ASCII.
+            const size_t k = high >> 32 ? Window<true>(c, v0, v1, out) : Window<false>(c, v0, v1, out);
+            if (k == 0)
                 break;
-            __m256i a0, b0, a1, b1;
-            Units(k, v0, p10, p20, &a0, &b0);
-            Units(k, v1, p11, p21, &a1, &b1);
-            // Group g of 8 bytes has its bits of ends at 8g..8g + 7; its row
-            // of the table is at 16 times them, which has as many bits set.
-            const uint64_t r0 = Rotate(ends, 60) & 0xFF0, r1 = Rotate(ends, 4) & 0xFF0, r2 = Rotate(ends, 12) & 0xFF0,
-                           r3 = Rotate(ends, 20) & 0xFF0, r4 = Rotate(ends, 28) & 0xFF0, r5 = Rotate(ends, 36) & 0xFF0,
-                           r6 = Rotate(ends, 44) & 0xFF0, r7 = Rotate(ends, 52) & 0xFF0;
-            a0 = Pack(a0, r0, r2);
-            b0 = Pack(b0, r1, r3);
-            a1 = Pack(a1, r4, r6);
-            b1 = Pack(b1, r5, r7);
-            Put(out, _mm256_castsi256_si128(a0));
-            out += _mm_popcnt_u64(r0);
-            Put(out, _mm256_castsi256_si128(b0));
-            out += _mm_popcnt_u64(r1);
-            Put(out, _mm256_extracti128_si256(a0, 1));
-            out += _mm_popcnt_u64(r2);
-            Put(out, _mm256_extracti128_si256(b0, 1));
-            out += _mm_popcnt_u64(r3);
-            Put(out, _mm256_castsi256_si128(a1));
-            out += _mm_popcnt_u64(r4);
-            Put(out, _mm256_castsi256_si128(b1));
-            out += _mm_popcnt_u64(r5);
-            Put(out, _mm256_extracti128_si256(a1, 1));
-            out += _mm_popcnt_u64(r6);
-            Put(out, _mm256_extracti128_si256(b1, 1));
-            out += _mm_popcnt_u64(r7);
-            p += 64 - _lzcnt_u64(ends);
+            p += k;
         }
     }
     *written = static_cast<size_t>(out - dst);
