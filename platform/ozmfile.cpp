@@ -215,7 +215,7 @@ void OzmGlob::DecodeUTF8(const unsigned char* data, size_t length, UCString& out
     // code leaves.
     out.clear();
     out.reserve(length);
-    constexpr size_t kBlock = 2000;
+    constexpr size_t kBlock = 4000;
     UCChar units[kBlock];
     while (length > 0) {
         const bool final = length <= kBlock;
