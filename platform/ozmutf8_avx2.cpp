@@ -163,12 +163,10 @@ OZM_AVX2_INLINE uint64_t Rotate(uint64_t x, int n) { return x >> n | x << (64 - 
 
 OZM_AVX2_INLINE void Put(UCChar* out, __m128i units) { _mm_storeu_si128(reinterpret_cast<__m128i*>(out), units); }
 
-// Stores at out the units of the 32 bytes of v that end characters, as bits
-// 0..31 of ends (shifted right by shift) tell; returns the end of them.
-OZM_AVX2_INLINE UCChar* PutHalf(const WindowConstants& k, __m256i v, __m256i p1, __m256i p2, uint64_t ends, int shift,
-                                UCChar* out) {
-    __m256i a, b;
-    Units(k, v, p1, p2, &a, &b);
+// Stores at out the units of 32 bytes (a and b from Units) that end
+// characters, as bits 0..31 of ends shifted right by shift tell; returns the
+// end of them.
+OZM_AVX2_INLINE UCChar* PutHalf(__m256i a, __m256i b, uint64_t ends, int shift, UCChar* out) {
     // Group g of 8 bytes has its bits at 8g..8g + 7; its row of the table is
     // at 16 times them, which has as many bits set.
     const uint64_t r0 = Rotate(ends, (shift + 60) & 63) & 0xFF0, r1 = Rotate(ends, shift + 4) & 0xFF0,
@@ -188,22 +186,24 @@ OZM_AVX2_INLINE UCChar* PutHalf(const WindowConstants& k, __m256i v, __m256i p1,
 // Decodes the whole valid sequences of one to three bytes at the start of
 // the window of the 32 bytes of v0, or of the 64 of v0 and v1 when Two;
 // returns the bytes they take (0 when the first is none) and moves out past
-// their units.
+// their units. The units are made before it is known which are wanted, which
+// leaves fewer values to keep at once.
 template <bool Two>
 OZM_AVX2_INLINE size_t Window(const WindowConstants& k, __m256i v0, __m256i v1, UCChar*& out) {
     // The bytes one and two places back; the window starts a character, so
     // zeros stand in for what lies before it.
-    const __m256i back0 = _mm256_permute2x128_si256(v0, v0, 0x08);
-    const __m256i p10 = _mm256_alignr_epi8(v0, back0, 15);
-    const __m256i p20 = _mm256_alignr_epi8(v0, back0, 14);
+    __m256i back = _mm256_permute2x128_si256(v0, v0, 0x08);
+    __m256i p1 = _mm256_alignr_epi8(v0, back, 15), p2 = _mm256_alignr_epi8(v0, back, 14);
     uint32_t conts0, conts1 = ~0u;
-    uint64_t sound = Sound(k, v0, p10, p20, &conts0);
-    __m256i p11, p21;
+    uint64_t sound = Sound(k, v0, p1, p2, &conts0);
+    __m256i a0, b0, a1, b1;
+    Units(k, v0, p1, p2, &a0, &b0);
     if (Two) {
-        const __m256i back1 = _mm256_permute2x128_si256(v0, v1, 0x21);
-        p11 = _mm256_alignr_epi8(v1, back1, 15);
-        p21 = _mm256_alignr_epi8(v1, back1, 14);
-        sound |= uint64_t(Sound(k, v1, p11, p21, &conts1)) << 32;
+        back = _mm256_permute2x128_si256(v0, v1, 0x21);
+        p1 = _mm256_alignr_epi8(v1, back, 15);
+        p2 = _mm256_alignr_epi8(v1, back, 14);
+        sound |= uint64_t(Sound(k, v1, p1, p2, &conts1)) << 32;
+        Units(k, v1, p1, p2, &a1, &b1);
     } else {
         sound |= ~uint64_t(0) << 32;
     }
@@ -213,9 +213,9 @@ OZM_AVX2_INLINE size_t Window(const WindowConstants& k, __m256i v0, __m256i v1, 
     const uint64_t ends = _bzhi_u64(starts, static_cast<unsigned>(_tzcnt_u64(~sound))) >> 1;
     if (ends == 0)
         return 0;
-    out = PutHalf(k, v0, p10, p20, ends, 0, out);
+    out = PutHalf(a0, b0, ends, 0, out);
     if (Two)
-        out = PutHalf(k, v1, p11, p21, ends, 32, out);
+        out = PutHalf(a1, b1, ends, 32, out);
     return 64 - _lzcnt_u64(ends);
 }
 
