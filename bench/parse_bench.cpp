@@ -1,13 +1,15 @@
 // parse_bench - throughput of UTF-8 decoding and of parsing into the element
 // tree, and the heap the parsed tree takes.
 //
-//   parse_bench [--size MB] [--repeat N] [--text] [--file PATH] [--write PATH]
-//   parse_bench --once decode|parse|both [--size MB] [--text] [--file PATH]
+//   parse_bench [--size MB] [--repeat N] [--text] [--plain] [--file PATH] [--write PATH]
+//   parse_bench --once decode|parse|both [--size MB] [--text] [--plain] [--file PATH]
 //   parse_bench --callgrind-support
 //
 // Without --file the input is made by the generator of gendoc.h (MB = 1e6
 // bytes, default 100): the data-heavy document, or with --text the
-// text-heavy one of long multilingual paragraphs. Times are wall-clock (steady_clock), best of N runs;
+// text-heavy one of long multilingual paragraphs. --plain decodes UTF-8 at
+// the decoder's plain level (SSE2 and scalar code) even where the CPU has
+// AVX2. Times are wall-clock (steady_clock), best of N runs;
 // every rate is counted against the UTF-8 byte count of the input.
 //
 // --once runs the named work exactly once between callgrind's start and stop
@@ -28,6 +30,7 @@
 #include <string>
 #include <vector>
 
+#include "../platform/ozmutf8.h"
 #include "benchutil.h"
 #include "gendoc.h"
 #include "xmlapi.h"
@@ -230,8 +233,8 @@ constexpr int kWorkParse = 2;
 
 [[noreturn]] void Usage() {
     std::fprintf(stderr,
-                 "usage: parse_bench [--size MB] [--repeat N] [--text] [--file PATH] [--write PATH]\n"
-                 "       parse_bench --once decode|parse|both [--size MB] [--text] [--file PATH]\n"
+                 "usage: parse_bench [--size MB] [--repeat N] [--text] [--plain] [--file PATH] [--write PATH]\n"
+                 "       parse_bench --once decode|parse|both [--size MB] [--text] [--plain] [--file PATH]\n"
                  "       parse_bench --callgrind-support\n");
     std::exit(2);
 }
@@ -296,6 +299,8 @@ int main(int argc, char** argv) {
             file = argv[++i];
         } else if (a == "--text") {
             textDoc = true;
+        } else if (a == "--plain") {
+            OzmUtf8DecodeLevel(kOzmUtf8Plain);
         } else if (a == "--write" && hasValue) {
             writePath = argv[++i];
         } else if (a == "--once" && hasValue) {
@@ -353,6 +358,7 @@ int main(int argc, char** argv) {
     else if (generated)
         std::printf("  generator: %zu elements, %zu attributes, %zu characters beyond U+FFFF, depth %d\n",
                     gen.elements, gen.attributes, gen.emoji, gen.maxDepth);
+    std::printf("UTF-8 decoder: %s level\n", OzmUtf8DecodeLevel() == kOzmUtf8Avx2 ? "AVX2" : "plain");
     std::printf("repeats: %d (best and median; MB = 1e6 bytes of UTF-8 input)\n\n", repeat);
 
     // Correctness first: one parse, checked and counted.

@@ -30,13 +30,14 @@ namespace {
 // final is set, in which case its bytes are taken one by one as Latin-1.
 // Returns the number of units written; *consumed receives the bytes used.
 //
-// At the AVX2 level, windows of 64 bytes go through the vector code as long as
-// they begin with a valid sequence of up to three bytes; what stops it (a
+// At the AVX2 level the vector code takes windows of up to 64 bytes as long
+// as they begin with a valid sequence of up to three bytes; what stops it (a
 // four-byte sequence, an invalid byte, the last 63 bytes) goes through the
 // code below, one sequence at a time, before the vector code takes over again.
-// With more set (not with final), the caller passes what is left again
-// together with the data that follows, so the last 63 bytes are left for
-// the vector code of the next call.
+// more (never with final) says that the data goes on after n and that the
+// caller passes what is not consumed again with it: the last 63 bytes are
+// then left unconsumed, whole sequences or not, for the vector code of the
+// next call.
 size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final, size_t* consumed,
                      bool more = false) {
     const unsigned char* p = src;
@@ -209,10 +210,12 @@ void OzmGlob::DecodeUTF8(const unsigned char* data, size_t length, UCString& out
         length -= 3;
     }
     // Decoded a block at a time into a local buffer and appended: resizing
-    // the string first would fill it with zeros unit by unit only to
-    // overwrite them. A sequence cut by the end of a block is decoded at the
-    // start of the next; so are the last bytes of a block that the vector
-    // code leaves.
+    // the string first would fill it with zeros only to overwrite them (which
+    // costs more than the copy). The block's 8,000 bytes stay below the size
+    // from which the C library copies with string instructions, which
+    // instruction counts show a byte at a time. A sequence cut by the end of
+    // a block is decoded at the start of the next; so are the last bytes of a
+    // block that the vector code leaves.
     out.clear();
     out.reserve(length);
     constexpr size_t kBlock = 4000;

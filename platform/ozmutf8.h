@@ -138,10 +138,11 @@ extern std::atomic<int> g_ozmUtf8Level;
 // the same input at each level.
 OZM_API int OzmUtf8DecodeLevel(int level = -1);
 
-// Decodes windows of 64 bytes from the start of [src, src + n) as long as
-// each begins with a valid sequence of one to three bytes and 64 bytes are
-// left; a window gives the whole valid sequences it holds (decoded exactly as
-// the scalar code does) and the next one starts after them. dst must have
-// room for n units. Returns the bytes consumed; *written receives the units.
-// Only with the AVX2 level.
+// Decodes from the start of [src, src + n) as long as 64 bytes are left and
+// they begin with ASCII or a valid sequence of two or three bytes: an ASCII
+// run goes by itself, else a window of 64 bytes (32 when the next 32 are
+// ASCII) gives the whole valid sequences of up to three bytes it holds,
+// decoded exactly as the scalar code does, and the next step starts after
+// them. dst must have room for n units. Returns the bytes consumed; *written
+// receives the units. Only with the AVX2 level.
 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* dst, size_t* written);

@@ -17,7 +17,7 @@ int CpuLevel() {
 #if defined(__x86_64__)
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
-        __builtin_cpu_supports("popcnt"))
+        __builtin_cpu_supports("lzcnt") && __builtin_cpu_supports("popcnt"))
         return kOzmUtf8Avx2;
 #endif
     return kOzmUtf8Plain;
@@ -135,7 +135,8 @@ OZM_AVX2_INLINE uint32_t Sound(const WindowConstants& k, __m256i v, __m256i p1, 
 // high bytes: an ASCII byte stands for itself; a continuation byte ends a
 // two-byte sequence after a lead byte and a three-byte one after another
 // continuation byte. Lanes of bytes that end no character hold rubbish.
-OZM_AVX2_INLINE void Units(const WindowConstants& k, __m256i v, __m256i p1, __m256i p2, __m256i* first, __m256i* second) {
+OZM_AVX2_INLINE void Units(const WindowConstants& k, __m256i v, __m256i p1, __m256i p2, __m256i* first,
+                           __m256i* second) {
     // v ^ 0x80 is v & 0x3F for a continuation byte.
     const __m256i low = _mm256_or_si256(_mm256_xor_si256(v, Const(k.bit7)),
                                         _mm256_and_si256(_mm256_slli_epi16(p1, 6), Const(k.top2)));
@@ -186,8 +187,7 @@ OZM_AVX2_INLINE UCChar* PutHalf(__m256i a, __m256i b, uint64_t ends, int shift, 
 // Decodes the whole valid sequences of one to three bytes at the start of
 // the window of the 32 bytes of v0, or of the 64 of v0 and v1 when Two;
 // returns the bytes they take (0 when the first is none) and moves out past
-// their units. The units are made before it is known which are wanted, which
-// leaves fewer values to keep at once.
+// their units.
 template <bool Two>
 OZM_AVX2_INLINE size_t Window(const WindowConstants& k, __m256i v0, __m256i v1, UCChar*& out) {
     // The bytes one and two places back; the window starts a character, so
@@ -236,7 +236,8 @@ OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* ds
             const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
             // An ASCII run of 8 bytes or more at the start is taken on its own,
             // so that the window that follows starts where the run ends.
-            const uint64_t high = uint32_t(_mm256_movemask_epi8(v0)) | uint64_t(uint32_t(_mm256_movemask_epi8(v1))) << 32;
+            const uint64_t high =
+                uint32_t(_mm256_movemask_epi8(v0)) | uint64_t(uint32_t(_mm256_movemask_epi8(v1))) << 32;
             const size_t ascii = high ? _tzcnt_u64(high) : 64;
             if (ascii >= 8) {
                 for (size_t i = 0; i < 64; i += 16) {
