@@ -219,6 +219,21 @@ OZM_AVX2_INLINE size_t Window(const WindowConstants& k, __m256i v0, __m256i v1, 
     return 64 - _lzcnt_u64(ends);
 }
 
+// Whether the 64 bytes at p are ASCII.
+OZM_AVX2_INLINE bool AllAscii(const unsigned char* p) {
+    const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
+    return _mm256_movemask_epi8(_mm256_or_si256(v0, v1)) == 0;
+}
+
+// The 64 bytes at p as units at out.
+OZM_AVX2_INLINE void PutAscii(const unsigned char* p, UCChar* out) {
+    for (size_t i = 0; i < 64; i += 16) {
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_cvtepu8_epi16(b));
+    }
+}
+
 }  // namespace
 
 OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* dst, size_t* written) {
@@ -234,16 +249,22 @@ OZM_AVX2 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* ds
         while (p <= last) {
             const __m256i v0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
             const __m256i v1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
-            // An ASCII run of 8 bytes or more at the start is taken on its own,
-            // so that the window that follows starts where the run ends.
             const uint64_t high =
                 uint32_t(_mm256_movemask_epi8(v0)) | uint64_t(uint32_t(_mm256_movemask_epi8(v1))) << 32;
-            const size_t ascii = high ? _tzcnt_u64(high) : 64;
-            if (ascii >= 8) {
-                for (size_t i = 0; i < 64; i += 16) {
-                    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_cvtepu8_epi16(b));
-                }
+            if (high == 0) {
+                // ASCII: 64 bytes at a time as long as it lasts.
+                do {
+                    PutAscii(p, out);
+                    p += 64;
+                    out += 64;
+                } while (p <= last && AllAscii(p));
+                continue;
+            }
+            if ((high & 0xFF) == 0) {
+                // An ASCII run of 8 bytes or more at the start is taken on its
+                // own, so that the window that follows starts where it ends.
+                const size_t ascii = _tzcnt_u64(high);
+                PutAscii(p, out);
                 p += ascii;
                 out += ascii;
                 continue;
