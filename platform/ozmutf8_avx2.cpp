@@ -13,11 +13,13 @@
 
 namespace {
 
+// Every processor with AVX2 and BMI2 also has LZCNT, which not every
+// compiler can ask about.
 int CpuLevel() {
 #if defined(__x86_64__)
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
-        __builtin_cpu_supports("lzcnt") && __builtin_cpu_supports("popcnt"))
+        __builtin_cpu_supports("popcnt"))
         return kOzmUtf8Avx2;
 #endif
     return kOzmUtf8Plain;
