@@ -2,8 +2,11 @@
 # callgrind.sh - instructions per input byte of UTF-8 decoding, of parsing and
 # of both, counted by callgrind on a generated slice of the benchmark document.
 #
-#   bench/callgrind.sh [BUILD_DIR] [SIZE_MB]     (defaults: build, 5)
+#   bench/callgrind.sh [BUILD_DIR] [SIZE_MB] [--text] [--plain]   (defaults: build, 5)
 #
+# --text counts the text-heavy document of long paragraphs instead of the
+# data-heavy one; --plain decodes at the decoder's plain level (SSE2 and
+# scalar code) instead of the AVX2 one.
 # It builds nothing: BUILD_DIR must already hold bench/parse_bench. Each of
 # the three runs does its work once between callgrind's start and stop
 # requests (parse_bench --once), or, where parse_bench was built without
@@ -13,6 +16,17 @@ set -eu
 
 build=${1:-build}
 size=${2:-5}
+opts=""
+[ $# -ge 2 ] && shift 2 || shift $#
+for opt in "$@"; do
+    case $opt in
+    --text | --plain) opts="$opts $opt" ;;
+    *)
+        echo "callgrind.sh: unknown option $opt" >&2
+        exit 2
+        ;;
+    esac
+done
 bench="$build/bench/parse_bench"
 if [ ! -x "$bench" ]; then
     echo "callgrind.sh: no $bench; build the parse_bench target first" >&2
@@ -35,7 +49,7 @@ run() {
     mode=$1
     # shellcheck disable=SC2086
     valgrind --tool=callgrind $region --callgrind-out-file="$out/callgrind.out.$mode" \
-        "$bench" --size "$size" --once "$mode" >"$out/stdout.$mode" 2>"$out/valgrind.$mode"
+        "$bench" --size "$size" $opts --once "$mode" >"$out/stdout.$mode" 2>"$out/valgrind.$mode"
     ir=$(awk '/^totals:/ { print $2; exit }' "$out/callgrind.out.$mode")
     bytes=$(awk -F': ' '/^utf8 bytes:/ { print $2; exit }' "$out/stdout.$mode")
     if [ -z "$ir" ] || [ -z "$bytes" ]; then
@@ -50,7 +64,7 @@ report() {
         'BEGIN { printf "  %-22s %14d Ir   %8.2f Ir per UTF-8 byte\n", what, ir, ir / b }'
 }
 
-echo "callgrind: parse_bench --size $size --once MODE ($how)"
+echo "callgrind: parse_bench --size $size$opts --once MODE ($how)"
 run decode
 echo "input: $bytes bytes of UTF-8, $(awk -F': ' '/^utf16 units:/ { print $2 }' "$out/stdout.decode") UTF-16 units"
 report "decode UTF-8"

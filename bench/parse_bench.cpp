@@ -1,12 +1,15 @@
 // parse_bench - throughput of UTF-8 decoding and of parsing into the element
 // tree, and the heap the parsed tree takes.
 //
-//   parse_bench [--size MB] [--repeat N] [--file PATH] [--write PATH]
-//   parse_bench --once decode|parse|both [--size MB] [--file PATH]
+//   parse_bench [--size MB] [--repeat N] [--text] [--plain] [--file PATH] [--write PATH]
+//   parse_bench --once decode|parse|both [--size MB] [--text] [--plain] [--file PATH]
 //   parse_bench --callgrind-support
 //
 // Without --file the input is made by the generator of gendoc.h (MB = 1e6
-// bytes, default 100). Times are wall-clock (steady_clock), best of N runs;
+// bytes, default 100): the data-heavy document, or with --text the
+// text-heavy one of long multilingual paragraphs. --plain decodes UTF-8 at
+// the decoder's plain level (SSE2 and scalar code) even where the CPU has
+// AVX2. Times are wall-clock (steady_clock), best of N runs;
 // every rate is counted against the UTF-8 byte count of the input.
 //
 // --once runs the named work exactly once between callgrind's start and stop
@@ -27,6 +30,7 @@
 #include <string>
 #include <vector>
 
+#include "../platform/ozmutf8.h"
 #include "benchutil.h"
 #include "gendoc.h"
 #include "xmlapi.h"
@@ -229,8 +233,8 @@ constexpr int kWorkParse = 2;
 
 [[noreturn]] void Usage() {
     std::fprintf(stderr,
-                 "usage: parse_bench [--size MB] [--repeat N] [--file PATH] [--write PATH]\n"
-                 "       parse_bench --once decode|parse|both [--size MB] [--file PATH]\n"
+                 "usage: parse_bench [--size MB] [--repeat N] [--text] [--plain] [--file PATH] [--write PATH]\n"
+                 "       parse_bench --once decode|parse|both [--size MB] [--text] [--plain] [--file PATH]\n"
                  "       parse_bench --callgrind-support\n");
     std::exit(2);
 }
@@ -278,6 +282,7 @@ int main(int argc, char** argv) {
     int repeat = 5;
     const char* file = nullptr;
     const char* writePath = nullptr;
+    bool textDoc = false;
     std::string once;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
@@ -292,6 +297,10 @@ int main(int argc, char** argv) {
                 Usage();
         } else if (a == "--file" && hasValue) {
             file = argv[++i];
+        } else if (a == "--text") {
+            textDoc = true;
+        } else if (a == "--plain") {
+            OzmUtf8DecodeLevel(kOzmUtf8Plain);
         } else if (a == "--write" && hasValue) {
             writePath = argv[++i];
         } else if (a == "--once" && hasValue) {
@@ -318,6 +327,8 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "%s: cannot read\n", file);
             return 2;
         }
+    } else if (textDoc) {
+        bytes = ozmbench::GenerateTextDocument(size_t(sizeMB * 1e6), ozmbench::kDefaultSeed, &gen);
     } else {
         bytes = ozmbench::GenerateDocument(size_t(sizeMB * 1e6), ozmbench::kDefaultSeed, &gen);
     }
@@ -335,15 +346,19 @@ int main(int argc, char** argv) {
     const size_t n = bytes.size();
     std::printf("parse_bench\n");
     if (generated)
-        std::printf("input: generated, seed 0x%llx, %zu bytes of UTF-8 (requested %.3f MB)\n",
-                    (unsigned long long)ozmbench::kDefaultSeed, n, sizeMB);
+        std::printf("input: generated%s, seed 0x%llx, %zu bytes of UTF-8 (requested %.3f MB)\n",
+                    textDoc ? " text-heavy" : "", (unsigned long long)ozmbench::kDefaultSeed, n, sizeMB);
     else
         std::printf("input: %s, %zu bytes of UTF-8\n", file, n);
-    if (generated)
+    if (generated && !textDoc)
         std::printf("  generator: %zu elements (%zu groups, %zu records, %zu record children), %zu attributes,\n"
                     "             %zu comments, %zu characters beyond U+FFFF, depth %d\n",
                     gen.elements, gen.groups, gen.records, gen.fields, gen.attributes, gen.comments, gen.emoji,
                     gen.maxDepth);
+    else if (generated)
+        std::printf("  generator: %zu elements, %zu attributes, %zu characters beyond U+FFFF, depth %d\n",
+                    gen.elements, gen.attributes, gen.emoji, gen.maxDepth);
+    std::printf("UTF-8 decoder: %s level\n", OzmUtf8DecodeLevel() == kOzmUtf8Avx2 ? "AVX2" : "plain");
     std::printf("repeats: %d (best and median; MB = 1e6 bytes of UTF-8 input)\n\n", repeat);
 
     // Correctness first: one parse, checked and counted.

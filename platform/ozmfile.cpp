@@ -29,11 +29,40 @@ namespace {
 // valid so far but cut off by the end of the data is left unconsumed unless
 // final is set, in which case its bytes are taken one by one as Latin-1.
 // Returns the number of units written; *consumed receives the bytes used.
-size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final, size_t* consumed) {
+//
+// At the AVX2 level the vector code takes windows of up to 64 bytes as long
+// as they begin with a valid sequence of up to three bytes; what stops it (a
+// four-byte sequence, an invalid byte, the last 63 bytes) goes through the
+// code below, one sequence at a time, before the vector code takes over again.
+// more (never with final) says that the data goes on after n and that the
+// caller passes what is not consumed again with it: the last 63 bytes are
+// then left unconsumed, whole sequences or not, for the vector code of the
+// next call.
+size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final, size_t* consumed,
+                     bool more = false) {
     const unsigned char* p = src;
     const unsigned char* const end = src + n;
     UCChar* out = dst;
+#if defined(__x86_64__)
+    const bool wide = g_ozmUtf8Level.load(std::memory_order_relaxed) >= kOzmUtf8Avx2;
+#else
+    const bool wide = false;
+#endif
+    constexpr ptrdiff_t kWindow = 64;
     for (;;) {
+#if defined(__x86_64__)
+        if (wide) {
+            if (end - p >= kWindow) {
+                size_t units;
+                p += OzmDecodeUtf8Avx2(p, static_cast<size_t>(end - p), out, &units);
+                out += units;
+                if (end - p >= kWindow)
+                    goto sequence;
+            }
+            if (more && p != src)
+                break;
+        }
+#endif
         // ASCII runs go through a block at a time. Units are stored for the
         // whole block even when it holds a non-ASCII byte; only the ASCII
         // prefix is kept, and dst always has room for a whole block here.
@@ -81,7 +110,7 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
                 if ((p[1] & 0xC0) == 0x80) {
                     *out++ = static_cast<UCChar>(((b0 & 0x1F) << 6) | (p[1] & 0x3F));
                     p += 2;
-                    if (p != end && *p >= 0x80)
+                    if (p != end && *p >= 0x80 && !(wide && end - p >= kWindow))
                         goto sequence;
                     continue;
                 }
@@ -98,7 +127,7 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
                 if ((p[2] & 0xC0) == 0x80) {
                     *out++ = static_cast<UCChar>(((b0 & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
                     p += 3;
-                    if (p != end && *p >= 0x80)
+                    if (p != end && *p >= 0x80 && !(wide && end - p >= kWindow))
                         goto sequence;
                     continue;
                 }
@@ -181,17 +210,20 @@ void OzmGlob::DecodeUTF8(const unsigned char* data, size_t length, UCString& out
         length -= 3;
     }
     // Decoded a block at a time into a local buffer and appended: resizing
-    // the string first would fill it with zeros unit by unit only to
-    // overwrite them. A sequence cut by the end of a block is decoded at the
-    // start of the next.
+    // the string first would fill it with zeros only to overwrite them (which
+    // costs more than the copy). The block's 8,000 bytes stay below the size
+    // from which the C library copies with string instructions, which
+    // instruction counts show a byte at a time. A sequence cut by the end of
+    // a block is decoded at the start of the next; so are the last bytes of a
+    // block that the vector code leaves.
     out.clear();
     out.reserve(length);
-    constexpr size_t kBlock = 1024;
+    constexpr size_t kBlock = 4000;
     UCChar units[kBlock];
     while (length > 0) {
         const bool final = length <= kBlock;
         size_t consumed;
-        const size_t n = DecodeUtf8Run(data, final ? length : kBlock, units, final, &consumed);
+        const size_t n = DecodeUtf8Run(data, final ? length : kBlock, units, final, &consumed, !final);
         out.append(units, n);
         data += consumed;
         length -= consumed;

@@ -1,7 +1,9 @@
 // ozmutf8.h - the library's one UTF-8 encoder of 16-bit units, used by the
-// narrow-string conversion, the file writer and the output stream.
+// narrow-string conversion, the file writer and the output stream; and the
+// vector levels of the UTF-8 decoder (ozmfile.cpp, ozmutf8_avx2.cpp).
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -121,3 +123,26 @@ inline size_t OzmFlushUtf8(UCChar* pendingHigh, unsigned char* out) {
     *pendingHigh = 0;
     return high ? OzmPutUtf8(high, out) : 0;
 }
+
+// Levels of the UTF-8 decoder: plain is SSE2 blocks of ASCII and the scalar
+// code; AVX2 adds whole windows of one-, two- and three-byte sequences.
+constexpr int kOzmUtf8Plain = 0;
+constexpr int kOzmUtf8Avx2 = 1;
+
+// The level in use: the highest the CPU has, chosen at static initialisation
+// (the plain level before it).
+extern std::atomic<int> g_ozmUtf8Level;
+
+// Sets the level in use to level, or to the highest the CPU has if that is
+// lower, when level >= 0; returns the level in use. For tests, which decode
+// the same input at each level.
+OZM_API int OzmUtf8DecodeLevel(int level = -1);
+
+// Decodes from the start of [src, src + n) as long as 64 bytes are left and
+// they begin with ASCII or a valid sequence of two or three bytes: an ASCII
+// run goes by itself, else a window of 64 bytes (32 when the next 32 are
+// ASCII) gives the whole valid sequences of up to three bytes it holds,
+// decoded exactly as the scalar code does, and the next step starts after
+// them. dst must have room for n units. Returns the bytes consumed; *written
+// receives the units. Only with the AVX2 level.
+size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* dst, size_t* written);
