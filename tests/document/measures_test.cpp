@@ -1,8 +1,6 @@
 // Lengths measured while a document is read against its definition: each
 // attribute's longest value goes to its own definition whatever the order
 // of the attributes, in the fast path and in the general one alike.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {

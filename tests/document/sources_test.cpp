@@ -1,6 +1,4 @@
 // The XML declaration, and documents read from files and from I/O modules.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {

@@ -1,12 +1,6 @@
 // DTD generation from the tree: inferred content models, the order of the
 // definitions, content kinds, enumerations, length attributes, odd and huge
 // caller-built trees, and shape lists that cannot be allocated.
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "test_util.h"
 
 class XmlGenerateProbe {

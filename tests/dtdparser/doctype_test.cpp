@@ -1,7 +1,5 @@
 // The document type declaration read through whole documents: the model each
 // construct leaves, and the code, message and place of each failure.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {

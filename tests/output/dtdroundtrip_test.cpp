@@ -1,10 +1,6 @@
 // Definitions written and read back: random ones built through the model and
 // parsed ones come back as the same model; a table shows what writing loses.
-#include <algorithm>
 #include <numeric>
-#include <random>
-
-#include <gtest/gtest.h>
 
 #include "test_util.h"
 

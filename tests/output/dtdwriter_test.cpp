@@ -1,8 +1,6 @@
 // The DTD writer: exact text of definitions built through the model, head
 // forms with identifiers, withExternals, escaping, ordering, a content model
 // deeper than any stack, a document written whole.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {

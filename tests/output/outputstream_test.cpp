@@ -1,12 +1,7 @@
 // XmlOutputStream: what each of the five targets receives, the order of
 // delivery, Format, Close, SetFilePointer, copies and failing targets.
-#include <unistd.h>
-
 #include <cstdio>
-#include <filesystem>
 #include <functional>
-
-#include <gtest/gtest.h>
 
 #include "test_util.h"
 

@@ -1,7 +1,5 @@
 // The writers: XmlElement::Write, XmlDocument::Write, WriteEscaped,
 // XmlElement::GetData, a tree deeper than any stack, documents read and written.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {

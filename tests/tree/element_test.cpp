@@ -4,8 +4,6 @@
 // slabs that cannot be copied, and null arguments.
 #include <type_traits>
 
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {

@@ -1,9 +1,6 @@
 // Element slabs of 1000 nodes, their chain in the document, node reuse, the
 // name table, and the failure of a slab allocation.
-#include <gtest/gtest.h>
-
 #include <set>
-#include <vector>
 
 #include "ozmmem.h"
 #include "test_util.h"
