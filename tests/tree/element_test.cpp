@@ -53,8 +53,6 @@ TEST(XmlElementTest, NamesDataAndAttributes) {
         EXPECT_EQ(e->GetAttributeName(i), nullptr);
         EXPECT_EQ(e->GetAttributeValue(i), nullptr);
     }
-    EXPECT_EQ(e->Mark(5), 0);
-    EXPECT_EQ(e->Mark(7), 5);
 }
 
 TEST(XmlElementTest, Links) {
