@@ -122,10 +122,6 @@ TEST(XmlElementTest, ParentPosRecordsDataLengthAtAttachment) {
 static_assert(!std::is_copy_constructible_v<XmlElement> && !std::is_copy_assignable_v<XmlElement>);
 static_assert(!std::is_copy_constructible_v<XmlElementBlock> && !std::is_copy_assignable_v<XmlElementBlock>);
 
-}  // namespace
-
-namespace {
-
 // Null texts count as empty and null nodes are not linked: no call of the
 // tree's interface crashes on a null argument.
 TEST(XmlElementTest, NullArguments) {
