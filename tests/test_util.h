@@ -1,11 +1,17 @@
-// Helpers shared by the tests: text conversion, a temporary directory, and
-// one-line dumps of definitions for comparing whole models in tables.
+// Helpers shared by the tests: text conversion, a temporary directory, trees
+// and parses in tables, written text, and one-line dumps of definitions for
+// comparing whole models in tables.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <memory>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -42,6 +48,63 @@ inline UCString Num(const char16_t* stem, int i) {
     for (char c : std::to_string(i))
         s += char16_t(c);
     return s;
+}
+inline UCString Repeat(const UCString& s, size_t n) {
+    UCString out;
+    while (n--)
+        out += s;
+    return out;
+}
+
+// The tree from e on as text: name{data}[name=value](children), siblings
+// apart by blanks; each child must name its parent.
+inline UCString Tree(const XmlElement* e) {
+    UCString out;
+    for (; e; e = e->Next()) {
+        out += (out.empty() ? u"" : u" ") + Str(e->Name()) + u"{" + Str(e->Data()) + u"}";
+        for (int i = 0; i < e->AttributeCount(); ++i)
+            out += u"[" + Str(e->GetAttributeName(i)) + u"=" + Str(e->GetAttributeValue(i)) + u"]";
+        if (e->Child())
+            out += u"(" + Tree(e->Child()) + u")";
+        for (const XmlElement* c = e->Child(); c; c = c->Next())
+            EXPECT_TRUE(c->Parent() == e && c->ParentPos() == 0) << Narrow(Str(c->Name()));
+    }
+    return out;
+}
+inline UCString Tree(const XmlDocument& doc) { return Tree(doc.RootElement()); }
+
+// A string parsed: the result, the message, the place of the last token read
+// (line -1: not checked) and, on success or when one is given, the tree.
+struct ParseRow {
+    UCString in;
+    BATCHERR code;
+    UCString msg;
+    int line, col;
+    UCString tree;
+};
+// The rows parsed in turn into one document, so that each parse starts over.
+inline void CheckParses(const std::vector<ParseRow>& rows) {
+    XmlDocument doc;
+    for (const ParseRow& r : rows) {
+        SCOPED_TRACE(testing::PrintToString(r.in.substr(0, 60)));
+        EXPECT_EQ(doc.ParseString(r.in), r.code);
+        EXPECT_EQ(Str(doc.ErrorMessage()), r.msg);
+        EXPECT_EQ(Str(doc.ErrorFile()), u"string");
+        if (r.line >= 0) {
+            EXPECT_EQ(std::make_pair(doc.ErrorLine(), doc.ErrorCol()), std::make_pair(r.line, r.col));
+        }
+        EXPECT_EQ(r.code == errNone || !r.tree.empty() ? Tree(doc) : u"", r.tree);
+    }
+}
+
+// What write puts into a stream that fills a string.
+template <class F>
+UCString Written(F write) {
+    UCString out;
+    XmlOutputStream s;
+    s.SetString(&out);
+    write(s);
+    return out;
 }
 
 // A temporary directory, removed with everything in it at the end.

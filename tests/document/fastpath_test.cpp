@@ -1,10 +1,7 @@
 // Content read straight from a string or file buffer must come out exactly as
 // content read a unit at a time by the general tokenisers: same tree, result,
 // message, error position and recorded lengths.
-#include <gtest/gtest.h>
-
 #include <cstdio>
-#include <random>
 
 #include "ozmmem.h"
 #include "test_util.h"

@@ -1,33 +1,9 @@
 // Documents parsed into the tree: joined character data, nothing read behind
 // the root, the nesting limit, what a failure leaves, the error state, and
 // large inputs that must not exhaust the stack.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {
-
-UCString Repeat(const UCString& s, size_t n) {
-    UCString out;
-    while (n--)
-        out += s;
-    return out;
-}
-
-// The tree as text: name{data}[attributes](children), siblings by blanks.
-UCString Tree(const XmlElement* e) {
-    UCString out;
-    for (; e; e = e->Next()) {
-        out += (out.empty() ? u"" : u" ") + Str(e->Name()) + u"{" + Str(e->Data()) + u"}";
-        for (int i = 0; i < e->AttributeCount(); ++i)
-            out += u"[" + Str(e->GetAttributeName(i)) + u"=" + Str(e->GetAttributeValue(i)) + u"]";
-        if (e->Child())
-            out += u"(" + Tree(e->Child()) + u")";
-        for (const XmlElement* c = e->Child(); c; c = c->Next())
-            EXPECT_TRUE(c->Parent() == e && c->ParentPos() == 0) << Narrow(Str(c->Name()));
-    }
-    return out;
-}
 
 // Nested elements l0 ... l(levels-1), with inner inside the innermost.
 UCString Nested(int levels, const UCString& inner) {
@@ -39,50 +15,33 @@ UCString Nested(int levels, const UCString& inner) {
 
 TEST(ParseDocumentTest, TreesFailuresAndPlaces) {
     const UCString deep = u"<l0><l1><l2><l3><l4><l5><l6><l7><l8><l9><l10><l11><l12><l13><l14><l15><l16><l17><l18><l19>";
-    const struct {
-        UCString input;
-        BATCHERR code;
-        UCString message, tree;
-        int line, col;  // the last token read
-    } cases[] = {
-        {u"", errNone, u"", u"", 1, 0},
-        {u"<a/>", errNone, u"", u"a{}", 1, 3},
-        {u"<a></a>", errNone, u"", u"a{}", 1, 3},
-        {u"<a>\n<b/>\n</a>", errNone, u"", u"a{\n\n}(b{})", 3, 1},
-        {u"  <!-- c -->  ", errNone, u"", u"", 1, 14},
-        {u"<r>1<a>2<b>3</b>4</a>5<c/>6<a>7</a></r>", errNone, u"", u"r{156}(a{24}(b{3}) c{} a{7})", 1, 35},
-        {u"<r>\r\n  <a/>\n\t<b> </b>\r\n</r>", errNone, u"", u"r{\n  \n\t\n}(a{} b{ })", 4, 1},
-        {u"<a></a>&junk;<<<!--", errNone, u"", u"a{}", 1, 3},
-        {u"<a/><b/><?xml?><!DOCTYPE x>\xFFFF", errNone, u"", u"a{}", 1, 3},
-        {u"<a>\n\n<b></a>", errSyntax, u"Improper element nesting", u"", 3, 3},
-        {u"<a><b></a>", errSyntax, u"Improper element nesting", u"a{}(b{})", 1, 6},
-        {u"<a></A>", errSyntax, u"Improper element nesting", u"a{}", 1, 3},
-        {u"<ab></a>", errSyntax, u"Improper element nesting", u"ab{}", 1, 4},
-        {u"<a></ab>", errSyntax, u"Improper element nesting", u"a{}", 1, 3},
-        {u"<a>x<b>y</b><c>z<d/>", errSyntax, Ux(kEof), u"a{}(b{y} c{}(d{}))", 1, 20},
-        {u"<a><b c='1' d></b></a>", errSyntax, Ux(u">"), u"a{}", 1, 14},
-        {u"\u00E9t\u00E9\u4E00<a/>", errSyntax, Ux(u"\u00E9t\u00E9\u4E00"), u"", 1, 1},
-        {u"'%s %d %%'<a/>", errSyntax, Ux(u"%s %d %%"), u"", 1, 1},
-        {Nested(20, u"<x></x>"), errSyntax, u"Element nesting too deep", u"", 1, int(deep.size()) + 3},
-        {Nested(20, u"<x a='1'>"), errSyntax, u"Element nesting too deep", u"", 1, int(deep.size()) + 9},
-        {Repeat(u"<!", 100000) + u"DOCTYPE a><a/>", errSyntax, Ux(u"<!"), u"", 0, 0},
-        {Repeat(u"<?", 100000) + u"pi?><a/>", errSyntax, Ux(u"<?"), u"", 0, 0},
-        {Repeat(u"<!", 100000), errSyntax, Ux(u"<!"), u"", 0, 0},
-        {Repeat(u"<a>", 100000), errSyntax, u"Element nesting too deep", u"", 1, 63},
-    };
+    CheckParses({
+        {u"", errNone, u"", 1, 0, u""},
+        {u"<a/>", errNone, u"", 1, 3, u"a{}"},
+        {u"<a></a>", errNone, u"", 1, 3, u"a{}"},
+        {u"<a>\n<b/>\n</a>", errNone, u"", 3, 1, u"a{\n\n}(b{})"},
+        {u"  <!-- c -->  ", errNone, u"", 1, 14, u""},
+        {u"<r>1<a>2<b>3</b>4</a>5<c/>6<a>7</a></r>", errNone, u"", 1, 35, u"r{156}(a{24}(b{3}) c{} a{7})"},
+        {u"<r>\r\n  <a/>\n\t<b> </b>\r\n</r>", errNone, u"", 4, 1, u"r{\n  \n\t\n}(a{} b{ })"},
+        {u"<a></a>&junk;<<<!--", errNone, u"", 1, 3, u"a{}"},
+        {u"<a/><b/><?xml?><!DOCTYPE x>\xFFFF", errNone, u"", 1, 3, u"a{}"},
+        {u"<a>\n\n<b></a>", errSyntax, u"Improper element nesting", 3, 3, u""},
+        {u"<a><b></a>", errSyntax, u"Improper element nesting", 1, 6, u"a{}(b{})"},
+        {u"<a></A>", errSyntax, u"Improper element nesting", 1, 3, u"a{}"},
+        {u"<ab></a>", errSyntax, u"Improper element nesting", 1, 4, u"ab{}"},
+        {u"<a></ab>", errSyntax, u"Improper element nesting", 1, 3, u"a{}"},
+        {u"<a>x<b>y</b><c>z<d/>", errSyntax, Ux(kEof), 1, 20, u"a{}(b{y} c{}(d{}))"},
+        {u"<a><b c='1' d></b></a>", errSyntax, Ux(u">"), 1, 14, u"a{}"},
+        {u"\u00E9t\u00E9\u4E00<a/>", errSyntax, Ux(u"\u00E9t\u00E9\u4E00"), 1, 1, u""},
+        {u"'%s %d %%'<a/>", errSyntax, Ux(u"%s %d %%"), 1, 1, u""},
+        {Nested(20, u"<x></x>"), errSyntax, u"Element nesting too deep", 1, int(deep.size()) + 3, u""},
+        {Nested(20, u"<x a='1'>"), errSyntax, u"Element nesting too deep", 1, int(deep.size()) + 9, u""},
+        {Repeat(u"<!", 100000) + u"DOCTYPE a><a/>", errSyntax, Ux(u"<!"), -1, 0, u""},
+        {Repeat(u"<?", 100000) + u"pi?><a/>", errSyntax, Ux(u"<?"), -1, 0, u""},
+        {Repeat(u"<!", 100000), errSyntax, Ux(u"<!"), -1, 0, u""},
+        {Repeat(u"<a>", 100000), errSyntax, u"Element nesting too deep", 1, 63, u""},
+    });
     XmlDocument doc;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(Narrow(c.input.substr(0, 60)));
-        EXPECT_EQ(doc.ParseString(c.input), c.code);
-        EXPECT_EQ(Str(doc.ErrorMessage()), c.message);
-        EXPECT_EQ(Str(doc.ErrorFile()), u"string");
-        if (!c.tree.empty() || c.code == errNone) {
-            EXPECT_EQ(Tree(doc.RootElement()), c.tree);
-        }
-        if (c.line) {
-            EXPECT_EQ(doc.ErrorLine() * 10000000 + doc.ErrorCol(), c.line * 10000000 + c.col);
-        }
-    }
     // Below twenty levels content parses; an element at the twenty-first is
     // attached to l19 before the failure.
     ASSERT_EQ(doc.ParseString(Nested(20, u"<x></x>")), errSyntax);
@@ -94,14 +53,6 @@ TEST(ParseDocumentTest, TreesFailuresAndPlaces) {
     ASSERT_EQ(doc.ParseString(Nested(19, Repeat(u"<s>t</s>", 50))), errNone);
     ASSERT_EQ(doc.ParseString(Nested(20, u"deep<x/>")), errNone);
     EXPECT_EQ(Str(doc.RootElement()->Child()->Child()->Child()->Name()), u"l3");
-}
-
-TEST(ParseDocumentTest, MessagesAreHeldTo511Units) {
-    for (size_t len : {size_t(492), size_t(493), size_t(5000)}) {  // 492 + 19 just fits
-        XmlDocument doc;
-        EXPECT_EQ(doc.ParseString(UCString(len, u'n') + u"<a/>"), errSyntax);
-        EXPECT_EQ(Str(doc.ErrorMessage()), Ux(UCString(len, u'n')).substr(0, 511)) << len;
-    }
 }
 
 TEST(ParseDocumentTest, LargeInputs) {

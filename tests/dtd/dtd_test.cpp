@@ -1,8 +1,6 @@
 // The definition model: content parts and their group rules, the indexes
 // against a walk from the front, predefined and first-defined entities,
 // stable pointers, and copies that own what they hold at any depth.
-#include <gtest/gtest.h>
-
 #include <climits>
 
 #include "test_util.h"

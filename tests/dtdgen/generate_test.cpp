@@ -1,12 +1,7 @@
 // DTD generation from the tree: inferred content models, the order of the
 // definitions, content kinds, enumerations, length attributes, odd and huge
-// caller-built trees, and shape lists that cannot be allocated.
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
+// caller-built trees, shape lists that cannot be allocated, and generation
+// over several documents, which for one gives exactly what GenerateDTD gives.
 #include "test_util.h"
 
 class XmlGenerateProbe {
@@ -52,6 +47,11 @@ void Generate(XmlDocument& doc, const std::string& xml) {
     ASSERT_TRUE(doc.GenerateDTD());
     for (int i = 0; i < doc.GetDTD().ElementCount(); ++i)
         ASSERT_EQ(doc.GetDTD().ElementAt(i)->InfoPointer(), nullptr);
+}
+// The doctype and the definition as written.
+UCString Text(const XmlDocument& doc) {
+    const XmlDtd& dtd = doc.GetDTD();
+    return u"[" + dtd.DocType() + u"]" + Written([&](XmlOutputStream& s) { dtd.Write(s, false, true, true); });
 }
 // Instances of e under a root, given as "a,a,b;;c": ';' between instances,
 // ',' between children, an empty entry for an instance without children.
@@ -135,7 +135,6 @@ TEST(GenerateDtdTest, EnumerationsAndMeasures) {
     Generate(doc, "<r a='0'><r a='1'/><r a='2'/><r a='3'/><r a='4'/><r a='5'/><r a='6'/><r a='7'/>"
                   "<r a='8'/><r a='9'/><r a='9'/></r>");
     EXPECT_EQ(Atts(doc.GetDTD(), u"r"), "a 10 0 [0,1,2,3,4,5,6,7,8,9]");
-    EXPECT_TRUE(doc.GenerateLengthAttrs());
 }
 
 // Forty attribute names, in the opposite order every other instance: names
@@ -259,6 +258,44 @@ TEST(GenerateDtdTest, ShapeListNotAllocated) {
         for (int i = 0; i < dtd.ElementCount(); ++i)
             EXPECT_EQ(dtd.ElementAt(i)->InfoPointer(), nullptr);
     }
+}
+
+TEST(GenerateManyTest, OneDocumentAsGenerateDTD) {
+    const char16_t* const docs[] = {
+        u"<a/>",
+        u"<a x='1'><b>t</b><b>u<c/></b><c/><c/><d><e y='2'/></d></a>",
+        u"<r><p><q/><q/><s/></p><p><s/><q/></p><p/><t>  </t><p><q/></p></r>",
+        u"<m>x<n/>y<o><n>deep<o/></n></o></m>",
+    };
+    for (const char16_t* src : docs) {
+        XmlDocument single, other, self;
+        ASSERT_EQ(single.ParseString(src), errNone);
+        ASSERT_EQ(self.ParseString(src), errNone);
+        // Leftovers of an earlier generation must go.
+        other.ParseString(u"<z><y/></z>");
+        other.GenerateDTD();
+        EXPECT_TRUE(single.GenerateDTD());
+        EXPECT_TRUE(other.GenerateDTD({&single}));
+        EXPECT_TRUE(self.GenerateDTD({nullptr, &self}));
+        EXPECT_EQ(Text(other), Text(single)) << Narrow(src);
+        EXPECT_EQ(Text(self), Text(single)) << Narrow(src);
+    }
+}
+
+TEST(GenerateManyTest, SeveralDocumentsMerge) {
+    XmlDocument a, b, c, empty, out;
+    ASSERT_EQ(a.ParseString(u"<r k='1'><x>hi</x></r>"), errNone);
+    ASSERT_EQ(b.ParseString(u"<r k='2'><y/><y/></r>"), errNone);
+    ASSERT_EQ(c.ParseString(u"<other><x>longer text</x></other>"), errNone);
+    // out's own names have ids that the other documents use for other names.
+    ASSERT_EQ(out.ParseString(u"<q><r/><x/><y/><other/></q>"), errNone);
+    EXPECT_TRUE(out.GenerateDTD({&empty, &a, &b, &c}));
+    EXPECT_EQ(Text(out),
+              u"[r]<!DOCTYPE r [\n<!ELEMENT r ((x | y)*)>\n<!ATTLIST r\n          k          (1 | 2)  >\n"
+              u"<!ELEMENT x (#PCDATA)>\n<!ATTLIST x\n          length     CDATA  #FIXED \"11\">\n"
+              u"<!ELEMENT y EMPTY>\n<!ELEMENT other (x)>\n]>\n");
+    EXPECT_TRUE(out.GenerateDTD({}));
+    EXPECT_EQ(Text(out), u"[]");
 }
 
 }  // namespace

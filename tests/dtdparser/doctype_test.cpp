@@ -1,7 +1,5 @@
 // The document type declaration read through whole documents: the model each
 // construct leaves, and the code, message and place of each failure.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {
@@ -178,15 +176,18 @@ TEST(DoctypeDeclTest, ErrorPositionsIgnoreDtdAndLengths) {
     ASSERT_EQ(doc.ParseString(u"<!DOCTYPE a [<!ELEMENT a ANY><!ENTITY e '&#60;b>x&amp;</b>'>]><a>&e;&e;</a>"), errNone);
     EXPECT_EQ(Str(doc.RootElement()->Data()) + u"|" + Str(doc.RootElement()->Child()->Data()), u"|x&");
     EXPECT_NE(doc.RootElement()->Child()->Next(), nullptr);
-    // Lengths: declared names only, the first list of a name, never lowered,
-    // anew for each parse.
+    // Lengths: declared names only, each attribute's to its own definition in
+    // any order, by the general reader too (a line end in a start tag), the
+    // first list of a name, never lowered, anew for each parse.
     const UCString dtd = u"<!DOCTYPE r [<!ELEMENT r ANY><!ELEMENT a (#PCDATA)><!ATTLIST r k CDATA #IMPLIED>"
-                         u"<!ATTLIST a k CDATA #IMPLIED><!ATTLIST a j CDATA #IMPLIED>]>";
-    ASSERT_EQ(doc.ParseString(dtd + u"<r k='1234'><a k='1234567'>abc</a><a k='12'>abcde</a>\n<a>ab</a>"
-                                    u"<b>zzzzzzzzz</b><a j='xyz'/></r>"), errNone);
-    EXPECT_EQ(DumpDtd(doc.GetDTD(), true), "r=A#1 @k#4 a=M#5 @k#7");
+                         u"<!ATTLIST a k CDATA #IMPLIED c CDATA #IMPLIED><!ATTLIST a j CDATA #IMPLIED>]>";
+    for (const UCString gap : {u" ", u"\n"}) {
+        ASSERT_EQ(doc.ParseString(dtd + u"<r c='123456' k='1234'><a k='1234567' c='1'>abc</a><a" + gap + u"c='12345' k='12'>"
+                                  u"abcde</a>\n<a>ab</a><b>zzzzzzzzz</b><a x='123456789' j='xyz' c='123456'/></r>"), errNone);
+        EXPECT_EQ(DumpDtd(doc.GetDTD(), true), "r=A#1 @k#4 a=M#5 @k#7 @c#6") << Narrow(gap);
+    }
     ASSERT_EQ(doc.ParseString(dtd + u"<r><a>x</a></r>"), errNone);
-    EXPECT_EQ(DumpDtd(doc.GetDTD(), true), "r=A#0 @k#0 a=M#1 @k#0");
+    EXPECT_EQ(DumpDtd(doc.GetDTD(), true), "r=A#0 @k#0 a=M#1 @k#0 @c#0");
 }
 
 }  // namespace

@@ -1,7 +1,4 @@
 // External subsets and entities read from files, and stand-alone subsets.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include "test_util.h"
 
 namespace {

@@ -1,17 +1,8 @@
 // Hostile definitions end in an orderly failure naming the entity; large
 // legitimate ones still read; every prefix of a DOCTYPE fails cleanly.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {
-
-UCString Repeat(const UCString& s, int n) {
-    UCString out;
-    while (n-- > 0)
-        out += s;
-    return out;
-}
 
 TEST(DtdLimitsTest, BombsLoopsAndDepth) {
     UCString laughs = u"<!ENTITY % l0 'lol'>", general = u"<!ENTITY g0 'lol'>";

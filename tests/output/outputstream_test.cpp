@@ -1,12 +1,6 @@
 // XmlOutputStream: what each of the five targets receives, the order of
 // delivery, Format, Close, SetFilePointer, copies and failing targets.
-#include <unistd.h>
-
 #include <cstdio>
-#include <filesystem>
-#include <functional>
-
-#include <gtest/gtest.h>
 
 #include "test_util.h"
 
@@ -18,12 +12,11 @@ struct Log {
     UCString units;
     int writes = 0, closes = 0;
     bool fail = false;
-    std::function<void()> onWrite = [] {};
 } g_module;
 FILE* CookieFile(Log& log) {
     cookie_io_functions_t io{};
     io.write = [](void* c, const char* buf, size_t n) -> ssize_t {
-        return static_cast<Log*>(c)->onWrite(), static_cast<Log*>(c)->bytes.append(buf, n), ssize_t(n);
+        return static_cast<Log*>(c)->bytes.append(buf, n), ssize_t(n);
     };
     io.close = [](void* c) -> int { return ++static_cast<Log*>(c)->closes, 0; };
     FILE* f = fopencookie(&log, "w", io);
@@ -35,35 +28,25 @@ public:
     BATCHERR Close() override { return ++g_module.closes, errNone; }
     BATCHERR Read(UCChar*, size_t, size_t& count) override { return count = 0, errOpenSource; }
     BATCHERR Write(const UCChar* text, size_t n) override {
-        g_module.onWrite(), ++g_module.writes;
+        ++g_module.writes;
         return g_module.fail ? errOpenSource : (g_module.units.append(text, n), errNone);
     }
     const UCChar* LastErrorMessage() const override { return u"recording module failed"; }
 };
 auto OpenDescriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
 
-class OutputStreamTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(m_tmp.Ok());
-        g_module = Log();
-        OzmLightweightIO::RegisterModule(u"outrec", []() -> OzmIOModule* { return new RecordingModule; });
-    }
-    void TearDown() override { g_module = Log(); }
-    FILE* Open(const char* name, const char* mode) const { return std::fopen(m_tmp.Path(name).c_str(), mode); }
-    std::string Bytes(const char* name) const { return m_tmp.Read(name); }
-    int OpenUC(XmlOutputStream& s, const char* name) const { return s.OpenUCFile(m_tmp.UPath(name).c_str(), u"w", 1); }
-    static void OpenModule(XmlOutputStream& s) {
-        ASSERT_EQ(s.SetLWIOModule(u"outrec"), errNone);
-        ASSERT_EQ(s.OpenLWIO(u"r", u"", 0), errNone);
-    }
-    TempDir m_tmp;
-};
+// Connects s to the recording module, which starts afresh.
+void OpenModule(XmlOutputStream& s) {
+    g_module = Log();
+    OzmLightweightIO::RegisterModule(u"outrec", []() -> OzmIOModule* { return new RecordingModule; });
+    ASSERT_EQ(s.SetLWIOModule(u"outrec"), errNone);
+    ASSERT_EQ(s.OpenLWIO(u"r", u"", 0), errNone);
+}
 
 // Each unit by itself, then in a run at every place of any block the stream
 // converts, to the UTF-8 string and the stdio file. A zero unit is one byte
 // in the UTF-8 string and none in the file.
-TEST_F(OutputStreamTest, Utf8RuleUnitByUnit) {
+TEST(OutputStreamTest, Utf8RuleUnitByUnit) {
     const std::pair<UCChar, std::string> probes[] = {{0x7F, "\x7F"}, {0x80, "\xC2\x80"}, {0x7FF, "\xDF\xBF"},
                                                      {0x800, "\xE0\xA0\x80"}, {0xD83D, "\xED\xA0\xBD"},
                                                      {0xFFFF, "\xEF\xBF\xBF"}, {0, ""}};
@@ -86,7 +69,7 @@ TEST_F(OutputStreamTest, Utf8RuleUnitByUnit) {
     }
 }
 
-TEST_F(OutputStreamTest, FormatIsCutAt255Units) {
+TEST(OutputStreamTest, FormatIsCutAt255Units) {
     UCString out;
     XmlOutputStream s;
     s.SetString(&out);
@@ -97,7 +80,7 @@ TEST_F(OutputStreamTest, FormatIsCutAt255Units) {
 
 // An owned file is closed once, by SetFilePointer or Close, and not when
 // handed in again.
-TEST_F(OutputStreamTest, CloseAndSetFilePointer) {
+TEST(OutputStreamTest, CloseAndSetFilePointer) {
     Log a, b, c;
     XmlOutputStream s;
     FILE* fa = CookieFile(a);
@@ -116,20 +99,21 @@ TEST_F(OutputStreamTest, CloseAndSetFilePointer) {
 // Copies of owned stdio files and OzmUCFiles get their own descriptors, a
 // FILE without descriptor is shared and closed by its owner, the module
 // connection is shared and closed once; assignment closes nothing until Close.
-TEST_F(OutputStreamTest, Copies) {
+TEST(OutputStreamTest, Copies) {
+    TempDir tmp;
     const auto before = OpenDescriptors();
     Log log, replaced;
     {
         XmlOutputStream original, assigned, shared;
-        original.SetFilePointer(Open("stdio", "wb"), true);
-        ASSERT_EQ(OpenUC(original, "uc"), 0);
+        original.SetFilePointer(std::fopen(tmp.Path("stdio").c_str(), "wb"), true);
+        ASSERT_EQ(original.OpenUCFile(tmp.UPath("uc").c_str(), u"w", 1), 0);
         original << u"1";
         XmlOutputStream copy(original);
         original << u"2";
         original.Close();
         copy << u"3";
-        ASSERT_EQ(OpenUC(assigned, "kept"), 0);
-        assigned.SetFilePointer(Open("kept", "rb"), true);
+        ASSERT_EQ(assigned.OpenUCFile(tmp.UPath("kept").c_str(), u"w", 1), 0);
+        assigned.SetFilePointer(std::fopen(tmp.Path("kept").c_str(), "rb"), true);
         assigned << u"kept";
         const auto open = OpenDescriptors();
         assigned = copy;
@@ -152,13 +136,13 @@ TEST_F(OutputStreamTest, Copies) {
         shared << u"x";
         EXPECT_EQ(g_module.units, u"cao");
     }
-    EXPECT_EQ(Bytes("stdio") + Bytes("uc") + Bytes("kept") + log.bytes, "12341234keptcaox");
+    EXPECT_EQ(tmp.Read("stdio") + tmp.Read("uc") + tmp.Read("kept") + log.bytes, "12341234keptcaox");
     EXPECT_EQ(log.closes + replaced.closes + g_module.closes, 3);
 }
 
 // A full disk for the stdio file and the OzmUCFile and a failing module
 // don't stop the other targets.
-TEST_F(OutputStreamTest, FailingTargetsDoNotStopTheOthers) {
+TEST(OutputStreamTest, FailingTargetsDoNotStopTheOthers) {
     UCString units;
     std::string utf8;
     XmlOutputStream s;

@@ -1,7 +1,5 @@
 // The writers: XmlElement::Write, XmlDocument::Write, WriteEscaped,
 // XmlElement::GetData, a tree deeper than any stack, documents read and written.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {
@@ -22,13 +20,6 @@ XmlElement* Build(XmlDocument& doc, const Node& n) {
     for (const Node& c : n.children)
         e->Child(Build(doc, c));
     return e;
-}
-template <class F> UCString Text(F write) {
-    UCString out;
-    XmlOutputStream s;
-    s.SetString(&out);
-    write(s);
-    return out;
 }
 
 const Node kEmpty{u"r", {}, u"", {}}, kAttrOnly{u"r", {{u"a", u"1"}, {u"b", u"x&amp;y"}}, u"", {}};
@@ -62,13 +53,13 @@ TEST(WriterTest, ElementText) {
         XmlDocument doc;
         XmlElement* e = Build(doc, c.tree);
         auto write = [&](XmlOutputStream& s) { e->Write(s, c.indent, c.escape, c.lineBreaks, c.step, c.writeEmpty); };
-        EXPECT_EQ(Text(write), c.expected);
+        EXPECT_EQ(Written(write), c.expected);
     }
 }
 
 // References at every place of a run and in one longer than any buffer.
 TEST(WriterTest, WriteEscaped) {
-    auto escaped = [](const UCString& in) { return Text([&](XmlOutputStream& s) { WriteEscaped(s, in.c_str()); }); };
+    auto escaped = [](const UCString& in) { return Written([&](XmlOutputStream& s) { WriteEscaped(s, in.c_str()); }); };
     EXPECT_EQ(escaped(u"\"&'<>&amp;\u00E9\t\x01=?;"), u"&quot;&amp;&apos;&lt;&gt;&amp;amp;\u00E9\t\x01=?;");
     for (const UCChar special : {u'>', u'\0'}) {
         for (size_t at = 0; at < 24; ++at) {
@@ -111,7 +102,7 @@ TEST(WriterTest, DocumentText) {
             doc.RootElement(Build(doc, {u"r", {}, c.data, {}}));
         doc.Version(c.version);
         doc.Encoding(c.encoding);
-        EXPECT_EQ(Text([&](XmlOutputStream& s) { doc.Write(s, true, c.lineBreaks, true, c.parts, c.writeEmpty); }),
+        EXPECT_EQ(Written([&](XmlOutputStream& s) { doc.Write(s, true, c.lineBreaks, true, c.parts, c.writeEmpty); }),
                   c.expected);
     }
 }
@@ -148,12 +139,12 @@ TEST(WriterTest, MillionLevels) {
     UCString open, close, data;
     for (size_t i = 1; i < kDepth; ++i)
         open += u"<e>", close += u"</e>";
-    EXPECT_TRUE(Text([&](XmlOutputStream& s) { doc.Write(s, false, false, true, 4, false); }) ==
+    EXPECT_TRUE(Written([&](XmlOutputStream& s) { doc.Write(s, false, false, true, 4, false); }) ==
                 open + u"<e n=\"1\">leaf</e>" + close);
     root->GetData(data, XMLD_Markup);
     EXPECT_TRUE(data == open + u"leaf" + close);
     leaf->Data(u"");  // skipped now; its parent still has a child
-    EXPECT_TRUE(Text([&](XmlOutputStream& s) { root->Write(s, 0, true, false, 4, false); }) == open + close);
+    EXPECT_TRUE(Written([&](XmlOutputStream& s) { root->Write(s, 0, true, false, 4, false); }) == open + close);
 }
 
 }  // namespace

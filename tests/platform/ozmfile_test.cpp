@@ -1,11 +1,8 @@
 // OzmUCFile and OzmBFile against real files and pipes.
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <thread>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include "ozmutil.h"
 #include "test_util.h"

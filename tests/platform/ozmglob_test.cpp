@@ -1,12 +1,8 @@
 // OzmGlob: character attributes, comparison, encoding names, UTF-8 against a
 // reference decoder, path splitting; and the wsfmt formatter.
-#include <gtest/gtest.h>
-
 #include <climits>
 #include <cmath>
-#include <random>
 #include <tuple>
-#include <vector>
 
 #include "ozmutil.h"
 #include "test_util.h"
@@ -147,6 +143,5 @@ TEST(WsfmtTest, Directives) {
     EXPECT_EQ(wsfmt(direct, u"%d|%s", 37, u"x"), 4);
     EXPECT_EQ(UCString(direct), u"37|x");
 }
-
 
 }  // namespace

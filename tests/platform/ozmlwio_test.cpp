@@ -1,10 +1,7 @@
 // OzmLightweightIO: module lookup, the built-in "file" and "fd" modules,
 // shared-object modules and the shared, buffered connection.
-#include <gtest/gtest.h>
-
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <unistd.h>
 
 #include "ozmutil.h"
 #include "test_util.h"

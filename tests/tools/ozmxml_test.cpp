@@ -1,11 +1,9 @@
 // The ozmxml tool end to end: exit codes and exact output of the built
 // binary on a table of inputs.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <string>
 
 #include "test_util.h"
 

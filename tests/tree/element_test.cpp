@@ -4,8 +4,6 @@
 // slabs that cannot be copied, and null arguments.
 #include <type_traits>
 
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {
@@ -55,8 +53,6 @@ TEST(XmlElementTest, NamesDataAndAttributes) {
         EXPECT_EQ(e->GetAttributeName(i), nullptr);
         EXPECT_EQ(e->GetAttributeValue(i), nullptr);
     }
-    EXPECT_EQ(e->Mark(5), 0);
-    EXPECT_EQ(e->Mark(7), 5);
 }
 
 TEST(XmlElementTest, Links) {
@@ -125,10 +121,6 @@ TEST(XmlElementTest, ParentPosRecordsDataLengthAtAttachment) {
 // A copied node or slab would carry its original's links and free list.
 static_assert(!std::is_copy_constructible_v<XmlElement> && !std::is_copy_assignable_v<XmlElement>);
 static_assert(!std::is_copy_constructible_v<XmlElementBlock> && !std::is_copy_assignable_v<XmlElementBlock>);
-
-}  // namespace
-
-namespace {
 
 // Null texts count as empty and null nodes are not linked: no call of the
 // tree's interface crashes on a null argument.

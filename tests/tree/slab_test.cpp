@@ -1,9 +1,6 @@
 // Element slabs of 1000 nodes, their chain in the document, node reuse, the
 // name table, and the failure of a slab allocation.
-#include <gtest/gtest.h>
-
 #include <set>
-#include <vector>
 
 #include "ozmmem.h"
 #include "test_util.h"
@@ -23,13 +20,8 @@ int ChainLength(const XmlDocument& doc) {
     return n;
 }
 
-// "<r>" followed by `children` empty elements: children + 1 nodes.
-UCString FlatDocument(int children) {
-    UCString s = u"<r>";
-    for (int i = 0; i < children; ++i)
-        s += u"<x/>";
-    return s + u"</r>";
-}
+// A root with a thousand children: a node more than a slab holds.
+const UCString kFlat = u"<r>" + Repeat(u"<x/>", 1000) + u"</r>";
 
 TEST(ElementBlockTest, BlocksOfAThousandAndNodeReuse) {
     XmlDocument doc;
@@ -88,7 +80,7 @@ TEST(SlabFailureTest, RefusedBlocksLeaveTheChainAndTheTreeAsTheyWere) {
     }
     {
         SlabFailure fail(1);  // the first block is granted, the second is not
-        EXPECT_EQ(doc.ParseString(FlatDocument(1000)), errSyntax);
+        EXPECT_EQ(doc.ParseString(kFlat), errSyntax);
     }
     EXPECT_EQ(UCString(doc.ErrorMessage()).rfind(u"Out of memory", 0), 0u) << Narrow(doc.ErrorMessage());
     // The place is that of the last token, the 1000th child's start tag,
@@ -101,7 +93,7 @@ TEST(SlabFailureTest, RefusedBlocksLeaveTheChainAndTheTreeAsTheyWere) {
     EXPECT_EQ(children, 999);
     EXPECT_EQ(ChainLength(doc), 1);
     EXPECT_EQ(doc.ElementBlocks()->FreeCount(), 0);
-    ASSERT_EQ(doc.ParseString(FlatDocument(1000)), errNone);
+    ASSERT_EQ(doc.ParseString(kFlat), errNone);
     EXPECT_EQ(ChainLength(doc), 2);
 }
 

@@ -1,8 +1,6 @@
 // The text of nodes: parsed text kept in the slabs' text stores, across
 // chunks, reparses and copies of the document; text set by a program owned by
 // its node, including text taken from the node itself.
-#include <gtest/gtest.h>
-
 #include "test_util.h"
 
 namespace {
