@@ -3,11 +3,62 @@
 // shapes that the instances of one element name have shown.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <memory>
+#include <type_traits>
 #include <vector>
 
 #include "xmldtd.h"
+
+// A growable array of plain values for the working data of generation:
+// what is added is not cleared first, and adding stays inline.
+template <class T>
+class WorkArray {
+public:
+    T* data() { return m_data.get(); }
+    const T* data() const { return m_data.get(); }
+    size_t size() const { return m_size; }
+    bool empty() const { return m_size == 0; }
+    T& operator[](size_t i) { return m_data[i]; }
+    const T& operator[](size_t i) const { return m_data[i]; }
+    T& back() { return m_data[m_size - 1]; }
+    const T& back() const { return m_data[m_size - 1]; }
+    void clear() { m_size = 0; }
+    // Drops what lies from n on.
+    void shrink(size_t n) { m_size = n; }
+    void pop_back() { --m_size; }
+    void push_back(const T& v) {
+        if (m_size == m_capacity)
+            reserve(2 * m_capacity + 16);
+        m_data[m_size++] = v;
+    }
+    // Room for n more values, which count from now on.
+    T* Extend(size_t n) {
+        if (m_capacity - m_size < n)
+            reserve(std::max(m_size + n, 2 * m_capacity));
+        T* p = m_data.get() + m_size;
+        m_size += n;
+        return p;
+    }
+    void reserve(size_t n) {
+        if (n <= m_capacity)
+            return;
+        std::unique_ptr<T[]> more(new T[n]);
+        if (m_size)
+            std::memcpy(more.get(), m_data.get(), m_size * sizeof(T));
+        m_data = std::move(more);
+        m_capacity = n;
+    }
+
+private:
+    static_assert(std::is_trivially_copyable<T>::value, "plain values only");
+    std::unique_ptr<T[]> m_data;
+    size_t m_size = 0;
+    size_t m_capacity = 0;
+};
 
 // One stretch of equal neighbours among the children of an element. Two runs
 // are equal when they have the same definition; the counts don't take part.
@@ -21,8 +72,8 @@ struct ChildRun {
 // place of each run's definition in the walk's list of definitions, and its
 // count (within one instance a run's largest and smallest count are equal).
 struct ChildSequence {
-    std::vector<uint32_t> m_places;
-    std::vector<int> m_counts;
+    WorkArray<uint32_t> m_places;
+    WorkArray<int> m_counts;
     bool m_repeated = false;  // some count is above 1
     uint32_t m_hash = 0;      // of the places, set by ChildSequenceList::Prepare
     size_t Size() const { return m_places.size(); }
@@ -31,15 +82,26 @@ struct ChildSequence {
         m_counts.clear();
         m_repeated = false;
     }
-    // Appends a child whose definition has the given place.
-    void Add(uint32_t place) {
-        if (!m_places.empty() && m_places.back() == place) {
-            ++m_counts.back();
-            m_repeated = true;
-        } else {
-            m_places.push_back(place);
-            m_counts.push_back(1);
+    // The runs of the children whose definitions have the n places that
+    // placeOf(i) gives for i = 0 .. n - 1, in place of what was there.
+    template <class PlaceOf>
+    void Fold(size_t n, PlaceOf&& placeOf) {
+        Clear();
+        uint32_t* places = m_places.Extend(n);
+        int* counts = m_counts.Extend(n);
+        size_t runs = 0;
+        for (size_t i = 0; i < n; ++i) {
+            uint32_t place = placeOf(i);
+            if (runs && places[runs - 1] == place) {
+                ++counts[runs - 1];
+                m_repeated = true;
+            } else {
+                places[runs] = place;
+                counts[runs++] = 1;
+            }
         }
+        m_places.shrink(runs);
+        m_counts.shrink(runs);
     }
 };
 
@@ -54,7 +116,7 @@ struct ChildSequence {
 class ChildSequenceList {
 public:
     // defs: the definitions of the walk by place; it outlives the list.
-    explicit ChildSequenceList(const std::vector<XmlElementDef*>& defs) : m_defs(defs) {}
+    explicit ChildSequenceList(const std::vector<XmlElementDef*>& defs) : m_defs(defs) { m_begins.push_back(0); }
 
     // Hashes seq for Record and asks for the slot it will probe first.
     void Prepare(ChildSequence& seq) const;
@@ -95,9 +157,9 @@ private:
     void Grow();
 
     const std::vector<XmlElementDef*>& m_defs;
-    std::vector<uint32_t> m_runs;
+    WorkArray<uint32_t> m_runs;
     std::vector<CountedRun> m_counted;
-    std::vector<uint32_t> m_begins{0};
+    WorkArray<uint32_t> m_begins;
     // Open addressing over a power-of-two table: the hash of a shape in the
     // high half, its index + 1 in the low half; 0 free. With the hash at
     // hand a probe reads the table only, which outgrows the caches.

@@ -19,6 +19,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -131,26 +132,29 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
             Merge(m_begins[index] + i, seq.m_counts[i]);
         return;
     }
-    if (!seq.m_repeated) {
-        m_runs.insert(m_runs.end(), places, places + n);
-    } else {
+    uint32_t* runs = m_runs.Extend(n);
+    uint32_t top = 0;
+    for (size_t i = 0; i < n; ++i) {
+        runs[i] = places[i];
+        top = std::max(top, places[i]);
+    }
+    if (seq.m_repeated) {
         for (size_t i = 0; i < n; ++i) {
-            if (seq.m_counts[i] == 1) {
-                m_runs.push_back(places[i]);
-            } else {
+            if (seq.m_counts[i] != 1) {
                 m_counted.push_back(CountedRun{places[i], seq.m_counts[i], seq.m_counts[i]});
-                m_runs.push_back(Counted | uint32_t(m_counted.size() - 1));
+                runs[i] = Counted | uint32_t(m_counted.size() - 1);
             }
         }
     }
+    if (top >= m_placeSeen.size())
+        m_placeSeen.resize(size_t(top) + 1, 0);
+    unsigned char* seen = m_placeSeen.data();
+    size_t added = 0;
     for (size_t i = 0; i < n; ++i) {
-        if (places[i] >= m_placeSeen.size())
-            m_placeSeen.resize(places[i] + 1, 0);
-        if (!m_placeSeen[places[i]]) {
-            m_placeSeen[places[i]] = 1;
-            ++m_placeCount;
-        }
+        added += !seen[places[i]];
+        seen[places[i]] = 1;
     }
+    m_placeCount += added;
     m_begins.push_back(uint32_t(m_runs.size()));
     m_slots[slot] = uint64_t(hash) << 32 | uint32_t(ShapeCount());
     if (ShapeCount() * 2 > m_slots.size())
@@ -171,38 +175,6 @@ enum NodeFacts : unsigned char {
 
 // A pointer stored in 32-bit words.
 constexpr size_t PointerWords = (sizeof(void*) + 3) / 4;
-
-// Growable 32-bit words that are not cleared when added.
-class Words {
-public:
-    uint32_t* data() { return m_data.get(); }
-    size_t size() const { return m_size; }
-    void clear() { m_size = 0; }
-    void reserve(size_t n) {
-        if (n > m_capacity) {
-            std::unique_ptr<uint32_t[]> more(new uint32_t[n]);
-            if (m_size)
-                std::memcpy(more.get(), m_data.get(), m_size * sizeof(uint32_t));
-            m_data = std::move(more);
-            m_capacity = n;
-        }
-    }
-    // Room for n more words; size() takes them all until Trim.
-    uint32_t* Extend(size_t n) {
-        if (m_capacity - m_size < n)
-            reserve(std::max(m_size + n, 2 * m_capacity));
-        uint32_t* p = m_data.get() + m_size;
-        m_size += n;
-        return p;
-    }
-    // Gives back what is left from end on.
-    void Trim(const uint32_t* end) { m_size = size_t(end - m_data.get()); }
-
-private:
-    std::unique_ptr<uint32_t[]> m_data;
-    size_t m_size = 0;
-    size_t m_capacity = 0;
-};
 
 }  // namespace
 
@@ -292,31 +264,39 @@ struct XmlDocument::GenWalk {
     // table, the hash in the high half of a slot and the attribute key + 1
     // in the low half; 0 is free.
     std::vector<uint64_t> attrSlots;
+    // The attribute keys of each key with the first unit of their names,
+    // in order of first appearance, as long as they are few: an element
+    // name mostly has a handful of attribute names, which are looked
+    // through one by one. A key with more finds them all in attrSlots.
+    static constexpr size_t FewNames = 8;
+    struct NameStart {
+        UCChar first;
+        uint32_t attrKey;
+    };
+    std::vector<std::vector<NameStart>> keyAttrs;
 
     // ---- The records of one tree, and the work lists of the two steps
-    Words records;
-    // Nodes whose chain is not done, and their attribute words.
-    struct Pending {
-        uint32_t key;
-        unsigned facts;
-        uint32_t record;
-        uint32_t attrWords;
-    };
-    std::vector<Pending> pending;
-    std::vector<uint32_t> pendingAttrs;
+    WorkArray<uint32_t> records;
+    // What the nodes whose chain is not done will put in the record of
+    // their chain: the key of each with its flags in the high half, and the
+    // words that follow.
+    WorkArray<uint64_t> pendingNodes;
+    WorkArray<uint32_t> pendingWords;
     // Elements whose children are being read: the node, its own index in
-    // pending, and where the facts of its children start.
+    // pendingNodes, where the children's nodes and words start, and where
+    // the place of their record goes.
     struct Open {
         const XmlElement* node;
         size_t self;
         size_t children;
-        size_t attrs;
+        size_t words;
+        size_t record;
     };
-    std::vector<Open> open;
+    WorkArray<Open> open;
     // Records whose nodes are still to be visited, the next on top; and
     // the records of the children of the chain being visited.
-    std::vector<uint32_t> chains;
-    std::vector<uint32_t> childChains;
+    WorkArray<uint32_t> chains;
+    WorkArray<uint32_t> childChains;
     // The child sequence of the instance at hand.
     ChildSequence sequence;
 
@@ -329,21 +309,19 @@ struct XmlDocument::GenWalk {
             delete static_cast<ChildSequenceList*>(def->InfoPointer(nullptr));
     }
 
-    uint32_t KeyOf(const XmlElement* e) {
-        if (e->m_block != lastBlock || !lastKeys)
-            SwitchBlock(e->m_block);
-        // An id outside the table names "", as XmlElement::Name tells.
-        size_t id = size_t(unsigned(e->m_nameId));
-        if (id >= lastKeys->size())
-            id = 0;
+    // The key of a node of the slab last switched to whose name id has no
+    // key yet.
+    uint32_t NewKeyOf(size_t id) {
         uint32_t& key = (*lastKeys)[id];
-        if (!key)
-            key = NewKey(id == 0 ? u"" : lastDoc->m_names[id - 1].c_str());
+        key = NewKey(id == 0 ? u"" : lastDoc->m_names[id - 1].c_str());
         return key - 1;
     }
     void SwitchBlock(const XmlElementBlock* block);
     uint32_t NewKey(const UCChar* text);
-    uint32_t AttrKeyOf(uint32_t key, const UCChar* name);
+    inline uint32_t AttrKeyOf(uint32_t key, const UCChar* name);
+    // The attribute key of name on elements of key, made if there is none;
+    // isNew tells that there is none.
+    uint32_t FindAttrKey(uint32_t key, const UCChar* name, bool isNew);
 };
 
 void XmlDocument::GenWalk::SwitchBlock(const XmlElementBlock* block) {
@@ -360,6 +338,7 @@ uint32_t XmlDocument::GenWalk::NewKey(const UCChar* text) {
     keyMaxLen.push_back(0);
     keyPlace.push_back(0);
     keyMixed.push_back(0);
+    keyAttrs.emplace_back();
     return uint32_t(keyText.size());
 }
 
@@ -369,35 +348,46 @@ inline ChildSequenceList* ShapesOf(const XmlElementDef* def) {
     return static_cast<ChildSequenceList*>(def->InfoPointer());
 }
 
-// Whether data holds a unit that is not white space, sixteen units at a
-// time: packed to bytes, a unit above 255 becomes 0 or 255, which are not
-// white space either.
-bool ScanForText(const UCChar* data, size_t length) {
-    if (length < 16) {
+// Whether data holds a unit that is not white space, 32 units at a time:
+// packed to bytes, a unit above 255 becomes 0 or 255, which are not white
+// space either.
+__attribute__((noinline)) bool ScanForText(const UCChar* data, size_t length) {
+    if (length < 32) {
         for (size_t i = 0; i < length; ++i)
             if (!OzmGlob::IsUCSpace(data[i]))
                 return true;
         return false;
     }
-    const __m128i sp = _mm_set1_epi8(0x20), tab = _mm_set1_epi8(0x09);
-    const __m128i lf = _mm_set1_epi8(0x0A), cr = _mm_set1_epi8(0x0D);
-    auto spaces = [&](size_t i) {
-        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i + 8));
-        const __m128i v = _mm_packus_epi16(a, b);
-        // Indentation is mostly spaces and line feeds alone.
-        __m128i space = _mm_or_si128(_mm_cmpeq_epi8(v, sp), _mm_cmpeq_epi8(v, lf));
-        if (_mm_movemask_epi8(space) == 0xFFFF)
-            return true;
-        space = _mm_or_si128(space, _mm_or_si128(_mm_cmpeq_epi8(v, tab), _mm_cmpeq_epi8(v, cr)));
-        return _mm_movemask_epi8(space) == 0xFFFF;
+    const __m128i sp = _mm_set1_epi8(0x20), lf = _mm_set1_epi8(0x0A);
+    const __m128i tab = _mm_set1_epi8(0x09), cr = _mm_set1_epi8(0x0D);
+    auto load = [&](size_t i) {
+        return _mm_packus_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i)),
+                                _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i + 8)));
     };
-    for (size_t i = 0; i + 16 <= length; i += 16)
+    auto spaces = [&](size_t i) {
+        const __m128i a = load(i), b = load(i + 16);
+        // Indentation is mostly spaces and line feeds alone.
+        __m128i sa = _mm_or_si128(_mm_cmpeq_epi8(a, sp), _mm_cmpeq_epi8(a, lf));
+        __m128i sb = _mm_or_si128(_mm_cmpeq_epi8(b, sp), _mm_cmpeq_epi8(b, lf));
+        if (_mm_movemask_epi8(_mm_and_si128(sa, sb)) == 0xFFFF)
+            return true;
+        sa = _mm_or_si128(sa, _mm_or_si128(_mm_cmpeq_epi8(a, tab), _mm_cmpeq_epi8(a, cr)));
+        sb = _mm_or_si128(sb, _mm_or_si128(_mm_cmpeq_epi8(b, tab), _mm_cmpeq_epi8(b, cr)));
+        return _mm_movemask_epi8(_mm_and_si128(sa, sb)) == 0xFFFF;
+    };
+    for (size_t i = 0; i + 32 <= length; i += 32)
         if (!spaces(i))
             return true;
-    // The last sixteen units, overlapping what was seen, instead of one by
-    // one.
-    return !spaces(length - 16);
+    // The last 32 units, overlapping what was seen, instead of one by one.
+    return !spaces(length - 32);
+}
+
+// Whether the name at name is the n units at known.
+inline bool SameName(const UCChar* known, size_t n, const UCChar* name) {
+    for (size_t i = 0; i < n; ++i)
+        if (name[i] != known[i])
+            return false;
+    return name[n] == 0;
 }
 
 // Whether an element's data holds text: mostly its first unit tells.
@@ -407,7 +397,20 @@ inline bool DataHasText(const UCChar* data, size_t length) {
 
 }  // namespace
 
-uint32_t XmlDocument::GenWalk::AttrKeyOf(uint32_t key, const UCChar* name) {
+inline uint32_t XmlDocument::GenWalk::AttrKeyOf(uint32_t key, const UCChar* name) {
+    std::vector<NameStart>& known = keyAttrs[key];
+    if (known.size() < FewNames) {
+        for (const NameStart& n : known)
+            if (n.first == name[0] && SameName(attrKeys[n.attrKey].name, attrKeys[n.attrKey].nameLength, name))
+                return n.attrKey;
+        uint32_t k = FindAttrKey(key, name, true);
+        known.push_back(NameStart{name[0], k});
+        return k;
+    }
+    return FindAttrKey(key, name, false);
+}
+
+uint32_t XmlDocument::GenWalk::FindAttrKey(uint32_t key, const UCChar* name, bool isNew) {
     // The name is measured and hashed in one go.
     uint64_t h = (uint64_t(key) + 1) * 0x9E3779B97F4A7C15ull;
     size_t length = 0;
@@ -419,7 +422,7 @@ uint32_t XmlDocument::GenWalk::AttrKeyOf(uint32_t key, const UCChar* name) {
     size_t mask = attrSlots.size() - 1;
     size_t slot = hash & mask;
     for (; attrSlots[slot]; slot = (slot + 1) & mask) {
-        if (uint32_t(attrSlots[slot] >> 32) != hash)
+        if (isNew || uint32_t(attrSlots[slot] >> 32) != hash)
             continue;
         uint32_t k = uint32_t(attrSlots[slot]) - 1;
         const AttrKey& a = attrKeys[k];
@@ -512,9 +515,7 @@ bool XmlDocument::GenerateDTD(const std::vector<const XmlDocument*>& documents) 
 }
 
 bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
-    Words& records = walk.records;
-    std::vector<GenWalk::Pending>& pending = walk.pending;
-    std::vector<uint32_t>& pendingAttrs = walk.pendingAttrs;
+    WorkArray<uint32_t>& records = walk.records;
     records.clear();
     // Room for the records of the nodes in the slabs of the root's
     // document, mostly the whole tree: a word a node, and as much again
@@ -528,40 +529,37 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
     }
 
     // ---- Step one: the records, in document order.
+    WorkArray<uint64_t>& nodes = walk.pendingNodes;
+    WorkArray<uint32_t>& pending = walk.pendingWords;
 
     // Writes the record of the pending nodes from index from on, whose
-    // attribute words start at attrsFrom, and drops them. Returns its place.
-    auto writeRecord = [&](size_t from, size_t attrsFrom) {
-        size_t n = pending.size() - from;
+    // words start at wordsFrom, and drops them. Returns its place.
+    auto writeRecord = [&](size_t from, size_t wordsFrom) {
+        size_t n = nodes.size() - from;
         size_t flagWords = (n + 3) / 4;
+        size_t words = pending.size() - wordsFrom;
         uint32_t place = uint32_t(records.size());
-        uint32_t* w = records.Extend(1 + n + flagWords + 2 * n + (pendingAttrs.size() - attrsFrom));
-        *w++ = uint32_t(n);
-        unsigned char* flags = reinterpret_cast<unsigned char*>(w + n);
-        uint32_t* extra = w + n + flagWords;
-        const uint32_t* attrs = pendingAttrs.data() + attrsFrom;
+        uint32_t* w = records.Extend(1 + n + flagWords + words);
+        w[0] = uint32_t(n);
+        w[n + flagWords] = 0;  // the padding behind the flags
+        unsigned char* bytes = reinterpret_cast<unsigned char*>(w + 1 + n);
+        const uint64_t* node = nodes.data() + from;
         for (size_t i = 0; i < n; ++i) {
-            const GenWalk::Pending& p = pending[from + i];
-            w[i] = p.key;
-            flags[i] = (unsigned char)p.facts;
-            if (p.facts & HasChild)
-                *extra++ = p.record;
-            if (p.facts & HasAttributes) {
-                *extra++ = p.attrWords;
-                for (uint32_t k = 0; k < p.attrWords; ++k)
-                    *extra++ = *attrs++;
-            }
+            w[1 + i] = uint32_t(node[i]);
+            bytes[i] = (unsigned char)(node[i] >> 32);
         }
-        records.Trim(extra);
-        pending.resize(from);
-        pendingAttrs.resize(attrsFrom);
+        if (words)
+            std::memcpy(w + 1 + n + flagWords, pending.data() + wordsFrom, words * sizeof *w);
+        nodes.shrink(from);
+        pending.shrink(wordsFrom);
         return place;
     };
 
     // Interns the attributes of e, whose name has the given key, into
-    // pendingAttrs; returns the facts they add.
-    auto gatherAttributes = [&](const XmlElement* e, uint32_t key, uint32_t& words) -> unsigned {
-        size_t start = pendingAttrs.size();
+    // pending words; returns the flags they add.
+    auto gatherAttributes = [&](const XmlElement* e, uint32_t key) -> unsigned {
+        size_t count = pending.size();
+        pending.push_back(0);
         bool node = false;
         for (const XmlAttribute& a : e->m_attributes) {
             uint32_t attrKey = walk.AttrKeyOf(key, a.Name());
@@ -572,47 +570,68 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                 k.maxLen = int(length);
             uint32_t id = k.Intern(value, length);
             node |= id == GenWalk::NoValue;
-            pendingAttrs.push_back(attrKey);
-            pendingAttrs.push_back(id);
+            pending.push_back(attrKey);
+            pending.push_back(id);
         }
         if (node) {
-            uint32_t w[PointerWords] = {};
+            uint32_t* w = pending.Extend(PointerWords);
+            w[PointerWords - 1] = 0;
             std::memcpy(w, &e, sizeof e);
-            pendingAttrs.insert(pendingAttrs.end(), w, w + PointerWords);
         }
-        words = uint32_t(pendingAttrs.size() - start);
+        pending[count] = uint32_t(pending.size() - count - 1);
         return node ? HasAttributes | HasNode : HasAttributes;
     };
 
+    // The key of the name of the slab looked at last: neighbours mostly
+    // share one.
+    const XmlElementBlock* block = walk.lastBlock;
+    const uint32_t* blockKeys = walk.lastKeys ? walk.lastKeys->data() : nullptr;
+    size_t blockIds = walk.lastKeys ? walk.lastKeys->size() : 0;
+    int* maxLen = walk.keyMaxLen.data();
     for (const XmlElement* e = first; e;) {
-        uint32_t key = walk.KeyOf(e);
+        if (e->m_block != block || !blockKeys) {
+            walk.SwitchBlock(e->m_block);
+            block = e->m_block;
+            blockKeys = walk.lastKeys->data();
+            blockIds = walk.lastKeys->size();
+        }
+        // An id outside the table names "", as XmlElement::Name tells.
+        size_t id = size_t(unsigned(e->m_nameId));
+        if (id >= blockIds)
+            id = 0;
+        uint32_t key = blockKeys[id] - 1;
+        if (key == uint32_t(-1)) {
+            key = walk.NewKeyOf(id);
+            maxLen = walk.keyMaxLen.data();
+        }
         int length = int(e->m_data.size());
-        if (length > walk.keyMaxLen[key])
-            walk.keyMaxLen[key] = length;
-        unsigned facts = 0;
-        uint32_t attrWords = 0;
+        if (length > maxLen[key])
+            maxLen[key] = length;
+        unsigned facts = e->m_child ? HasChild : 0;
+        size_t record = pending.size();
+        if (e->m_child)
+            pending.push_back(0);  // the place of the children's record
         if (!e->m_attributes.empty())
-            facts = gatherAttributes(e, key, attrWords);
+            facts |= gatherAttributes(e, key);
         if (e->m_child) {
+            nodes.push_back(uint64_t(facts) << 32 | key);
             // The text of an element lies behind that of its children: it
             // is asked for now and looked at once they are done.
             __builtin_prefetch(e->m_data.data());
-            pending.push_back(GenWalk::Pending{key, facts | HasChild, 0, attrWords});
-            walk.open.push_back(GenWalk::Open{e, pending.size() - 1, pending.size(), pendingAttrs.size()});
+            walk.open.push_back(GenWalk::Open{e, nodes.size() - 1, nodes.size(), pending.size(), record});
             e = e->m_child;
             continue;
         }
         if (DataHasText(e->m_data.data(), e->m_data.size()))
             facts |= HasText;
-        pending.push_back(GenWalk::Pending{key, facts, 0, attrWords});
+        nodes.push_back(uint64_t(facts) << 32 | key);
         while (!e->m_next && !walk.open.empty()) {
             GenWalk::Open o = walk.open.back();
             walk.open.pop_back();
             e = o.node;
-            uint32_t record = writeRecord(o.children, o.attrs);
-            pending[o.self].record = record;
+            pending[o.record] = writeRecord(o.children, o.words);
             if (DataHasText(e->m_data.data(), e->m_data.size()))
-                pending[o.self].facts |= HasText;
+                nodes[o.self] |= uint64_t(HasText) << 32;
         }
         e = e->m_next;
     }
@@ -732,8 +751,7 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                     }
                 }
             } else {
-                for (size_t i = 0; i < n; ++i)
-                    seq.Add(placeOf(keys[i]));
+                seq.Fold(n, [&](size_t i) { return placeOf(keys[i]); });
             }
         }
         // The shape is entered after the attributes, which leaves the
@@ -765,23 +783,28 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
     // The nodes of the chain from first; then, taking the records from a
     // stack, those of the children of each node in turn, each chain whole
     // and before the chains below it.
-    walk.chains.assign(1, top);
+    // No key is added from here on.
+    const unsigned char* keyMixed = walk.keyMixed.data();
+    walk.chains.clear();
+    walk.chains.push_back(top);
     while (!walk.chains.empty()) {
         const uint32_t* r = words + walk.chains.back();
         walk.chains.pop_back();
         size_t n = r[0];
-        const uint32_t* keys = r + 1;
-        const unsigned char* flags = reinterpret_cast<const unsigned char*>(r + 1 + n);
+        const uint32_t* chainKeys = r + 1;
+        const unsigned char* chainFlags = reinterpret_cast<const unsigned char*>(r + 1 + n);
         const uint32_t* extra = r + 1 + n + (n + 3) / 4;
         walk.childChains.clear();
         for (size_t i = 0; i < n; ++i) {
             // An instance of a mixed name with neither children nor
             // attributes adds nothing, and has no words.
-            if (walk.keyMixed[keys[i]] && !(flags[i] & (HasChild | HasAttributes)))
+            unsigned facts = chainFlags[i];
+            if (keyMixed[chainKeys[i]] && !(facts & (HasChild | HasAttributes)))
                 continue;
-            visit(keys[i], flags[i], extra);
+            visit(chainKeys[i], facts, extra);
         }
-        walk.chains.insert(walk.chains.end(), walk.childChains.rbegin(), walk.childChains.rend());
+        for (size_t i = walk.childChains.size(); i-- > 0;)
+            walk.chains.push_back(walk.childChains[i]);
     }
     return true;
 }
