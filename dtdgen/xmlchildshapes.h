@@ -75,12 +75,13 @@ struct ChildSequence {
     WorkArray<uint32_t> m_places;
     WorkArray<int> m_counts;
     bool m_repeated = false;  // some count is above 1
-    uint32_t m_hash = 0;      // of the places, set by ChildSequenceList::Prepare
+    uint32_t m_hash = Hash(0, 0);  // of the places
     size_t Size() const { return m_places.size(); }
     void Clear() {
         m_places.clear();
         m_counts.clear();
         m_repeated = false;
+        m_hash = Hash(0, 0);
     }
     // The runs of the children whose definitions have the n places that
     // placeOf(i) gives for i = 0 .. n - 1, in place of what was there.
@@ -90,6 +91,7 @@ struct ChildSequence {
         uint32_t* places = m_places.Extend(n);
         int* counts = m_counts.Extend(n);
         size_t runs = 0;
+        uint64_t h = 0;
         for (size_t i = 0; i < n; ++i) {
             uint32_t place = placeOf(i);
             if (runs && places[runs - 1] == place) {
@@ -98,10 +100,24 @@ struct ChildSequence {
             } else {
                 places[runs] = place;
                 counts[runs++] = 1;
+                h = (h ^ place) * 0x9E3779B97F4A7C15ull;
             }
         }
         m_places.shrink(runs);
         m_counts.shrink(runs);
+        m_hash = Hash(h, runs);
+    }
+
+private:
+    // The hash of runs places folded into h. The table of shapes is
+    // indexed by the low bits, which the products fill only from the low
+    // bits of the places: all bits are mixed down.
+    static uint32_t Hash(uint64_t h, size_t runs) {
+        h = (h ^ runs) * 0xFF51AFD7ED558CCDull;
+        h ^= h >> 33;
+        h *= 0xC4CEB9FE1A85EC53ull;
+        h ^= h >> 33;
+        return uint32_t(h);
     }
 };
 
@@ -118,9 +134,9 @@ public:
     // defs: the definitions of the walk by place; it outlives the list.
     explicit ChildSequenceList(const std::vector<XmlElementDef*>& defs) : m_defs(defs) { m_begins.push_back(0); }
 
-    // Hashes seq for Record and asks for the slot it will probe first.
-    void Prepare(ChildSequence& seq) const;
-    // Merges the instance seq, prepared by Prepare, into the shape equal to
+    // Asks for the slot that Record will probe first for seq.
+    void Prepare(const ChildSequence& seq) const;
+    // Merges the instance seq into the shape equal to
     // it (the larger maximum and the smaller minimum at each place), or
     // appends it as a new shape.
     void Record(const ChildSequence& seq);

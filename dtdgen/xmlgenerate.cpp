@@ -31,18 +31,6 @@
 
 namespace {
 
-uint32_t HashPlaces(const uint32_t* places, size_t n) {
-    uint64_t h = n;
-    for (size_t i = 0; i < n; ++i)
-        h = (h ^ places[i]) * 0x9E3779B97F4A7C15ull;
-    // The table is indexed by the low bits, which the products above fill
-    // only from the low bits of the places: mix all bits down.
-    h ^= h >> 33;
-    h *= 0xFF51AFD7ED558CCDull;
-    h ^= h >> 33;
-    return uint32_t(h);
-}
-
 // Whether the n units at a and b are the same, four at a time.
 inline bool SameUnits(const UCChar* a, const UCChar* b, size_t n) {
     size_t i = 0;
@@ -107,8 +95,7 @@ void ChildSequenceList::Grow() {
     }
 }
 
-void ChildSequenceList::Prepare(ChildSequence& seq) const {
-    seq.m_hash = HashPlaces(seq.m_places.data(), seq.Size());
+void ChildSequenceList::Prepare(const ChildSequence& seq) const {
     if (!m_slots.empty())
         __builtin_prefetch(&m_slots[seq.m_hash & (m_slots.size() - 1)]);
 }
@@ -132,12 +119,18 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
             Merge(m_begins[index] + i, seq.m_counts[i]);
         return;
     }
+    // Every place stands for one of the walk's definitions.
+    if (m_placeSeen.size() < m_defs.size())
+        m_placeSeen.resize(m_defs.size(), 0);
+    unsigned char* seen = m_placeSeen.data();
+    size_t added = 0;
     uint32_t* runs = m_runs.Extend(n);
-    uint32_t top = 0;
     for (size_t i = 0; i < n; ++i) {
         runs[i] = places[i];
-        top = std::max(top, places[i]);
+        added += !seen[places[i]];
+        seen[places[i]] = 1;
     }
+    m_placeCount += added;
     if (seq.m_repeated) {
         for (size_t i = 0; i < n; ++i) {
             if (seq.m_counts[i] != 1) {
@@ -146,15 +139,6 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
             }
         }
     }
-    if (top >= m_placeSeen.size())
-        m_placeSeen.resize(size_t(top) + 1, 0);
-    unsigned char* seen = m_placeSeen.data();
-    size_t added = 0;
-    for (size_t i = 0; i < n; ++i) {
-        added += !seen[places[i]];
-        seen[places[i]] = 1;
-    }
-    m_placeCount += added;
     m_begins.push_back(uint32_t(m_runs.size()));
     m_slots[slot] = uint64_t(hash) << 32 | uint32_t(ShapeCount());
     if (ShapeCount() * 2 > m_slots.size())
@@ -798,10 +782,12 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         for (size_t i = 0; i < n; ++i) {
             // An instance of a mixed name with neither children nor
             // attributes adds nothing, and has no words.
-            unsigned facts = chainFlags[i];
-            if (keyMixed[chainKeys[i]] && !(facts & (HasChild | HasAttributes)))
-                continue;
-            visit(chainKeys[i], facts, extra);
+            while (!(chainFlags[i] & (HasChild | HasAttributes)) && keyMixed[chainKeys[i]])
+                if (++i == n)
+                    break;
+            if (i == n)
+                break;
+            visit(chainKeys[i], chainFlags[i], extra);
         }
         for (size_t i = walk.childChains.size(); i-- > 0;)
             walk.chains.push_back(walk.childChains[i]);
