@@ -129,13 +129,22 @@ private:
 // counts are not both 1 keep them in a side table. A hash table leads from a
 // shape to its place, so that recording an instance costs one probe however
 // many shapes are known.
+//
+// The content model keeps a common head or tail only while every shape
+// starts, or ends, with the run the first shape starts or ends with. Once
+// shapes that start and end otherwise are known (or an empty one), every
+// name goes to the middle group, in order of first appearance, and counts
+// no longer matter: the list is then settled, and keeps no further shape
+// but one more at its end, which gathers the names that no shape held
+// before, as they come. The content model comes out the same.
 class ChildSequenceList {
 public:
     // defs: the definitions of the walk by place; it outlives the list.
     explicit ChildSequenceList(const std::vector<XmlElementDef*>& defs) : m_defs(defs) { m_begins.push_back(0); }
 
-    // Asks for the slot that Record will probe first for seq.
-    void Prepare(const ChildSequence& seq) const;
+    // Asks for the slot that Record will probe first for a sequence with
+    // this hash.
+    void Prefetch(uint32_t hash) const;
     // Merges the instance seq into the shape equal to
     // it (the larger maximum and the smaller minimum at each place), or
     // appends it as a new shape.
@@ -171,6 +180,9 @@ private:
     bool Same(size_t shape, const uint32_t* places, size_t n) const;
     void Merge(size_t k, int count);
     void Grow();
+    // Marks the places of n runs as seen; with gather, appends those not
+    // seen before to the runs.
+    void Mark(const uint32_t* places, size_t n, bool gather);
 
     const std::vector<XmlElementDef*>& m_defs;
     WorkArray<uint32_t> m_runs;
@@ -183,4 +195,11 @@ private:
     // Places that some shape holds: a mark by place, and their number.
     std::vector<unsigned char> m_placeSeen;
     size_t m_placeCount = 0;
+    // The first and last place of the first shape, and whether a shape that
+    // differs there, or an empty one, was seen.
+    uint32_t m_firstPlace = 0;
+    uint32_t m_lastPlace = 0;
+    bool m_noHead = false;
+    bool m_noTail = false;
+    bool m_settled = false;
 };

@@ -95,14 +95,34 @@ void ChildSequenceList::Grow() {
     }
 }
 
-void ChildSequenceList::Prepare(const ChildSequence& seq) const {
+void ChildSequenceList::Prefetch(uint32_t hash) const {
     if (!m_slots.empty())
-        __builtin_prefetch(&m_slots[seq.m_hash & (m_slots.size() - 1)]);
+        __builtin_prefetch(&m_slots[hash & (m_slots.size() - 1)]);
+}
+
+void ChildSequenceList::Mark(const uint32_t* places, size_t n, bool gather) {
+    // Every place stands for one of the walk's definitions.
+    if (m_placeSeen.size() < m_defs.size())
+        m_placeSeen.resize(m_defs.size(), 0);
+    unsigned char* seen = m_placeSeen.data();
+    for (size_t i = 0; i < n; ++i) {
+        if (seen[places[i]])
+            continue;
+        seen[places[i]] = 1;
+        ++m_placeCount;
+        if (gather)
+            m_runs.push_back(places[i]);
+    }
 }
 
 void ChildSequenceList::Record(const ChildSequence& seq) {
     size_t n = seq.Size();
     const uint32_t* places = seq.m_places.data();
+    if (m_settled) {
+        Mark(places, n, true);
+        m_begins.back() = uint32_t(m_runs.size());
+        return;
+    }
     uint32_t hash = seq.m_hash;
     if (m_slots.empty())
         Grow();
@@ -119,18 +139,10 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
             Merge(m_begins[index] + i, seq.m_counts[i]);
         return;
     }
-    // Every place stands for one of the walk's definitions.
-    if (m_placeSeen.size() < m_defs.size())
-        m_placeSeen.resize(m_defs.size(), 0);
-    unsigned char* seen = m_placeSeen.data();
-    size_t added = 0;
+    Mark(places, n, false);
     uint32_t* runs = m_runs.Extend(n);
-    for (size_t i = 0; i < n; ++i) {
+    for (size_t i = 0; i < n; ++i)
         runs[i] = places[i];
-        added += !seen[places[i]];
-        seen[places[i]] = 1;
-    }
-    m_placeCount += added;
     if (seq.m_repeated) {
         for (size_t i = 0; i < n; ++i) {
             if (seq.m_counts[i] != 1) {
@@ -141,8 +153,23 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
     }
     m_begins.push_back(uint32_t(m_runs.size()));
     m_slots[slot] = uint64_t(hash) << 32 | uint32_t(ShapeCount());
-    if (ShapeCount() * 2 > m_slots.size())
+
+    if (ShapeCount() == 1 && n != 0) {
+        m_firstPlace = places[0];
+        m_lastPlace = places[n - 1];
+    } else {
+        m_noHead |= n == 0 || places[0] != m_firstPlace;
+        m_noTail |= n == 0 || places[n - 1] != m_lastPlace;
+    }
+    if (m_noHead && m_noTail) {
+        // The shape that gathers the names still to come; the table is
+        // no longer needed.
+        m_settled = true;
+        m_begins.push_back(uint32_t(m_runs.size()));
+        std::vector<uint64_t>().swap(m_slots);
+    } else if (ShapeCount() * 2 > m_slots.size()) {
         Grow();
+    }
 }
 
 // ---- The walk ----
@@ -742,7 +769,7 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         // memory time to bring its slot in the table.
         ChildSequenceList* shapes = ShapesOf(def);
         if (shapes)
-            shapes->Prepare(seq);
+            shapes->Prefetch(seq.m_hash);
         if (type != walk.types[place]) {
             walk.types[place] = type;
             def->Type(type);
