@@ -232,9 +232,7 @@ struct XmlDocument::GenWalk {
     // Nodes outside any document's slab are all named "", under no
     // document.
     std::unordered_map<const XmlDocument*, std::vector<uint32_t>> docKeys;
-    // The slab asked about last, and its document: neighbours mostly share
-    // one.
-    const XmlElementBlock* lastBlock = nullptr;
+    // The document of the slab switched to last, and its keys.
     const XmlDocument* lastDoc = nullptr;
     std::vector<uint32_t>* lastKeys = nullptr;
 
@@ -327,6 +325,7 @@ struct XmlDocument::GenWalk {
         key = NewKey(id == 0 ? u"" : lastDoc->m_names[id - 1].c_str());
         return key - 1;
     }
+    // Makes the document of the slab block the one NewKeyOf names keys of.
     void SwitchBlock(const XmlElementBlock* block);
     uint32_t NewKey(const UCChar* text);
     inline uint32_t AttrKeyOf(uint32_t key, const UCChar* name);
@@ -336,7 +335,6 @@ struct XmlDocument::GenWalk {
 };
 
 void XmlDocument::GenWalk::SwitchBlock(const XmlElementBlock* block) {
-    lastBlock = block;
     lastDoc = block ? block->m_document : nullptr;
     lastKeys = &docKeys[lastDoc];
     if (lastKeys->empty())
@@ -569,38 +567,39 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
     // Interns the attributes of e, whose name has the given key, into
     // pending words; returns the flags they add.
     auto gatherAttributes = [&](const XmlElement* e, uint32_t key) -> unsigned {
-        size_t count = pending.size();
-        pending.push_back(0);
+        uint32_t* count = pending.Extend(1 + 2 * e->m_attributes.size() + PointerWords);
+        uint32_t* w = count + 1;
         bool node = false;
         for (const XmlAttribute& a : e->m_attributes) {
             uint32_t attrKey = walk.AttrKeyOf(key, a.Name());
             GenWalk::AttrKey& k = walk.attrKeys[attrKey];
             const UCChar* value = a.Value();
             size_t length = std::char_traits<UCChar>::length(value);
-            if (int(length) > k.maxLen)
-                k.maxLen = int(length);
+            k.maxLen = std::max(k.maxLen, int(length));
             uint32_t id = k.Intern(value, length);
             node |= id == GenWalk::NoValue;
-            pending.push_back(attrKey);
-            pending.push_back(id);
+            *w++ = attrKey;
+            *w++ = id;
         }
         if (node) {
-            uint32_t* w = pending.Extend(PointerWords);
             w[PointerWords - 1] = 0;
             std::memcpy(w, &e, sizeof e);
+            w += PointerWords;
         }
-        pending[count] = uint32_t(pending.size() - count - 1);
+        *count = uint32_t(w - count - 1);
+        pending.shrink(size_t(w - pending.data()));
         return node ? HasAttributes | HasNode : HasAttributes;
     };
 
     // The key of the name of the slab looked at last: neighbours mostly
     // share one.
-    const XmlElementBlock* block = walk.lastBlock;
-    const uint32_t* blockKeys = walk.lastKeys ? walk.lastKeys->data() : nullptr;
-    size_t blockIds = walk.lastKeys ? walk.lastKeys->size() : 0;
+    const XmlElementBlock* block = first->m_block;
+    walk.SwitchBlock(block);
+    const uint32_t* blockKeys = walk.lastKeys->data();
+    size_t blockIds = walk.lastKeys->size();
     int* maxLen = walk.keyMaxLen.data();
     for (const XmlElement* e = first; e;) {
-        if (e->m_block != block || !blockKeys) {
+        if (e->m_block != block) {
             walk.SwitchBlock(e->m_block);
             block = e->m_block;
             blockKeys = walk.lastKeys->data();
@@ -615,9 +614,7 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             key = walk.NewKeyOf(id);
             maxLen = walk.keyMaxLen.data();
         }
-        int length = int(e->m_data.size());
-        if (length > maxLen[key])
-            maxLen[key] = length;
+        maxLen[key] = std::max(maxLen[key], int(e->m_data.size()));
         unsigned facts = e->m_child ? HasChild : 0;
         size_t record = pending.size();
         if (e->m_child)
