@@ -599,6 +599,11 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
     size_t blockIds = walk.lastKeys->size();
     int* maxLen = walk.keyMaxLen.data();
     for (const XmlElement* e = first; e;) {
+        // A parsed tree lies in its slabs in document order, and the text
+        // of its nodes in the text stores in the same order: both are asked
+        // for some way ahead (a prefetch never faults, wherever it points).
+        __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(e) + 10 * sizeof *e));
+        __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(e->m_data.data()) + 1536));
         if (e->m_block != block) {
             walk.SwitchBlock(e->m_block);
             block = e->m_block;
