@@ -149,6 +149,10 @@ public:
     // it (the larger maximum and the smaller minimum at each place), or
     // appends it as a new shape.
     void Record(const ChildSequence& seq);
+    // Whether the list is settled: it then needs the places of an
+    // instance's children alone, one by one, given to Gather.
+    bool Settled() const { return m_settled; }
+    void Gather(uint32_t place);
 
     size_t ShapeCount() const { return m_begins.size() - 1; }
     // The number of distinct places in all shapes.
@@ -180,9 +184,8 @@ private:
     bool Same(size_t shape, const uint32_t* places, size_t n) const;
     void Merge(size_t k, int count);
     void Grow();
-    // Marks the places of n runs as seen; with gather, appends those not
-    // seen before to the runs.
-    void Mark(const uint32_t* places, size_t n, bool gather);
+    // Marks the places of n runs as seen.
+    void Mark(const uint32_t* places, size_t n);
 
     const std::vector<XmlElementDef*>& m_defs;
     WorkArray<uint32_t> m_runs;

@@ -100,27 +100,34 @@ void ChildSequenceList::Prefetch(uint32_t hash) const {
         __builtin_prefetch(&m_slots[hash & (m_slots.size() - 1)]);
 }
 
-void ChildSequenceList::Mark(const uint32_t* places, size_t n, bool gather) {
+void ChildSequenceList::Mark(const uint32_t* places, size_t n) {
     // Every place stands for one of the walk's definitions.
     if (m_placeSeen.size() < m_defs.size())
         m_placeSeen.resize(m_defs.size(), 0);
     unsigned char* seen = m_placeSeen.data();
     for (size_t i = 0; i < n; ++i) {
-        if (seen[places[i]])
-            continue;
+        m_placeCount += !seen[places[i]];
         seen[places[i]] = 1;
-        ++m_placeCount;
-        if (gather)
-            m_runs.push_back(places[i]);
     }
+}
+
+void ChildSequenceList::Gather(uint32_t place) {
+    if (place >= m_placeSeen.size())
+        m_placeSeen.resize(m_defs.size(), 0);
+    if (m_placeSeen[place])
+        return;
+    m_placeSeen[place] = 1;
+    ++m_placeCount;
+    m_runs.push_back(place);
+    m_begins.back() = uint32_t(m_runs.size());
 }
 
 void ChildSequenceList::Record(const ChildSequence& seq) {
     size_t n = seq.Size();
     const uint32_t* places = seq.m_places.data();
     if (m_settled) {
-        Mark(places, n, true);
-        m_begins.back() = uint32_t(m_runs.size());
+        for (size_t i = 0; i < n; ++i)
+            Gather(places[i]);
         return;
     }
     uint32_t hash = seq.m_hash;
@@ -139,7 +146,7 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
             Merge(m_begins[index] + i, seq.m_counts[i]);
         return;
     }
-    Mark(places, n, false);
+    Mark(places, n);
     uint32_t* runs = m_runs.Extend(n);
     for (size_t i = 0; i < n; ++i)
         runs[i] = places[i];
@@ -602,7 +609,9 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         // A parsed tree lies in its slabs in document order, and the text
         // of its nodes in the text stores in the same order: both are asked
         // for some way ahead (a prefetch never faults, wherever it points).
-        __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(e) + 10 * sizeof *e));
+        uintptr_t ahead = reinterpret_cast<uintptr_t>(e) + 10 * sizeof *e;
+        __builtin_prefetch(reinterpret_cast<const void*>(ahead));
+        __builtin_prefetch(reinterpret_cast<const void*>(ahead + sizeof *e - 1));
         __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(e->m_data.data()) + 1536));
         if (e->m_block != block) {
             walk.SwitchBlock(e->m_block);
@@ -743,6 +752,9 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             def->InfoPointer(nullptr);
         }
 
+        // A list that is not settled takes the instance's whole sequence.
+        ChildSequenceList* shapes = ShapesOf(def);
+        bool sequence = shapes && !shapes->Settled();
         seq.Clear();
         if (facts & HasChild) {
             uint32_t record = *extra++;
@@ -763,14 +775,19 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                         contents.AddCP(part, true);
                     }
                 }
-            } else {
+            } else if (sequence) {
                 seq.Fold(n, [&](size_t i) { return placeOf(keys[i]); });
+            } else {
+                for (size_t i = 0; i < n; ++i) {
+                    uint32_t child = placeOf(keys[i]);
+                    if (shapes)
+                        shapes->Gather(child);
+                }
             }
         }
         // The shape is entered after the attributes, which leaves the
         // memory time to bring its slot in the table.
-        ChildSequenceList* shapes = ShapesOf(def);
-        if (shapes)
+        if (sequence)
             shapes->Prefetch(seq.m_hash);
         if (type != walk.types[place]) {
             walk.types[place] = type;
@@ -789,7 +806,7 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             attributes(extra, end, place, node);
             extra += count;
         }
-        if (shapes)
+        if (sequence)
             shapes->Record(seq);
     };
 
