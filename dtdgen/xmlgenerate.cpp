@@ -609,10 +609,10 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         // A parsed tree lies in its slabs in document order, and the text
         // of its nodes in the text stores in the same order: both are asked
         // for some way ahead (a prefetch never faults, wherever it points).
-        uintptr_t ahead = reinterpret_cast<uintptr_t>(e) + 10 * sizeof *e;
+        uintptr_t ahead = reinterpret_cast<uintptr_t>(e) + 32 * sizeof *e;
         __builtin_prefetch(reinterpret_cast<const void*>(ahead));
         __builtin_prefetch(reinterpret_cast<const void*>(ahead + sizeof *e - 1));
-        __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(e->m_data.data()) + 1536));
+        __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(e->m_data.data()) + 4096));
         if (e->m_block != block) {
             walk.SwitchBlock(e->m_block);
             block = e->m_block;
