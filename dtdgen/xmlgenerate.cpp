@@ -738,6 +738,8 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
 
     const uint32_t* words = records.data();
     ChildSequence& seq = walk.sequence;
+    // No key is added from here on.
+    unsigned char* keyMixed = walk.keyMixed.data();
     // One node, with the given key and flags, whose words start at extra;
     // moves extra behind them.
     auto visit = [&](uint32_t key, unsigned facts, const uint32_t*& extra) {
@@ -758,10 +760,19 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         seq.Clear();
         if (facts & HasChild) {
             uint32_t record = *extra++;
-            walk.childChains.push_back(record);
             const uint32_t* children = words + record;
             size_t n = children[0];
             const uint32_t* keys = children + 1;
+            // A chain of instances of mixed names with neither children nor
+            // attributes adds nothing when visited, and is not: mixed is
+            // final.
+            const unsigned char* childFlags = reinterpret_cast<const unsigned char*>(keys + n);
+            for (size_t i = 0; i < n; ++i) {
+                if (!keyMixed[keys[i]] || childFlags[i] & (HasChild | HasAttributes)) {
+                    walk.childChains.push_back(record);
+                    break;
+                }
+            }
             if (type == elemMixed) {
                 XmlContentPart& contents = def->Contents();
                 contents.CountMod(countStar);
@@ -794,7 +805,7 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             def->Type(type);
         }
         if (type == elemMixed)
-            walk.keyMixed[key] = 1;
+            keyMixed[key] = 1;
         if (facts & HasAttributes) {
             size_t count = *extra++;
             const uint32_t* end = extra + count;
@@ -813,8 +824,6 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
     // The nodes of the chain from first; then, taking the records from a
     // stack, those of the children of each node in turn, each chain whole
     // and before the chains below it.
-    // No key is added from here on.
-    const unsigned char* keyMixed = walk.keyMixed.data();
     walk.chains.clear();
     walk.chains.push_back(top);
     while (!walk.chains.empty()) {
