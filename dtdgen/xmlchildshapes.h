@@ -152,7 +152,10 @@ public:
     // Whether the list is settled: it then needs the places of an
     // instance's children alone, one by one, given to Gather.
     bool Settled() const { return m_settled; }
-    void Gather(uint32_t place);
+    void Gather(uint32_t place) {
+        if (place >= m_placeSeen.size() || !m_placeSeen[place])
+            GatherNew(place);
+    }
 
     size_t ShapeCount() const { return m_begins.size() - 1; }
     // The number of distinct places in all shapes.
@@ -186,6 +189,8 @@ private:
     void Grow();
     // Marks the places of n runs as seen.
     void Mark(const uint32_t* places, size_t n);
+    // Adds a place not seen yet to the shape that gathers them.
+    void GatherNew(uint32_t place);
 
     const std::vector<XmlElementDef*>& m_defs;
     WorkArray<uint32_t> m_runs;

@@ -111,11 +111,9 @@ void ChildSequenceList::Mark(const uint32_t* places, size_t n) {
     }
 }
 
-void ChildSequenceList::Gather(uint32_t place) {
+void ChildSequenceList::GatherNew(uint32_t place) {
     if (place >= m_placeSeen.size())
         m_placeSeen.resize(m_defs.size(), 0);
-    if (m_placeSeen[place])
-        return;
     m_placeSeen[place] = 1;
     ++m_placeCount;
     m_runs.push_back(place);
