@@ -6,20 +6,28 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <new>
 #include <type_traits>
 #include <vector>
 
 #include "xmldtd.h"
 
 // A growable array of plain values for the working data of generation:
-// what is added is not cleared first, and adding stays inline.
+// what is added is not cleared first, and adding stays inline. Growing
+// reallocates, which for a large array remaps its pages rather than
+// copying them.
 template <class T>
 class WorkArray {
 public:
-    T* data() { return m_data.get(); }
-    const T* data() const { return m_data.get(); }
+    WorkArray() = default;
+    WorkArray(const WorkArray&) = delete;
+    WorkArray& operator=(const WorkArray&) = delete;
+    ~WorkArray() { std::free(m_data); }
+
+    T* data() { return m_data; }
+    const T* data() const { return m_data; }
     size_t size() const { return m_size; }
     bool empty() const { return m_size == 0; }
     T& operator[](size_t i) { return m_data[i]; }
@@ -39,23 +47,23 @@ public:
     T* Extend(size_t n) {
         if (m_capacity - m_size < n)
             reserve(std::max(m_size + n, 2 * m_capacity));
-        T* p = m_data.get() + m_size;
+        T* p = m_data + m_size;
         m_size += n;
         return p;
     }
     void reserve(size_t n) {
         if (n <= m_capacity)
             return;
-        std::unique_ptr<T[]> more(new T[n]);
-        if (m_size)
-            std::memcpy(more.get(), m_data.get(), m_size * sizeof(T));
-        m_data = std::move(more);
+        void* more = n <= SIZE_MAX / sizeof(T) ? std::realloc(m_data, n * sizeof(T)) : nullptr;
+        if (!more)
+            throw std::bad_alloc();
+        m_data = static_cast<T*>(more);
         m_capacity = n;
     }
 
 private:
     static_assert(std::is_trivially_copyable<T>::value, "plain values only");
-    std::unique_ptr<T[]> m_data;
+    T* m_data = nullptr;
     size_t m_size = 0;
     size_t m_capacity = 0;
 };

@@ -296,15 +296,16 @@ struct XmlDocument::GenWalk {
     // words that follow.
     WorkArray<uint64_t> pendingNodes;
     WorkArray<uint32_t> pendingWords;
-    // Elements whose children are being read: the node, its own index in
-    // pendingNodes, where the children's nodes and words start, and where
-    // the place of their record goes.
+    // Elements whose children are being read: the node that follows it, the
+    // node itself if its data is still to be looked at for text, its own
+    // index in pendingNodes (its children's follow it), where the
+    // children's words start, and where the place of their record goes.
     struct Open {
-        const XmlElement* node;
-        size_t self;
-        size_t children;
-        size_t words;
-        size_t record;
+        const XmlElement* next;
+        const XmlElement* data;
+        uint32_t self;
+        uint32_t words;
+        uint32_t record;
     };
     WorkArray<Open> open;
     // Records whose nodes are still to be visited, the next on top; and
@@ -637,23 +638,29 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             nodes.push_back(uint64_t(facts) << 32 | key);
             // The text of an element lies behind that of its children: it
             // is asked for now and looked at once they are done.
-            __builtin_prefetch(e->m_data.data());
-            walk.open.push_back(GenWalk::Open{e, nodes.size() - 1, nodes.size(), pending.size(), record});
+            const XmlElement* data = nullptr;
+            if (!e->m_data.empty()) {
+                __builtin_prefetch(e->m_data.data());
+                data = e;
+            }
+            walk.open.push_back(
+                GenWalk::Open{e->m_next, data, uint32_t(nodes.size() - 1), uint32_t(pending.size()), uint32_t(record)});
             e = e->m_child;
             continue;
         }
         if (DataHasText(e->m_data.data(), e->m_data.size()))
             facts |= HasText;
         nodes.push_back(uint64_t(facts) << 32 | key);
-        while (!e->m_next && !walk.open.empty()) {
+        const XmlElement* next = e->m_next;
+        while (!next && !walk.open.empty()) {
             GenWalk::Open o = walk.open.back();
             walk.open.pop_back();
-            e = o.node;
-            pending[o.record] = writeRecord(o.children, o.words);
-            if (DataHasText(e->m_data.data(), e->m_data.size()))
+            pending[o.record] = writeRecord(o.self + 1, o.words);
+            if (o.data && DataHasText(o.data->m_data.data(), o.data->m_data.size()))
                 nodes[o.self] |= uint64_t(HasText) << 32;
+            next = o.next;
         }
-        e = e->m_next;
+        e = next;
     }
     uint32_t top = writeRecord(0, 0);
 
