@@ -772,17 +772,16 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             // attributes adds nothing when visited, and is not: mixed is
             // final.
             const unsigned char* childFlags = reinterpret_cast<const unsigned char*>(keys + n);
-            for (size_t i = 0; i < n; ++i) {
-                if (!keyMixed[keys[i]] || childFlags[i] & (HasChild | HasAttributes)) {
-                    walk.childChains.push_back(record);
-                    break;
-                }
-            }
+            bool plain = true;
+            auto look = [&](size_t i) {
+                plain = plain && keyMixed[keys[i]] && !(childFlags[i] & (HasChild | HasAttributes));
+                return keys[i];
+            };
             if (type == elemMixed) {
                 XmlContentPart& contents = def->Contents();
                 contents.CountMod(countStar);
                 for (size_t i = 0; i < n; ++i) {
-                    if (!walk.members.insert(uint64_t(place) << 32 | keys[i]).second)
+                    if (!walk.members.insert(uint64_t(place) << 32 | look(i)).second)
                         continue;
                     const UCChar* name = walk.keyText[keys[i]];
                     if (!contents.Contains(name)) {
@@ -792,14 +791,16 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                     }
                 }
             } else if (sequence) {
-                seq.Fold(n, [&](size_t i) { return placeOf(keys[i]); });
+                seq.Fold(n, [&](size_t i) { return placeOf(look(i)); });
             } else {
                 for (size_t i = 0; i < n; ++i) {
-                    uint32_t child = placeOf(keys[i]);
+                    uint32_t child = placeOf(look(i));
                     if (shapes)
                         shapes->Gather(child);
                 }
             }
+            if (!plain)
+                walk.childChains.push_back(record);
         }
         // The shape is entered after the attributes, which leaves the
         // memory time to bring its slot in the table.
