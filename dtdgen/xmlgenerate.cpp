@@ -192,6 +192,15 @@ enum NodeFacts : unsigned char {
 // A pointer stored in 32-bit words.
 constexpr size_t PointerWords = (sizeof(void*) + 3) / 4;
 
+// Places in the records and in the work lists are 32-bit: a tree whose
+// records would outgrow them, one of more than a billion nodes, is turned
+// down as if memory had run out.
+inline uint32_t Place32(size_t place) {
+    if (place > UINT32_MAX)
+        throw std::bad_alloc();
+    return uint32_t(place);
+}
+
 }  // namespace
 
 // What one generation keeps beside the definitions.
@@ -553,8 +562,10 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         size_t n = nodes.size() - from;
         size_t flagWords = (n + 3) / 4;
         size_t words = pending.size() - wordsFrom;
+        size_t size = 1 + n + flagWords + words;
+        Place32(records.size() + size);
         uint32_t place = uint32_t(records.size());
-        uint32_t* w = records.Extend(1 + n + flagWords + words);
+        uint32_t* w = records.Extend(size);
         w[0] = uint32_t(n);
         w[n + flagWords] = 0;  // the padding behind the flags
         unsigned char* bytes = reinterpret_cast<unsigned char*>(w + 1 + n);
@@ -644,7 +655,7 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                 data = e;
             }
             walk.open.push_back(
-                GenWalk::Open{e->m_next, data, uint32_t(nodes.size() - 1), uint32_t(pending.size()), uint32_t(record)});
+                GenWalk::Open{e->m_next, data, Place32(nodes.size() - 1), Place32(pending.size()), uint32_t(record)});
             e = e->m_child;
             continue;
         }
