@@ -270,15 +270,20 @@ struct XmlDocument::GenWalk {
         uint32_t inEnum;  // bit i: value i is known to stand in def's enumeration
         const UCChar* values[MaxValues];
         size_t valueLengths[MaxValues];
+        // Of each value its length, first and last unit, which mostly
+        // tell values apart without looking at their text.
+        uint64_t valueMarks[MaxValues];
         // The index of the value, added if there is room, or NoValue.
         uint32_t Intern(const UCChar* value, size_t length) {
             if (valueCount == MaxValues)
                 return NoValue;
+            uint64_t mark = length == 0 ? 0 : uint64_t(length) << 32 | uint32_t(value[0]) << 16 | value[length - 1];
             for (uint32_t i = 0; i < valueCount; ++i)
-                if (valueLengths[i] == length && SameUnits(values[i], value, length))
+                if (valueMarks[i] == mark && valueLengths[i] == length && SameUnits(values[i], value, length))
                     return i;
             values[valueCount] = value;
             valueLengths[valueCount] = length;
+            valueMarks[valueCount] = mark;
             return valueCount++;
         }
     };
@@ -454,7 +459,7 @@ uint32_t XmlDocument::GenWalk::FindAttrKey(uint32_t key, const UCChar* name, boo
             return k;
     }
     uint32_t k = uint32_t(attrKeys.size());
-    attrKeys.push_back(AttrKey{key, name, length, 0, nullptr, 0, 0, {}, {}});
+    attrKeys.push_back(AttrKey{key, name, length, 0, nullptr, 0, 0, {}, {}, {}});
     attrSlots[slot] = uint64_t(hash) << 32 | (k + 1);
     if (attrKeys.size() * 2 > attrSlots.size()) {
         std::vector<uint64_t> old(attrSlots.size() * 2, 0);
