@@ -5,18 +5,23 @@
 // gives each element with text a fixed "length" attribute.
 //
 // The walk does a whole sibling chain first and goes down afterwards, which
-// fixes the order of the definitions. It keeps its own stack of chains whose
-// children are still to be visited, so a tree of any depth is safe. The
-// order is not the one in which a parsed tree lies in memory, so the walk
-// asks ahead for what it reads of the nodes it is about to reach.
+// fixes the order of the definitions. That is not the order in which a
+// parsed tree lies in memory, so the walk takes two steps: the first reads
+// the tree in document order and writes down, per sibling chain, what the
+// second needs of its nodes; the second goes through these records in the
+// order of generation. Neither recurses, so a tree of any depth is safe.
 #include <emmintrin.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "dtdgen/xmlchildshapes.h"
@@ -25,18 +30,6 @@
 // ---- ChildSequenceList ----
 
 namespace {
-
-uint32_t HashPlaces(const uint32_t* places, size_t n) {
-    uint64_t h = n;
-    for (size_t i = 0; i < n; ++i)
-        h = (h ^ places[i]) * 0x9E3779B97F4A7C15ull;
-    // The table is indexed by the low bits, which the products above fill
-    // only from the low bits of the places: mix all bits down.
-    h ^= h >> 33;
-    h *= 0xFF51AFD7ED558CCDull;
-    h ^= h >> 33;
-    return uint32_t(h);
-}
 
 // Whether the n units at a and b are the same, four at a time.
 inline bool SameUnits(const UCChar* a, const UCChar* b, size_t n) {
@@ -102,15 +95,39 @@ void ChildSequenceList::Grow() {
     }
 }
 
-void ChildSequenceList::Prepare(ChildSequence& seq) const {
-    seq.m_hash = HashPlaces(seq.m_places.data(), seq.Size());
+void ChildSequenceList::Prefetch(uint32_t hash) const {
     if (!m_slots.empty())
-        __builtin_prefetch(&m_slots[seq.m_hash & (m_slots.size() - 1)]);
+        __builtin_prefetch(&m_slots[hash & (m_slots.size() - 1)]);
+}
+
+void ChildSequenceList::Mark(const uint32_t* places, size_t n) {
+    // Every place stands for one of the walk's definitions.
+    if (m_placeSeen.size() < m_defs.size())
+        m_placeSeen.resize(m_defs.size(), 0);
+    unsigned char* seen = m_placeSeen.data();
+    for (size_t i = 0; i < n; ++i) {
+        m_placeCount += !seen[places[i]];
+        seen[places[i]] = 1;
+    }
+}
+
+void ChildSequenceList::GatherNew(uint32_t place) {
+    if (place >= m_placeSeen.size())
+        m_placeSeen.resize(m_defs.size(), 0);
+    m_placeSeen[place] = 1;
+    ++m_placeCount;
+    m_runs.push_back(place);
+    m_begins.back() = uint32_t(m_runs.size());
 }
 
 void ChildSequenceList::Record(const ChildSequence& seq) {
     size_t n = seq.Size();
     const uint32_t* places = seq.m_places.data();
+    if (m_settled) {
+        for (size_t i = 0; i < n; ++i)
+            Gather(places[i]);
+        return;
+    }
     uint32_t hash = seq.m_hash;
     if (m_slots.empty())
         Grow();
@@ -127,71 +144,192 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
             Merge(m_begins[index] + i, seq.m_counts[i]);
         return;
     }
-    if (!seq.m_repeated) {
-        m_runs.insert(m_runs.end(), places, places + n);
-    } else {
+    Mark(places, n);
+    uint32_t* runs = m_runs.Extend(n);
+    for (size_t i = 0; i < n; ++i)
+        runs[i] = places[i];
+    if (seq.m_repeated) {
         for (size_t i = 0; i < n; ++i) {
-            if (seq.m_counts[i] == 1) {
-                m_runs.push_back(places[i]);
-            } else {
+            if (seq.m_counts[i] != 1) {
                 m_counted.push_back(CountedRun{places[i], seq.m_counts[i], seq.m_counts[i]});
-                m_runs.push_back(Counted | uint32_t(m_counted.size() - 1));
+                runs[i] = Counted | uint32_t(m_counted.size() - 1);
             }
-        }
-    }
-    for (size_t i = 0; i < n; ++i) {
-        if (places[i] >= m_placeSeen.size())
-            m_placeSeen.resize(places[i] + 1, 0);
-        if (!m_placeSeen[places[i]]) {
-            m_placeSeen[places[i]] = 1;
-            ++m_placeCount;
         }
     }
     m_begins.push_back(uint32_t(m_runs.size()));
     m_slots[slot] = uint64_t(hash) << 32 | uint32_t(ShapeCount());
-    if (ShapeCount() * 2 > m_slots.size())
+
+    if (ShapeCount() == 1 && n != 0) {
+        m_firstPlace = places[0];
+        m_lastPlace = places[n - 1];
+    } else {
+        m_noHead |= n == 0 || places[0] != m_firstPlace;
+        m_noTail |= n == 0 || places[n - 1] != m_lastPlace;
+    }
+    if (m_noHead && m_noTail) {
+        // The shape that gathers the names still to come; the table is
+        // no longer needed.
+        m_settled = true;
+        m_begins.push_back(uint32_t(m_runs.size()));
+        std::vector<uint64_t>().swap(m_slots);
+    } else if (ShapeCount() * 2 > m_slots.size()) {
         Grow();
+    }
 }
 
 // ---- The walk ----
 
-// What one walk keeps beside the definitions.
+namespace {
+
+// What the first step of the walk tells of a node, in one byte.
+enum NodeFacts : unsigned char {
+    HasText = 1,        // some unit of its data is not white space
+    HasChild = 2,       // the place of the record of its children follows
+    HasAttributes = 4,  // its attribute words follow
+    HasNode = 8,        // the attribute words end with a pointer to the node
+};
+
+// A pointer stored in 32-bit words.
+constexpr size_t PointerWords = (sizeof(void*) + 3) / 4;
+
+// Places in the records and in the work lists are 32-bit: a tree whose
+// records would outgrow them, one of more than a billion nodes, is turned
+// down as if memory had run out.
+inline uint32_t Place32(size_t place) {
+    if (place > UINT32_MAX)
+        throw std::bad_alloc();
+    return uint32_t(place);
+}
+
+}  // namespace
+
+// What one generation keeps beside the definitions.
+//
+// Names are known by keys, one for each name id of each document whose
+// nodes are met, given out as they are met, so that a node's key is found
+// without reading its name. Attribute names are known by attribute keys,
+// one per key and attribute name.
+//
+// The first step of the walk writes records, one per element with children
+// and one for the chain from the root, each telling of the nodes of one
+// sibling chain. In 32-bit words:
+//   n           the number of nodes
+//   n keys      the key of each node
+//   n flags     the NodeFacts of each node, one byte each, four to a word
+//   then for each node in turn what its flags announce:
+//     HasChild       the place of the record of its children
+//     HasAttributes  a count of words; for each attribute its attribute key
+//                    and the index of its interned value or NoValue; with
+//                    HasNode, a pointer to the node
+// A record is written when its chain is done, so the records of a node's
+// children stand in front of its own.
 struct XmlDocument::GenWalk {
-    // Every definition the walk made, in the order of the definition list;
-    // a definition's place here stands for it in the shapes.
+    // An attribute value that its attribute key did not intern.
+    static constexpr uint32_t NoValue = 0xFFFFFFFFu;
+    // Values interned by an attribute key. A key with more distinct values
+    // than this has more than ten, and its definition is CDATA by the end;
+    // until then, values met after the table filled are looked at in the
+    // node.
+    static constexpr uint32_t MaxValues = 16;
+    // ---- Keys
+    std::vector<const UCChar*> keyText;
+    // Longest data of the nodes of each key: a measure is the greatest
+    // value whatever the order, so it is taken by the first step and stored
+    // in the definitions at the end.
+    std::vector<int> keyMaxLen;
+    // Place + 1 of the definition of each key; 0 until the key is visited.
+    std::vector<uint32_t> keyPlace;
+    // Set once an instance of the key was found of type MIXED, which is
+    // final.
+    std::vector<unsigned char> keyMixed;
+    // Key + 1 by name id, for each document met; 0 for an id not met yet.
+    // Nodes outside any document's slab are all named "", under no
+    // document.
+    std::unordered_map<const XmlDocument*, std::vector<uint32_t>> docKeys;
+    // The document of the slab switched to last, and its keys.
+    const XmlDocument* lastDoc = nullptr;
+    std::vector<uint32_t>* lastKeys = nullptr;
+
+    // ---- Definitions, by place: the order in which the walk made them
     std::vector<XmlElementDef*> defs;
+    std::vector<int> types;
+    std::vector<XmlAttrList*> lists;
     std::unordered_map<const XmlElementDef*, uint32_t> placeOf;
-    // Place + 1 of the definition and the attribute list by name id, for
-    // nodes of this document; 0 and null until first looked up.
-    std::vector<uint32_t> defById;
-    std::vector<XmlAttrList*> listById;
-    // By place: the attribute definitions its instances showed, up to
-    // MaxAttSlots of them, with the text of their names and, while they are
-    // enumerations, of their values. Lists mostly repeat the names of the
-    // last one in the same order, so the slot at the same index is tried
-    // first.
-    struct AttSlot {
+    // Keys already looked for in the mixed content of a place, as
+    // place << 32 | key: a name found or added stays there.
+    std::unordered_set<uint64_t> members;
+
+    // ---- Attribute keys
+    struct AttrKey {
+        uint32_t key;  // of the element name
         const UCChar* name;
         size_t nameLength;
-        XmlAttDef* def;
+        int maxLen;      // longest value, stored at the end like keyMaxLen
+        XmlAttDef* def;  // null until the second step reaches an instance
         uint32_t valueCount;
-        const UCChar* values[11];
-        size_t valueLengths[11];
-        bool Has(const UCChar* value, size_t length) const {
+        uint32_t inEnum;  // bit i: value i is known to stand in def's enumeration
+        const UCChar* values[MaxValues];
+        size_t valueLengths[MaxValues];
+        // Of each value its length, first and last unit, which mostly
+        // tell values apart without looking at their text.
+        uint64_t valueMarks[MaxValues];
+        // The index of the value, added if there is room, or NoValue.
+        uint32_t Intern(const UCChar* value, size_t length) {
+            if (valueCount == MaxValues)
+                return NoValue;
+            uint64_t mark = length == 0 ? 0 : uint64_t(length) << 32 | uint32_t(value[0]) << 16 | value[length - 1];
             for (uint32_t i = 0; i < valueCount; ++i)
-                if (valueLengths[i] == length && SameUnits(values[i], value, length))
-                    return true;
-            return false;
+                if (valueMarks[i] == mark && valueLengths[i] == length && SameUnits(values[i], value, length))
+                    return i;
+            values[valueCount] = value;
+            valueLengths[valueCount] = length;
+            valueMarks[valueCount] = mark;
+            return valueCount++;
         }
     };
-    static constexpr size_t MaxAttSlots = 32;
-    std::vector<std::vector<AttSlot>> attSlots;
-    // Chains whose phase two is under way: the next node to look at.
-    std::vector<const XmlElement*> pending;
+    std::vector<AttrKey> attrKeys;
+    // Attribute keys by key and name: open addressing over a power-of-two
+    // table, the hash in the high half of a slot and the attribute key + 1
+    // in the low half; 0 is free.
+    std::vector<uint64_t> attrSlots;
+    // The attribute keys of each key with the first unit of their names,
+    // in order of first appearance, as long as they are few: an element
+    // name mostly has a handful of attribute names, which are looked
+    // through one by one. A key with more finds them all in attrSlots.
+    static constexpr size_t FewNames = 8;
+    struct NameStart {
+        UCChar first;
+        uint32_t attrKey;
+    };
+    std::vector<std::vector<NameStart>> keyAttrs;
+
+    // ---- The records of one tree, and the work lists of the two steps
+    WorkArray<uint32_t> records;
+    // What the nodes whose chain is not done will put in the record of
+    // their chain: the key of each with its flags in the high half, and the
+    // words that follow.
+    WorkArray<uint64_t> pendingNodes;
+    WorkArray<uint32_t> pendingWords;
+    // Elements whose children are being read: the node that follows it, the
+    // node itself if its data is still to be looked at for text, its own
+    // index in pendingNodes (its children's follow it), where the
+    // children's words start, and where the place of their record goes.
+    struct Open {
+        const XmlElement* next;
+        const XmlElement* data;
+        uint32_t self;
+        uint32_t words;
+        uint32_t record;
+    };
+    WorkArray<Open> open;
+    // Records whose nodes are still to be visited, the next on top; and
+    // the records of the children of the chain being visited.
+    WorkArray<uint32_t> chains;
+    WorkArray<uint32_t> childChains;
     // The child sequence of the instance at hand.
     ChildSequence sequence;
 
-    explicit GenWalk(size_t names) : defById(names + 1, 0), listById(names + 1, nullptr) {}
+    GenWalk() = default;
     GenWalk(const GenWalk&) = delete;
     GenWalk& operator=(const GenWalk&) = delete;
     // Frees whatever shape lists are still hanging on the definitions.
@@ -199,7 +337,39 @@ struct XmlDocument::GenWalk {
         for (XmlElementDef* def : defs)
             delete static_cast<ChildSequenceList*>(def->InfoPointer(nullptr));
     }
+
+    // The key of a node of the slab last switched to whose name id has no
+    // key yet.
+    uint32_t NewKeyOf(size_t id) {
+        uint32_t& key = (*lastKeys)[id];
+        key = NewKey(id == 0 ? u"" : lastDoc->m_names[id - 1].c_str());
+        return key - 1;
+    }
+    // Makes the document of the slab block the one NewKeyOf names keys of.
+    void SwitchBlock(const XmlElementBlock* block);
+    uint32_t NewKey(const UCChar* text);
+    inline uint32_t AttrKeyOf(uint32_t key, const UCChar* name);
+    // The attribute key of name on elements of key, made if there is none;
+    // isNew tells that there is none.
+    uint32_t FindAttrKey(uint32_t key, const UCChar* name, bool isNew);
 };
+
+void XmlDocument::GenWalk::SwitchBlock(const XmlElementBlock* block) {
+    lastDoc = block ? block->m_document : nullptr;
+    lastKeys = &docKeys[lastDoc];
+    if (lastKeys->empty())
+        lastKeys->resize(lastDoc ? lastDoc->m_names.size() + 1 : 1, 0);
+}
+
+// Key + 1 of a new key.
+uint32_t XmlDocument::GenWalk::NewKey(const UCChar* text) {
+    keyText.push_back(text);
+    keyMaxLen.push_back(0);
+    keyPlace.push_back(0);
+    keyMixed.push_back(0);
+    keyAttrs.emplace_back();
+    return uint32_t(keyText.size());
+}
 
 namespace {
 
@@ -207,30 +377,104 @@ inline ChildSequenceList* ShapesOf(const XmlElementDef* def) {
     return static_cast<ChildSequenceList*>(def->InfoPointer());
 }
 
-// Whether data holds a unit that is not white space, eight units at a time.
-bool HasText(const UCChar* data, size_t length) {
-    if (length < 8) {
+// Whether data holds a unit that is not white space, 32 units at a time:
+// packed to bytes, a unit above 255 becomes 0 or 255, which are not white
+// space either.
+__attribute__((noinline)) bool ScanForText(const UCChar* data, size_t length) {
+    if (length < 32) {
         for (size_t i = 0; i < length; ++i)
             if (!OzmGlob::IsUCSpace(data[i]))
                 return true;
         return false;
     }
-    const __m128i sp = _mm_set1_epi16(0x20), tab = _mm_set1_epi16(0x09);
-    const __m128i lf = _mm_set1_epi16(0x0A), cr = _mm_set1_epi16(0x0D);
-    auto spaces = [&](size_t i) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i));
-        __m128i space = _mm_or_si128(_mm_cmpeq_epi16(v, sp), _mm_cmpeq_epi16(v, lf));
-        space = _mm_or_si128(space, _mm_or_si128(_mm_cmpeq_epi16(v, tab), _mm_cmpeq_epi16(v, cr)));
-        return _mm_movemask_epi8(space) == 0xFFFF;
+    const __m128i sp = _mm_set1_epi8(0x20), lf = _mm_set1_epi8(0x0A);
+    const __m128i tab = _mm_set1_epi8(0x09), cr = _mm_set1_epi8(0x0D);
+    auto load = [&](size_t i) {
+        return _mm_packus_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i)),
+                                _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i + 8)));
     };
-    for (size_t i = 0; i + 8 <= length; i += 8)
+    auto spaces = [&](size_t i) {
+        const __m128i a = load(i), b = load(i + 16);
+        // Indentation is mostly spaces and line feeds alone.
+        __m128i sa = _mm_or_si128(_mm_cmpeq_epi8(a, sp), _mm_cmpeq_epi8(a, lf));
+        __m128i sb = _mm_or_si128(_mm_cmpeq_epi8(b, sp), _mm_cmpeq_epi8(b, lf));
+        if (_mm_movemask_epi8(_mm_and_si128(sa, sb)) == 0xFFFF)
+            return true;
+        sa = _mm_or_si128(sa, _mm_or_si128(_mm_cmpeq_epi8(a, tab), _mm_cmpeq_epi8(a, cr)));
+        sb = _mm_or_si128(sb, _mm_or_si128(_mm_cmpeq_epi8(b, tab), _mm_cmpeq_epi8(b, cr)));
+        return _mm_movemask_epi8(_mm_and_si128(sa, sb)) == 0xFFFF;
+    };
+    for (size_t i = 0; i + 32 <= length; i += 32)
         if (!spaces(i))
             return true;
-    // The last eight units, overlapping what was seen, instead of one by one.
-    return !spaces(length - 8);
+    // The last 32 units, overlapping what was seen, instead of one by one.
+    return !spaces(length - 32);
+}
+
+// Whether the name at name is the n units at known.
+inline bool SameName(const UCChar* known, size_t n, const UCChar* name) {
+    for (size_t i = 0; i < n; ++i)
+        if (name[i] != known[i])
+            return false;
+    return name[n] == 0;
+}
+
+// Whether an element's data holds text: mostly its first unit tells.
+inline bool DataHasText(const UCChar* data, size_t length) {
+    return length != 0 && (data[0] > 0x20 || ScanForText(data, length));
 }
 
 }  // namespace
+
+inline uint32_t XmlDocument::GenWalk::AttrKeyOf(uint32_t key, const UCChar* name) {
+    std::vector<NameStart>& known = keyAttrs[key];
+    if (known.size() < FewNames) {
+        for (const NameStart& n : known)
+            if (n.first == name[0] && SameName(attrKeys[n.attrKey].name, attrKeys[n.attrKey].nameLength, name))
+                return n.attrKey;
+        uint32_t k = FindAttrKey(key, name, true);
+        known.push_back(NameStart{name[0], k});
+        return k;
+    }
+    return FindAttrKey(key, name, false);
+}
+
+uint32_t XmlDocument::GenWalk::FindAttrKey(uint32_t key, const UCChar* name, bool isNew) {
+    // The name is measured and hashed in one go.
+    uint64_t h = (uint64_t(key) + 1) * 0x9E3779B97F4A7C15ull;
+    size_t length = 0;
+    for (; name[length]; ++length)
+        h = (h ^ name[length]) * 0xFF51AFD7ED558CCDull;
+    uint32_t hash = uint32_t(h >> 32);
+    if (attrSlots.empty())
+        attrSlots.assign(64, 0);
+    size_t mask = attrSlots.size() - 1;
+    size_t slot = hash & mask;
+    for (; attrSlots[slot]; slot = (slot + 1) & mask) {
+        if (isNew || uint32_t(attrSlots[slot] >> 32) != hash)
+            continue;
+        uint32_t k = uint32_t(attrSlots[slot]) - 1;
+        const AttrKey& a = attrKeys[k];
+        if (a.key == key && a.nameLength == length && SameUnits(a.name, name, length))
+            return k;
+    }
+    uint32_t k = uint32_t(attrKeys.size());
+    attrKeys.push_back(AttrKey{key, name, length, 0, nullptr, 0, 0, {}, {}, {}});
+    attrSlots[slot] = uint64_t(hash) << 32 | (k + 1);
+    if (attrKeys.size() * 2 > attrSlots.size()) {
+        std::vector<uint64_t> old(attrSlots.size() * 2, 0);
+        old.swap(attrSlots);
+        mask = attrSlots.size() - 1;
+        for (uint64_t w : old) {
+            if (!w)
+                continue;
+            for (slot = (w >> 32) & mask; attrSlots[slot]; slot = (slot + 1) & mask) {
+            }
+            attrSlots[slot] = w;
+        }
+    }
+    return k;
+}
 
 bool XmlDocument::GenerateDTD() {
     const XmlDocument* self = this;
@@ -240,9 +484,8 @@ bool XmlDocument::GenerateDTD() {
 bool XmlDocument::GenerateDTD(const std::vector<const XmlDocument*>& documents) {
     m_dtd.Clear();
     // One walk over all the trees: the definitions and shape lists it keeps
-    // gather what every document shows. Nodes of other documents are looked
-    // up by their names' text rather than by this document's name ids.
-    GenWalk walk(m_names.size());
+    // gather what every document shows.
+    GenWalk walk;
     bool result = true;
     bool named = false;
     for (const XmlDocument* doc : documents) {
@@ -256,6 +499,14 @@ bool XmlDocument::GenerateDTD(const std::vector<const XmlDocument*>& documents) 
         if (!BuildDTDElement(root, walk))
             result = false;
     }
+
+    // The measures taken on the way.
+    for (size_t key = 0; key < walk.keyPlace.size(); ++key)
+        if (walk.keyPlace[key])
+            walk.defs[walk.keyPlace[key] - 1]->MaxLen(walk.keyMaxLen[key]);
+    for (const GenWalk::AttrKey& a : walk.attrKeys)
+        if (a.def)
+            a.def->MaxLen(a.maxLen);
 
     UCChar number[24];
     for (XmlElementDef* def : walk.defs) {
@@ -293,37 +544,148 @@ bool XmlDocument::GenerateDTD(const std::vector<const XmlDocument*>& documents) 
 }
 
 bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
-    // Asks for the data and the attribute storage of a node whose own
-    // storage is at hand: the walk needs them some time later, and for a
-    // large tree the memory is slow to answer.
-    auto prefetch = [](const XmlElement* e) {
-        __builtin_prefetch(e->m_data.data());
-        // The queue of attributes is one pointer to its storage, which is
-        // read here without following it.
-        static_assert(sizeof(e->m_attributes) == sizeof(void*), "one pointer");
-        const void* storage;
-        std::memcpy(&storage, static_cast<const void*>(&e->m_attributes), sizeof storage);
-        __builtin_prefetch(storage);
-    };
-    // Whether the slab of a node belongs to this document, for the last
-    // slab asked about: neighbours mostly share one.
-    const XmlElementBlock* lastBlock = nullptr;
-    bool lastOwn = false;
-    auto ownSlab = [&](const XmlElementBlock* b) {
-        if (b != lastBlock) {
-            lastBlock = b;
-            lastOwn = b && b->m_document == this;
+    WorkArray<uint32_t>& records = walk.records;
+    records.clear();
+    // Room for the records of the nodes in the slabs of the root's
+    // document, mostly the whole tree: a word a node, and as much again
+    // for elements with children or attributes. A tree of more nodes has
+    // the room grown as it is needed.
+    if (const XmlDocument* doc = first->m_block ? first->m_block->m_document : nullptr) {
+        size_t nodes = 0;
+        for (const XmlElementBlock* b = doc->m_elementBlocks; b; b = b->m_nextBlock)
+            nodes += size_t(XmlElementBlock::Capacity - b->m_freeCount);
+        records.reserve(3 * nodes);
+    }
+
+    // ---- Step one: the records, in document order.
+    WorkArray<uint64_t>& nodes = walk.pendingNodes;
+    WorkArray<uint32_t>& pending = walk.pendingWords;
+
+    // Writes the record of the pending nodes from index from on, whose
+    // words start at wordsFrom, and drops them. Returns its place.
+    auto writeRecord = [&](size_t from, size_t wordsFrom) {
+        size_t n = nodes.size() - from;
+        size_t flagWords = (n + 3) / 4;
+        size_t words = pending.size() - wordsFrom;
+        size_t size = 1 + n + flagWords + words;
+        Place32(records.size() + size);
+        uint32_t place = uint32_t(records.size());
+        uint32_t* w = records.Extend(size);
+        w[0] = uint32_t(n);
+        w[n + flagWords] = 0;  // the padding behind the flags
+        unsigned char* bytes = reinterpret_cast<unsigned char*>(w + 1 + n);
+        const uint64_t* node = nodes.data() + from;
+        for (size_t i = 0; i < n; ++i) {
+            w[1 + i] = uint32_t(node[i]);
+            bytes[i] = (unsigned char)(node[i] >> 32);
         }
-        return lastOwn;
+        if (words)
+            std::memcpy(w + 1 + n + flagWords, pending.data() + wordsFrom, words * sizeof *w);
+        nodes.shrink(from);
+        pending.shrink(wordsFrom);
+        return place;
     };
-    // The place of the definition of a node's name, made when it is first
-    // met: type EMPTY and an empty shape list. Nodes of this document are
-    // looked up by name id once per id; any other node by its text.
-    auto placeOf = [&](const XmlElement* e) -> uint32_t {
-        bool own = ownSlab(e->m_block) && size_t(e->m_nameId) < walk.defById.size();
-        if (own && walk.defById[size_t(e->m_nameId)])
-            return walk.defById[size_t(e->m_nameId)] - 1;
-        const UCChar* name = e->Name();
+
+    // Interns the attributes of e, whose name has the given key, into
+    // pending words; returns the flags they add.
+    auto gatherAttributes = [&](const XmlElement* e, uint32_t key) -> unsigned {
+        uint32_t* count = pending.Extend(1 + 2 * e->m_attributes.size() + PointerWords);
+        uint32_t* w = count + 1;
+        bool node = false;
+        for (const XmlAttribute& a : e->m_attributes) {
+            uint32_t attrKey = walk.AttrKeyOf(key, a.Name());
+            GenWalk::AttrKey& k = walk.attrKeys[attrKey];
+            const UCChar* value = a.Value();
+            size_t length = std::char_traits<UCChar>::length(value);
+            k.maxLen = std::max(k.maxLen, int(length));
+            uint32_t id = k.Intern(value, length);
+            node |= id == GenWalk::NoValue;
+            *w++ = attrKey;
+            *w++ = id;
+        }
+        if (node) {
+            w[PointerWords - 1] = 0;
+            std::memcpy(w, &e, sizeof e);
+            w += PointerWords;
+        }
+        *count = uint32_t(w - count - 1);
+        pending.shrink(size_t(w - pending.data()));
+        return node ? HasAttributes | HasNode : HasAttributes;
+    };
+
+    // The key of the name of the slab looked at last: neighbours mostly
+    // share one.
+    const XmlElementBlock* block = first->m_block;
+    walk.SwitchBlock(block);
+    const uint32_t* blockKeys = walk.lastKeys->data();
+    size_t blockIds = walk.lastKeys->size();
+    int* maxLen = walk.keyMaxLen.data();
+    for (const XmlElement* e = first; e;) {
+        // A parsed tree lies in its slabs in document order, and the text
+        // of its nodes in the text stores in the same order: both are asked
+        // for some way ahead (a prefetch never faults, wherever it points).
+        uintptr_t ahead = reinterpret_cast<uintptr_t>(e) + 32 * sizeof *e;
+        __builtin_prefetch(reinterpret_cast<const void*>(ahead));
+        __builtin_prefetch(reinterpret_cast<const void*>(ahead + sizeof *e - 1));
+        __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(e->m_data.data()) + 4096));
+        if (e->m_block != block) {
+            walk.SwitchBlock(e->m_block);
+            block = e->m_block;
+            blockKeys = walk.lastKeys->data();
+            blockIds = walk.lastKeys->size();
+        }
+        // An id outside the table names "", as XmlElement::Name tells.
+        size_t id = size_t(unsigned(e->m_nameId));
+        if (id >= blockIds)
+            id = 0;
+        uint32_t key = blockKeys[id] - 1;
+        if (key == uint32_t(-1)) {
+            key = walk.NewKeyOf(id);
+            maxLen = walk.keyMaxLen.data();
+        }
+        maxLen[key] = std::max(maxLen[key], int(e->m_data.size()));
+        unsigned facts = e->m_child ? HasChild : 0;
+        size_t record = pending.size();
+        if (e->m_child)
+            pending.push_back(0);  // the place of the children's record
+        if (!e->m_attributes.empty())
+            facts |= gatherAttributes(e, key);
+        if (e->m_child) {
+            nodes.push_back(uint64_t(facts) << 32 | key);
+            // The text of an element lies behind that of its children: it
+            // is asked for now and looked at once they are done.
+            const XmlElement* data = nullptr;
+            if (!e->m_data.empty()) {
+                __builtin_prefetch(e->m_data.data());
+                data = e;
+            }
+            walk.open.push_back(
+                GenWalk::Open{e->m_next, data, Place32(nodes.size() - 1), Place32(pending.size()), uint32_t(record)});
+            e = e->m_child;
+            continue;
+        }
+        if (DataHasText(e->m_data.data(), e->m_data.size()))
+            facts |= HasText;
+        nodes.push_back(uint64_t(facts) << 32 | key);
+        const XmlElement* next = e->m_next;
+        while (!next && !walk.open.empty()) {
+            GenWalk::Open o = walk.open.back();
+            walk.open.pop_back();
+            pending[o.record] = writeRecord(o.self + 1, o.words);
+            if (o.data && DataHasText(o.data->m_data.data(), o.data->m_data.size()))
+                nodes[o.self] |= uint64_t(HasText) << 32;
+            next = o.next;
+        }
+        e = next;
+    }
+    uint32_t top = writeRecord(0, 0);
+
+    // ---- Step two: the nodes in the order of generation.
+
+    // The place of the definition of a key's name, made when it is first
+    // met: type EMPTY and an empty shape list.
+    auto newPlace = [&](uint32_t key) -> uint32_t {
+        const UCChar* name = walk.keyText[key];
         uint32_t place;
         if (XmlElementDef* def = m_dtd.FindElement(name)) {
             place = walk.placeOf[def];
@@ -339,156 +701,173 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             def->InfoPointer(shapes);
             place = uint32_t(walk.defs.size());
             walk.defs.push_back(def);
-            walk.attSlots.emplace_back();
+            walk.types.push_back(elemEmpty);
+            walk.lists.push_back(nullptr);
             walk.placeOf[def] = place;
         }
-        if (own)
-            walk.defById[size_t(e->m_nameId)] = place + 1;
+        walk.keyPlace[key] = place + 1;
         return place;
     };
-    auto listOf = [&](const XmlElement* e, const XmlElementDef* def) -> XmlAttrList* {
-        bool own = ownSlab(e->m_block) && size_t(e->m_nameId) < walk.listById.size();
-        if (own && walk.listById[size_t(e->m_nameId)])
-            return walk.listById[size_t(e->m_nameId)];
-        XmlAttrList* list = m_dtd.FindAttrList(def->Name());
-        if (!list)
-            list = m_dtd.AddAttrList(def->Name());
-        if (own)
-            walk.listById[size_t(e->m_nameId)] = list;
-        return list;
+    auto placeOf = [&](uint32_t key) {
+        uint32_t known = walk.keyPlace[key];
+        return known ? known - 1 : newPlace(key);
     };
 
-    // Records the attributes of e, an instance of def at place.
-    auto attributes = [&](const XmlElement* e, XmlElementDef* def, uint32_t place) {
-        XmlAttrList* list = listOf(e, def);
-        std::vector<GenWalk::AttSlot>& slots = walk.attSlots[place];
-        size_t index = 0;
-        for (const XmlAttribute& a : e->m_attributes) {
-            const UCChar* name = a.Name();
-            size_t nameLength = std::char_traits<UCChar>::length(name);
-            auto same = [&](const GenWalk::AttSlot& s) {
-                return s.nameLength == nameLength && SameUnits(s.name, name, nameLength);
-            };
-            GenWalk::AttSlot* slot = nullptr;
-            if (index < slots.size() && same(slots[index])) {
-                slot = &slots[index];
-            } else {
-                for (GenWalk::AttSlot& s : slots)
-                    if (same(s)) {
-                        slot = &s;
-                        break;
-                    }
-            }
-            ++index;
-            XmlAttDef* att = slot ? slot->def : nullptr;
+    // Records the attributes whose words are [at, end) of an instance of
+    // the definition at place; node is the instance, or null when every
+    // value was interned.
+    auto attributes = [&](const uint32_t* at, const uint32_t* end, uint32_t place, const XmlElement* node) {
+        XmlAttrList*& list = walk.lists[place];
+        if (!list) {
+            list = m_dtd.FindAttrList(walk.defs[place]->Name());
+            if (!list)
+                list = m_dtd.AddAttrList(walk.defs[place]->Name());
+        }
+        for (size_t index = 0; at < end; at += 2, ++index) {
+            GenWalk::AttrKey& k = walk.attrKeys[at[0]];
+            uint32_t id = at[1];
+            XmlAttDef* att = k.def;
             if (!att) {
-                att = list->FindModifiableAttDef(name);
+                att = list->FindModifiableAttDef(k.name);
                 if (!att) {
-                    att = list->AddAttDef(name);
+                    att = list->AddAttDef(k.name);
                     att->Type(attEnumerated);
                     att->DefType(defNone);
                 }
-                // A definition gets a slot only when it is new, so a
-                // slot knows all its values.
-                if (slots.size() < GenWalk::MaxAttSlots) {
-                    slots.push_back(GenWalk::AttSlot{name, nameLength, att, 0, {}, {}});
-                    slot = &slots.back();
-                }
+                k.def = att;
             }
-            const UCChar* value = a.Value();
-            size_t length = std::char_traits<UCChar>::length(value);
-            if (att->Type() == attEnumerated && !(slot ? slot->Has(value, length) : att->FindEnum(value) >= 0)) {
+            if (att->Type() != attEnumerated)
+                continue;
+            const UCChar* value;
+            if (id != GenWalk::NoValue) {
+                // Once looked for, an interned value is known to stand in
+                // the enumeration, which only grows.
+                if (k.inEnum >> id & 1)
+                    continue;
+                k.inEnum |= 1u << id;
+                value = k.values[id];
+            } else {
+                value = node->m_attributes[index].Value();
+            }
+            if (att->FindEnum(value) < 0) {
                 att->AddEnum(value);
-                if (slot) {
-                    slot->values[slot->valueCount] = att->GetEnum(att->EnumCount() - 1);
-                    slot->valueLengths[slot->valueCount++] = length;
-                }
                 if (att->EnumCount() > 10)
                     att->Type(attCdata);
             }
-            att->MaxLen(int(length));
         }
     };
 
-    // Phase one over the chain from head.
-    auto phaseOne = [&](const XmlElement* head) {
-        for (const XmlElement* e = head; e; e = e->Next()) {
-            // The next node was mostly read already (as a child of the
-            // parent): ask for its data and attributes, and for the node
-            // after it.
-            if (const XmlElement* n = e->m_next) {
-                prefetch(n);
-                if (const XmlElement* m = n->m_next)
-                    __builtin_prefetch(m);
-            }
-            // The attribute storage was asked for with the node: now the
-            // values, which are read last.
-            if (!e->m_attributes.empty())
-                for (const XmlAttribute& a : e->m_attributes)
-                    __builtin_prefetch(a.Value());
-            uint32_t place = placeOf(e);
-            XmlElementDef* def = walk.defs[place];
-            def->MaxLen(int(e->m_data.size()));
+    const uint32_t* words = records.data();
+    ChildSequence& seq = walk.sequence;
+    // No key is added from here on.
+    unsigned char* keyMixed = walk.keyMixed.data();
+    // One node, with the given key and flags, whose words start at extra;
+    // moves extra behind them.
+    auto visit = [&](uint32_t key, unsigned facts, const uint32_t*& extra) {
+        uint32_t place = placeOf(key);
+        XmlElementDef* def = walk.defs[place];
+        int type = walk.types[place];
+        if (facts & HasChild && type == elemEmpty)
+            type = elemChildren;
+        if (facts & HasText && type != elemMixed) {
+            type = elemMixed;
+            delete ShapesOf(def);
+            def->InfoPointer(nullptr);
+        }
 
-            int type = def->Type();
-            if (e->Child() && type == elemEmpty)
-                type = elemChildren;
-            if (type != elemMixed && HasText(e->m_data.data(), e->m_data.size())) {
-                type = elemMixed;
-                delete ShapesOf(def);
-                def->InfoPointer(nullptr);
-            }
-
-            ChildSequence& seq = walk.sequence;
-            seq.Clear();
+        // A list that is not settled takes the instance's whole sequence.
+        ChildSequenceList* shapes = ShapesOf(def);
+        bool sequence = shapes && !shapes->Settled();
+        seq.Clear();
+        if (facts & HasChild) {
+            uint32_t record = *extra++;
+            const uint32_t* children = words + record;
+            size_t n = children[0];
+            const uint32_t* keys = children + 1;
+            // A chain of instances of mixed names with neither children nor
+            // attributes adds nothing when visited, and is not: mixed is
+            // final.
+            const unsigned char* childFlags = reinterpret_cast<const unsigned char*>(keys + n);
+            bool plain = true;
+            auto look = [&](size_t i) {
+                plain = plain && keyMixed[keys[i]] && !(childFlags[i] & (HasChild | HasAttributes));
+                return keys[i];
+            };
             if (type == elemMixed) {
                 XmlContentPart& contents = def->Contents();
-                for (const XmlElement* c = e->Child(); c; c = c->Next()) {
-                    prefetch(c);
-                    contents.CountMod(countStar);
-                    const UCChar* name = c->Name();
+                contents.CountMod(countStar);
+                for (size_t i = 0; i < n; ++i) {
+                    if (!walk.members.insert(uint64_t(place) << 32 | look(i)).second)
+                        continue;
+                    const UCChar* name = walk.keyText[keys[i]];
                     if (!contents.Contains(name)) {
                         XmlContentPart part;
                         part.Name(name);
                         contents.AddCP(part, true);
                     }
                 }
-            } else if (type == elemChildren) {
-                for (const XmlElement* c = e->Child(); c; c = c->Next()) {
-                    prefetch(c);
-                    seq.Add(placeOf(c));
+            } else if (sequence) {
+                seq.Fold(n, [&](size_t i) { return placeOf(look(i)); });
+            } else {
+                for (size_t i = 0; i < n; ++i) {
+                    uint32_t child = placeOf(look(i));
+                    if (shapes)
+                        shapes->Gather(child);
                 }
             }
-            // The shape is entered after the attributes, which leaves the
-            // memory time to bring its slot in the table.
-            ChildSequenceList* shapes = ShapesOf(def);
-            if (shapes)
-                shapes->Prepare(seq);
-            def->Type(type);
-
-            if (!e->m_attributes.empty())
-                attributes(e, def, place);
-            if (shapes)
-                shapes->Record(seq);
+            if (!plain)
+                walk.childChains.push_back(record);
         }
+        // The shape is entered after the attributes, which leaves the
+        // memory time to bring its slot in the table.
+        if (sequence)
+            shapes->Prefetch(seq.m_hash);
+        if (type != walk.types[place]) {
+            walk.types[place] = type;
+            def->Type(type);
+        }
+        if (type == elemMixed)
+            keyMixed[key] = 1;
+        if (facts & HasAttributes) {
+            size_t count = *extra++;
+            const uint32_t* end = extra + count;
+            const XmlElement* node = nullptr;
+            if (facts & HasNode) {
+                end -= PointerWords;
+                std::memcpy(&node, end, sizeof node);
+            }
+            attributes(extra, end, place, node);
+            extra += count;
+        }
+        if (sequence)
+            shapes->Record(seq);
     };
 
-    // Phase two: the first child of each node of a chain, in order, starts a
-    // chain of its own, which is done whole (both phases and everything
-    // below it) before the next node of the outer chain is looked at.
-    phaseOne(first);
-    walk.pending.push_back(first);
-    while (!walk.pending.empty()) {
-        const XmlElement* e = walk.pending.back();
-        while (e && !e->Child())
-            e = e->Next();
-        if (!e) {
-            walk.pending.pop_back();
-            continue;
+    // The nodes of the chain from first; then, taking the records from a
+    // stack, those of the children of each node in turn, each chain whole
+    // and before the chains below it.
+    walk.chains.clear();
+    walk.chains.push_back(top);
+    while (!walk.chains.empty()) {
+        const uint32_t* r = words + walk.chains.back();
+        walk.chains.pop_back();
+        size_t n = r[0];
+        const uint32_t* chainKeys = r + 1;
+        const unsigned char* chainFlags = reinterpret_cast<const unsigned char*>(r + 1 + n);
+        const uint32_t* extra = r + 1 + n + (n + 3) / 4;
+        walk.childChains.clear();
+        for (size_t i = 0; i < n; ++i) {
+            // An instance of a mixed name with neither children nor
+            // attributes adds nothing, and has no words.
+            while (!(chainFlags[i] & (HasChild | HasAttributes)) && keyMixed[chainKeys[i]])
+                if (++i == n)
+                    break;
+            if (i == n)
+                break;
+            visit(chainKeys[i], chainFlags[i], extra);
         }
-        walk.pending.back() = e->Next();
-        phaseOne(e->Child());
-        walk.pending.push_back(e->Child());
+        for (size_t i = walk.childChains.size(); i-- > 0;)
+            walk.chains.push_back(walk.childChains[i]);
     }
     return true;
 }
