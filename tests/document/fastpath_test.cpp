@@ -88,6 +88,28 @@ TEST(FastPathTest, HandPickedContentMatches) {
         Same(open + u"<leaf>x</leaf><e/>" + close);
         Same(open + u"<leaf></leaf>" + close);
     }
+    // End tags differing only in their last unit, names across the vector
+    // width, and more blank-separated leaves than one level keeps as spans.
+    for (const UCString name : {u"abcd", u"abcdefghi", u"abcdefghijklmno", u"abcdefghijklmnop", u"abcdefghijklmnopq"}) {
+        const UCString wrong = name.substr(0, name.size() - 1) + u"z";
+        Same(u"<r><" + name + u">x</" + wrong + u"></r>");
+        Same(u"<r><" + name + u"><e/></" + wrong + u"></r>");
+        Same(u"<r><" + name + u"1 " + name + u".-='v'>x</" + name + u"1></r>");
+    }
+    for (const UCString end : {u"</r>", u"&amp;</r>", u"<!--c--></r>"}) {
+        UCString leaves = u"<r>";
+        for (int i = 0; i < 40; ++i)
+            leaves += u"\n \t <a>x</a>";
+        Same(leaves + u"\n  " + end);
+    }
+    // A stop unit at each offset of text and values, beside units that pack
+    // to the bytes nearest the stop set's.
+    for (const UCChar stop : {UCChar(0), UCChar(0xFFFF), UCChar(0x2028), UCChar(13), UCChar(0xFFFE), UCChar(0x8000)})
+        for (size_t at = 0; at < 40; ++at) {
+            UCString text(40, u'\x7F');
+            text[at] = stop;
+            Same(u"<r><a b='" + text + u"'>" + text + u"</a>\n" + UCString(at % 20, u' ') + u"<c/></r>");
+        }
     // Every prefix of a document that uses each kind of content.
     const UCString doc = u"<?xml version='1.0'?>\n<!-- head -->\n<r a='1'>\n  <g id=\"x\">\n    <leaf>text</leaf>\n"
                          u"    <e/><f />\n    <m>mixed<i>in</i>tail&amp;more</m>\r\n    <n>a\nb</n><q>&#x41;</q>\n"
