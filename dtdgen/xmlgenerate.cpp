@@ -15,11 +15,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <string>
-#include <string_view>
-#include <type_traits>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -345,6 +342,7 @@ struct XmlDocument::GenWalk {
         key = NewKey(id == 0 ? u"" : lastDoc->m_names[id - 1].c_str());
         return key - 1;
     }
+    uint32_t Gather(const XmlElement* first);
     // Makes the document of the slab block the one NewKeyOf names keys of.
     void SwitchBlock(const XmlElementBlock* block);
     uint32_t NewKey(const UCChar* text);
@@ -543,23 +541,23 @@ bool XmlDocument::GenerateDTD(const std::vector<const XmlDocument*>& documents) 
     return result;
 }
 
-bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
-    WorkArray<uint32_t>& records = walk.records;
+// Step one of the walk: the records of the tree from first, in document
+// order. Returns the place of the record of the chain from first.
+uint32_t XmlDocument::GenWalk::Gather(const XmlElement* first) {
     records.clear();
     // Room for the records of the nodes in the slabs of the root's
-    // document, mostly the whole tree: a word a node, and as much again
-    // for elements with children or attributes. A tree of more nodes has
-    // the room grown as it is needed.
+    // document, which mostly hold the whole tree: three words a node cover
+    // its key and flags, the place of its children's record and a few
+    // attributes. Records that need more have the room grown.
     if (const XmlDocument* doc = first->m_block ? first->m_block->m_document : nullptr) {
-        size_t nodes = 0;
+        size_t count = 0;
         for (const XmlElementBlock* b = doc->m_elementBlocks; b; b = b->m_nextBlock)
-            nodes += size_t(XmlElementBlock::Capacity - b->m_freeCount);
-        records.reserve(3 * nodes);
+            count += size_t(XmlElementBlock::Capacity - b->m_freeCount);
+        records.reserve(3 * count);
     }
 
-    // ---- Step one: the records, in document order.
-    WorkArray<uint64_t>& nodes = walk.pendingNodes;
-    WorkArray<uint32_t>& pending = walk.pendingWords;
+    WorkArray<uint64_t>& nodes = pendingNodes;
+    WorkArray<uint32_t>& pending = pendingWords;
 
     // Writes the record of the pending nodes from index from on, whose
     // words start at wordsFrom, and drops them. Returns its place.
@@ -593,13 +591,13 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         uint32_t* w = count + 1;
         bool node = false;
         for (const XmlAttribute& a : e->m_attributes) {
-            uint32_t attrKey = walk.AttrKeyOf(key, a.Name());
-            GenWalk::AttrKey& k = walk.attrKeys[attrKey];
+            uint32_t attrKey = AttrKeyOf(key, a.Name());
+            AttrKey& k = attrKeys[attrKey];
             const UCChar* value = a.Value();
             size_t length = std::char_traits<UCChar>::length(value);
             k.maxLen = std::max(k.maxLen, int(length));
             uint32_t id = k.Intern(value, length);
-            node |= id == GenWalk::NoValue;
+            node |= id == NoValue;
             *w++ = attrKey;
             *w++ = id;
         }
@@ -616,10 +614,10 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
     // The key of the name of the slab looked at last: neighbours mostly
     // share one.
     const XmlElementBlock* block = first->m_block;
-    walk.SwitchBlock(block);
-    const uint32_t* blockKeys = walk.lastKeys->data();
-    size_t blockIds = walk.lastKeys->size();
-    int* maxLen = walk.keyMaxLen.data();
+    SwitchBlock(block);
+    const uint32_t* blockKeys = lastKeys->data();
+    size_t blockIds = lastKeys->size();
+    int* maxLen = keyMaxLen.data();
     for (const XmlElement* e = first; e;) {
         // A parsed tree lies in its slabs in document order, and the text
         // of its nodes in the text stores in the same order: both are asked
@@ -629,10 +627,10 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         __builtin_prefetch(reinterpret_cast<const void*>(ahead + sizeof *e - 1));
         __builtin_prefetch(reinterpret_cast<const void*>(reinterpret_cast<uintptr_t>(e->m_data.data()) + 4096));
         if (e->m_block != block) {
-            walk.SwitchBlock(e->m_block);
+            SwitchBlock(e->m_block);
             block = e->m_block;
-            blockKeys = walk.lastKeys->data();
-            blockIds = walk.lastKeys->size();
+            blockKeys = lastKeys->data();
+            blockIds = lastKeys->size();
         }
         // An id outside the table names "", as XmlElement::Name tells.
         size_t id = size_t(unsigned(e->m_nameId));
@@ -640,8 +638,8 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             id = 0;
         uint32_t key = blockKeys[id] - 1;
         if (key == uint32_t(-1)) {
-            key = walk.NewKeyOf(id);
-            maxLen = walk.keyMaxLen.data();
+            key = NewKeyOf(id);
+            maxLen = keyMaxLen.data();
         }
         maxLen[key] = std::max(maxLen[key], int(e->m_data.size()));
         unsigned facts = e->m_child ? HasChild : 0;
@@ -659,8 +657,8 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                 __builtin_prefetch(e->m_data.data());
                 data = e;
             }
-            walk.open.push_back(
-                GenWalk::Open{e->m_next, data, Place32(nodes.size() - 1), Place32(pending.size()), uint32_t(record)});
+            open.push_back(
+                Open{e->m_next, data, Place32(nodes.size() - 1), Place32(pending.size()), uint32_t(record)});
             e = e->m_child;
             continue;
         }
@@ -668,9 +666,9 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             facts |= HasText;
         nodes.push_back(uint64_t(facts) << 32 | key);
         const XmlElement* next = e->m_next;
-        while (!next && !walk.open.empty()) {
-            GenWalk::Open o = walk.open.back();
-            walk.open.pop_back();
+        while (!next && !open.empty()) {
+            Open o = open.back();
+            open.pop_back();
             pending[o.record] = writeRecord(o.self + 1, o.words);
             if (o.data && DataHasText(o.data->m_data.data(), o.data->m_data.size()))
                 nodes[o.self] |= uint64_t(HasText) << 32;
@@ -678,7 +676,11 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         }
         e = next;
     }
-    uint32_t top = writeRecord(0, 0);
+    return writeRecord(0, 0);
+}
+
+bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
+    uint32_t top = walk.Gather(first);
 
     // ---- Step two: the nodes in the order of generation.
 
@@ -757,7 +759,7 @@ bool XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         }
     };
 
-    const uint32_t* words = records.data();
+    const uint32_t* words = walk.records.data();
     ChildSequence& seq = walk.sequence;
     // No key is added from here on.
     unsigned char* keyMixed = walk.keyMixed.data();
