@@ -75,7 +75,9 @@ TEST(GenerateDtdTest, InferredContentModels) {
         {"x,a,a,y;x,a,b,y", "(x,a+,(b)*,y)"}, {";", "EMPTY"}, {"a,x,y,y;b,x,y", "((a|b)*,x,y+)"},
         {"id,item,item,note,total;id,item,gift,note,total;id,item,total;id,item,item,item,note,total",
          "(id,item+,(note|gift)*,total)"},
-        {"a;b;c;d;e;f;g;h;i;j;k", "((a|b|c|d|e|f|g|h|i|j|k)*)"}};  // the shape table grows
+        {"a;b;c;d;e;f;g;h;i;j;k", "((a|b|c|d|e|f|g|h|i|j|k)*)"},  // the shape table grows
+        // Shapes met after head and tail can no longer take anything.
+        {"a,b;b,a;c", "((a|b|c)*)"}, {"a,b;b,a;a,a,b;c,a", "((a|b|c)*)"}, {"a;b,a;b,a,a,b", "((a|b)*)"}};
     for (const auto& c : cases) {
         XmlDocument doc;
         Generate(doc, Instances(c.instances));
