@@ -37,10 +37,11 @@ inline const XmlPredefinedEntity* XmlPredefinedFor(UCChar c) {
     }
 }
 
-// Whether name is one of the five.
+// Whether name is one of the five. A name's length is that of its
+// reference less the '&' and the ';', which rules most names out unread.
 inline bool XmlIsPredefinedEntity(const UCString& name) {
     for (const XmlPredefinedEntity& e : kXmlPredefinedEntities)
-        if (name == e.name)
+        if (name.size() + 2 == e.referenceLength && name.compare(e.name) == 0)
             return true;
     return false;
 }

@@ -104,11 +104,18 @@ public:
     T* Find(List& list, const UCChar* name) {
         std::u16string_view key(name ? name : u"");
         if (list.size() < LinearLimit) {
-            // The first units tell most names apart without measuring them.
-            const UCChar first = key.empty() ? u'\0' : key[0];
+            // Compared unit by unit up to the key's length, so that no entry
+            // is measured; the first unit tells most names apart.
+            const size_t n = key.size();
+            const UCChar first = n ? key[0] : u'\0';
             for (T& item : list) {
                 const UCChar* itemName = item.Name();
-                if (itemName[0] == first && key == itemName)
+                if (itemName[0] != first)
+                    continue;
+                size_t i = 0;
+                while (i < n && itemName[i] == key[i] && itemName[i] != 0)
+                    ++i;
+                if (i == n && itemName[n] == 0)
                     return &item;
             }
             return nullptr;

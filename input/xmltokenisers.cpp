@@ -288,14 +288,17 @@ int XmlDocument::ReadReference(UCString& token, UCString* charData) {
         PushBack(c);
         return tokNone;
     }
+    // The name runs to the ';', taken a run at a time from the source.
     m_refText.assign(1, c);
     for (;;) {
+        ScanRun(m_refText, ';', ';');
         c = NextChar();
         if (c == ';' || c == UCEof)
             break;
         m_refText.push_back(c);
     }
-    if (c == ';' && m_dtd.LookupEntity(m_refText.c_str(), token)) {
+    const XmlEntityDef* entity = c == ';' ? m_dtd.FindEntity(m_refText.c_str()) : nullptr;
+    if (entity) {
         // The five predefined entities are short and final; everything else
         // counts against the limits.
         if (!XmlIsPredefinedEntity(m_refText)) {
@@ -303,7 +306,7 @@ int XmlDocument::ReadReference(UCString& token, UCString* charData) {
             // value, so that a short value that names itself behind some
             // text ("b&e;") cannot take millions of rounds to reach the limit.
             constexpr size_t kReferenceCost = 32;
-            m_entityExpansion += token.size() + kReferenceCost;
+            m_entityExpansion += entity->ValueLength() + kReferenceCost;
             if (m_entityExpansion > MaxEntityExpansion) {
                 SetUpError(errSyntax, u"Entity expansion exceeds %u units at '&%s;'", unsigned(MaxEntityExpansion),
                            m_refText.c_str());
@@ -314,7 +317,9 @@ int XmlDocument::ReadReference(UCString& token, UCString* charData) {
             SetUpError(errSyntax, u"Entity references nested too deeply at '&%s;'", m_refText.c_str());
             return tokError;
         }
-        PushBack(token.c_str());
+        // The replacement text is read from the definition, which does not
+        // change while the content is read.
+        PushBack(entity->Value());
         ++m_entityNesting;
         int kind = ContentToken(token, charData);
         --m_entityNesting;

@@ -18,6 +18,10 @@ TEST(DtdLimitsTest, BombsLoopsAndDepth) {
         {u"<!DOCTYPE a [" + general + u"<!ELEMENT a ANY>]><a>&g11;</a>", u"Entity expansion exceeds 8388608 units at '&g1;'"},
         {u"<!DOCTYPE a [<!ENTITY % big '" + UCString(100000, u' ') + u"'>" + Repeat(u"%big;", 200) + u"]><a/>",
          u"Entity expansion exceeds 8388608 units at '%big;'"},
+        // A name that begins like a predefined one still counts.
+        {u"<!DOCTYPE a [<!ENTITY ltx '" + UCString(100000, u' ') + u"'><!ELEMENT a ANY>]><a>" + Repeat(u"&ltx;", 200) +
+             u"</a>",
+         u"Entity expansion exceeds 8388608 units at '&ltx;'"},
         {u"<!DOCTYPE a [<!ENTITY e '&e;'><!ELEMENT a ANY>]><a>&e;</a>", u"Entity references nested too deeply at '&e;'"},
         {u"<!DOCTYPE a [<!ELEMENT a " + Repeat(u"(", 100000) + u"b" + Repeat(u")", 100000) + u">]><a/>",
          u"Content model nested deeper than 256 groups"},
