@@ -166,6 +166,10 @@ BATCHERR XmlDocument::ParseContent(int depth) {
         return SetUpError(errSyntax, u"Element nesting too deep");
     UCString& data = m_depthData[depth];
     data.clear();
+    // Room for a few lines of text from the start, rather than growing
+    // through every small size in each new document.
+    if (data.capacity() < 120)
+        data.reserve(120);
     const unsigned nullsBefore = m_dataNulls;
     XmlElement* current = m_elementStack.back();
     XmlElement* lastChild = current->m_child ? current->m_child->Last() : nullptr;

@@ -63,8 +63,12 @@ void XmlDtd::Clear() {
     m_elementIndex.Reset();
     m_attrListIndex.Reset();
     m_doingExterns = false;
-    for (const XmlPredefinedEntity& e : kXmlPredefinedEntities)
-        AddEntity(e.name, e.value);
+    // The list is empty and the index stale: nothing to look up or record.
+    for (const XmlPredefinedEntity& e : kXmlPredefinedEntities) {
+        XmlEntityDef& entity = m_entities.emplace_back(false);
+        entity.m_name = e.name;
+        entity.m_value = e.value;
+    }
     m_haveContents = false;
 }
 
