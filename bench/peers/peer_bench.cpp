@@ -27,6 +27,7 @@
 //
 // Output, one line: parser= input= mode= docs= bytes= seconds= mbps= elements= maxrss_kb=
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -229,7 +230,14 @@ size_t CountTiny(const tinyxml2::XMLElement* root) {
 struct Run {
     double seconds = 0;
     size_t elements = 0;
+    long faults = 0;  // minor page faults of the timed parts
 };
+
+long MinorFaults() {
+    struct rusage u;
+    ::getrusage(RUSAGE_SELF, &u);
+    return u.ru_minflt;
+}
 
 double Since(Clock::time_point a) { return std::chrono::duration<double>(Clock::now() - a).count(); }
 
@@ -237,6 +245,7 @@ double Since(Clock::time_point a) { return std::chrono::duration<double>(Clock::
 // ParseString takes, then ParseString; from a file, ParseFile.
 void ParseOzm(bool file, const std::string& data, const std::string& path, Run& run) {
     UCString widePath(path.begin(), path.end());  // the paths are ASCII
+    const long faults = MinorFaults();
     auto a = Clock::now();
     REGION_TOGGLE();
     auto doc = std::make_unique<XmlDocument>();
@@ -250,6 +259,7 @@ void ParseOzm(bool file, const std::string& data, const std::string& path, Run& 
     }
     REGION_TOGGLE();
     run.seconds += Since(a);
+    run.faults += MinorFaults() - faults;
     if (r != errNone)
         Fail("ozm: " + path + ": error " + std::to_string(int(r)) + " at line " + std::to_string(doc->ErrorLine()));
     run.elements += CountOzm(doc->RootElement());
@@ -258,6 +268,7 @@ void ParseOzm(bool file, const std::string& data, const std::string& path, Run& 
 // pugixml: in place in a mutable copy of the bytes (made before timing),
 // or load_file.
 void ParsePugi(bool file, std::string& data, const std::string& path, Run& run) {
+    const long faults = MinorFaults();
     auto a = Clock::now();
     REGION_TOGGLE();
     auto doc = std::make_unique<pugi::xml_document>();
@@ -265,6 +276,7 @@ void ParsePugi(bool file, std::string& data, const std::string& path, Run& run) 
         file ? doc->load_file(path.c_str()) : doc->load_buffer_inplace(&data[0], data.size());
     REGION_TOGGLE();
     run.seconds += Since(a);
+    run.faults += MinorFaults() - faults;
     if (!r)
         Fail("pugixml: " + path + ": " + r.description() + " at offset " + std::to_string(r.offset));
     run.elements += CountPugi(*doc);
@@ -274,12 +286,14 @@ void ParsePugi(bool file, std::string& data, const std::string& path, Run& run) 
 // other tree parsers here hold their text (XML_PARSE_NOENT).
 void ParseLibxml2(bool file, const std::string& data, const std::string& path, Run& run) {
     const int options = XML_PARSE_NOENT | XML_PARSE_NONET;
+    const long faults = MinorFaults();
     auto a = Clock::now();
     REGION_TOGGLE();
     xmlDoc* doc = file ? xmlReadFile(path.c_str(), nullptr, options)
                        : xmlReadMemory(data.data(), int(data.size()), "memory.xml", nullptr, options);
     REGION_TOGGLE();
     run.seconds += Since(a);
+    run.faults += MinorFaults() - faults;
     if (!doc)
         Fail("libxml2: " + path + ": parse failed");
     run.elements += CountLibxml2(xmlDocGetRootElement(doc));
@@ -306,6 +320,7 @@ void XMLCALL ExpatText(void* user, const XML_Char*, int len) {
 void ParseExpat(bool file, const std::string& data, const std::string& path, Run& run) {
     ExpatCounts counts;
     bool ok = true;
+    const long faults = MinorFaults();
     auto a = Clock::now();
     REGION_TOGGLE();
     XML_Parser p = XML_ParserCreate(nullptr);
@@ -330,6 +345,7 @@ void ParseExpat(bool file, const std::string& data, const std::string& path, Run
     }
     REGION_TOGGLE();
     run.seconds += Since(a);
+    run.faults += MinorFaults() - faults;
     if (!ok)
         Fail("expat: " + path + ": " + XML_ErrorString(XML_GetErrorCode(p)) + " at line " +
              std::to_string(XML_GetCurrentLineNumber(p)));
@@ -339,12 +355,14 @@ void ParseExpat(bool file, const std::string& data, const std::string& path, Run
 
 // TinyXML-2: XMLDocument::Parse (which copies the bytes) or LoadFile.
 void ParseTiny(bool file, const std::string& data, const std::string& path, Run& run) {
+    const long faults = MinorFaults();
     auto a = Clock::now();
     REGION_TOGGLE();
     auto doc = std::make_unique<tinyxml2::XMLDocument>();
     tinyxml2::XMLError r = file ? doc->LoadFile(path.c_str()) : doc->Parse(data.data(), data.size());
     REGION_TOGGLE();
     run.seconds += Since(a);
+    run.faults += MinorFaults() - faults;
     if (r != tinyxml2::XML_SUCCESS)
         Fail("tinyxml2: " + path + ": " + doc->ErrorStr());
     run.elements += CountTiny(doc->RootElement());
@@ -447,8 +465,9 @@ int main(int argc, char** argv) {
     if (run.elements != in.elements)
         Fail(parser + " " + kind + " " + mode + ": " + std::to_string(run.elements) + " elements, the generator wrote " +
              std::to_string(in.elements));
-    std::printf("parser=%s input=%s mode=%s docs=%zu bytes=%zu seconds=%.6f mbps=%.2f elements=%zu maxrss_kb=%ld\n",
-                parser.c_str(), kind.c_str(), mode.c_str(), in.paths.size(), in.bytes, run.seconds,
-                double(in.bytes) / 1e6 / run.seconds, run.elements, MaxRssKb());
+    std::printf(
+        "parser=%s input=%s mode=%s docs=%zu bytes=%zu seconds=%.6f mbps=%.2f elements=%zu maxrss_kb=%ld faults=%ld\n",
+        parser.c_str(), kind.c_str(), mode.c_str(), in.paths.size(), in.bytes, run.seconds,
+        double(in.bytes) / 1e6 / run.seconds, run.elements, MaxRssKb(), run.faults);
     return 0;
 }

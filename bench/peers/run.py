@@ -10,7 +10,8 @@ round every parser parses every input once per mode, each parse in a fresh
 peer_bench process, the parsers' order rotated from round to round. Prints a
 Markdown table of the median MB/s, the median ratio to pugixml of the same
 round (input and mode), and the peak RSS of parsing the records document
-from a file; the raw lines of peer_bench go to stderr.
+from a file, then one of the page faults of the timed parses per MB; the
+raw lines of peer_bench go to stderr.
 """
 import argparse
 import os
@@ -149,7 +150,7 @@ def main():
         load = os.getloadavg()[0]
 
         # secs[(parser, kind, mode)] = [seconds per round]
-        secs, rss = {}, {}
+        secs, rss, faults = {}, {}, {}
         for r in range(a.rounds):
             order = parsers[r % len(parsers):] + parsers[:r % len(parsers)]
             for kind in inputs:
@@ -158,6 +159,7 @@ def main():
                         res = run_one(bench, d, p, kind, mode)
                         secs.setdefault((p, kind, mode), []).append(float(res["seconds"]))
                         rss.setdefault((p, kind, mode), []).append(int(res["maxrss_kb"]))
+                        faults.setdefault((p, kind, mode), []).append(int(res["faults"]))
             print("round %d of %d done" % (r + 1, a.rounds), file=sys.stderr)
     finally:
         if tmp:
@@ -185,6 +187,18 @@ def main():
     if "records" in inputs and "file" in modes:
         cells = ["%.0f" % (statistics.median(rss[(p, "records", "file")]) / 1024) for p in parsers]
         print("| peak RSS (MiB), %s | file | %s |" % (input_label("records", manifest), " | ".join(cells)))
+    # Each minor fault is the first touch of a 4 KB page: the memory a parse
+    # takes fresh from the system, which costs time of its own.
+    print()
+    print("Minor page faults of the timed parses per MB of input, median of the rounds:")
+    print()
+    print("| input | mode | " + " | ".join(LABELS[p] for p in parsers) + " |")
+    print("|---|---|" + "---:|" * len(parsers))
+    for kind in inputs:
+        size = manifest[kind][1]
+        for mode in modes:
+            cells = ["%.0f" % (statistics.median(faults[(p, kind, mode)]) / (size / 1e6)) for p in parsers]
+            print("| %s | %s | %s |" % (input_label(kind, manifest), mode, " | ".join(cells)))
 
 
 if __name__ == "__main__":
