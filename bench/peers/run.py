@@ -171,35 +171,35 @@ def main():
     print("MB/s: median of %d rounds (MB = 10^6 bytes of UTF-8 input); in brackets the median ratio of the" % a.rounds)
     print("parser's speed to pugixml's in the same round (same input and mode); higher is faster.")
     print()
-    print("| input | mode | " + " | ".join(LABELS[p] for p in parsers) + " |")
-    print("|---|---|" + "---:|" * len(parsers))
-    for kind in inputs:
-        size = manifest[kind][1]
-        for mode in modes:
-            pug = secs[("pugixml", kind, mode)]
-            cells = []
-            for p in parsers:
-                s = secs[(p, kind, mode)]
-                mbps = size / 1e6 / statistics.median(s)
-                ratio = statistics.median(pg / x for pg, x in zip(pug, s))
-                cells.append("%.0f (%.2f)" % (mbps, ratio))
-            print("| %s | %s | %s |" % (input_label(kind, manifest), mode, " | ".join(cells)))
-    if "records" in inputs and "file" in modes:
-        cells = ["%.0f" % (statistics.median(rss[(p, "records", "file")]) / 1024) for p in parsers]
-        print("| peak RSS (MiB), %s | file | %s |" % (input_label("records", manifest), " | ".join(cells)))
+    def table(cell, last_row=None):
+        # One row per input and mode, one cell per parser.
+        print("| input | mode | " + " | ".join(LABELS[p] for p in parsers) + " |")
+        print("|---|---|" + "---:|" * len(parsers))
+        for kind in inputs:
+            size = manifest[kind][1]
+            for mode in modes:
+                cells = [cell(p, kind, mode, size) for p in parsers]
+                print("| %s | %s | %s |" % (input_label(kind, manifest), mode, " | ".join(cells)))
+        if last_row:
+            last_row()
+
+    def speed(p, kind, mode, size):
+        s = secs[(p, kind, mode)]
+        ratio = statistics.median(pg / x for pg, x in zip(secs[("pugixml", kind, mode)], s))
+        return "%.0f (%.2f)" % (size / 1e6 / statistics.median(s), ratio)
+
+    def peak_rss():
+        if "records" in inputs and "file" in modes:
+            cells = ["%.0f" % (statistics.median(rss[(p, "records", "file")]) / 1024) for p in parsers]
+            print("| peak RSS (MiB), %s | file | %s |" % (input_label("records", manifest), " | ".join(cells)))
+
+    table(speed, peak_rss)
     # Each minor fault is the first touch of a 4 KB page: the memory a parse
     # takes fresh from the system, which costs time of its own.
     print()
     print("Minor page faults of the timed parses per MB of input, median of the rounds:")
     print()
-    print("| input | mode | " + " | ".join(LABELS[p] for p in parsers) + " |")
-    print("|---|---|" + "---:|" * len(parsers))
-    for kind in inputs:
-        size = manifest[kind][1]
-        for mode in modes:
-            cells = ["%.0f" % (statistics.median(faults[(p, kind, mode)]) / (size / 1e6)) for p in parsers]
-            print("| %s | %s | %s |" % (input_label(kind, manifest), mode, " | ".join(cells)))
-
+    table(lambda p, kind, mode, size: "%.0f" % (statistics.median(faults[(p, kind, mode)]) / (size / 1e6)))
 
 if __name__ == "__main__":
     main()
