@@ -26,6 +26,7 @@
 // not timed. The element count must equal the generator's, or the run fails.
 //
 // Output, one line: parser= input= mode= docs= bytes= seconds= mbps= elements= maxrss_kb=
+// faults= (minor page faults of the timed parts)
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
