@@ -43,9 +43,13 @@ UCChar* XmlElementBlock::TextRoomInNewChunk(size_t n) {
     const bool own = n + 1 > kLargestUnits / 4;
     size_t units = n + 1;
     if (!own) {
-        const size_t bytes = m_textChunks ? std::min(2 * (sizeof(TextChunk) + m_textChunks->units * sizeof(UCChar)),
-                                                     kLargestBytes)
-                                          : kFirstBytes;
+        // Twice the chunk before, or the first size; then doubled until the
+        // text fits, which it does in the largest chunk at the latest.
+        size_t bytes = m_textChunks ? std::min(2 * (sizeof(TextChunk) + m_textChunks->units * sizeof(UCChar)),
+                                               kLargestBytes)
+                                    : kFirstBytes;
+        while ((bytes - sizeof(TextChunk)) / sizeof(UCChar) < n + 1)
+            bytes *= 2;
         units = (bytes - sizeof(TextChunk)) / sizeof(UCChar);
     }
     TextChunk* chunk = static_cast<TextChunk*>(::operator new(sizeof(TextChunk) + units * sizeof(UCChar)));
