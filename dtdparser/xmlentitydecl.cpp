@@ -39,7 +39,10 @@ BATCHERR XmlDocument::ParseEntityDecl() {
     }
     if (isParam)
         name.insert(name.begin(), u'%');
-    if (!m_dtd.AddEntity(name.c_str(), std::move(value)))  // Rescan has cut it at a unit 0
+    // The value is a text with a terminator: a unit 0 that a character
+    // reference gave ends it.
+    value.resize(UCString::traits_type::length(value.c_str()));
+    if (!m_dtd.AddEntity(name.c_str(), std::move(value)))
         return SetUpError(errSyntax, u"Error adding entity decl for '%s'", name.c_str());
     kind = PrologToken(token, false);
     return kind == tokClose ? errNone : Unexpected(kind, token);
