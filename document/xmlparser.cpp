@@ -267,9 +267,12 @@ void XmlDocument::TrackAttribute(TrackedDefs& defs, const UCChar* name, size_t n
         }
     }
     if (known == defs.seen.end()) {
+        // Names beyond the first few are looked up in the list's index each
+        // time, so that many names on one element cost no walk of them all.
         UCString key(name, nameLength);
         def = defs.attributes->FindModifiableAttDef(key.c_str());
-        defs.seen.emplace_back(std::move(key), def);
+        if (defs.seen.size() < kSeenAttributes)
+            defs.seen.emplace_back(std::move(key), def);
     }
     if (def)
         def->MaxLen(int(length));

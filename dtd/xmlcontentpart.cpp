@@ -139,6 +139,14 @@ bool XmlContentPart::AddCP(const XmlContentPart& part, bool isChoice) {
     return true;
 }
 
+bool XmlContentPart::AppendCP(XmlContentPart&& part, bool isChoice) {
+    if (m_type == (isChoice ? cpSequence : cpChoice))
+        return false;
+    m_type = isChoice ? cpChoice : cpSequence;
+    Parts().push_back(std::move(part));
+    return true;
+}
+
 bool XmlContentPart::InsertCP(const XmlContentPart& part, int index) {
     if (m_type != cpSequence)
         return false;

@@ -1,5 +1,8 @@
 // Element declarations: their tokeniser, what an element may contain, and the
 // groups of a content model.
+#include <string_view>
+#include <unordered_set>
+
 #include "input/xmlcharstream.h"
 
 namespace {
@@ -150,6 +153,39 @@ BATCHERR XmlDocument::ParseElementDecl() {
     return errNone;
 }
 
+// The names of the members of a choice being read. A short choice is
+// walked; a long one keeps a set of views of the names where the group holds
+// them (appending moves no member), so that it is not walked for each new
+// member.
+class XmlDocument::ChoiceNames {
+public:
+    bool Has(const XmlContentPart& group, const UCString& name) {
+        if (group.Parts().size() <= kWalked) {
+            for (const XmlContentPart& member : group.Parts())
+                if (member.m_name == name)
+                    return true;
+            return false;
+        }
+        if (!m_built) {
+            for (const XmlContentPart& member : group.Parts())
+                if (!member.m_name.empty())
+                    m_set.insert(member.m_name);
+            m_built = true;
+        }
+        return m_set.count(name) != 0;
+    }
+    // After a named member, asked for with Has, was appended to group.
+    void Added(const XmlContentPart& group) {
+        if (m_built)
+            m_set.insert(group.Parts().back().m_name);
+    }
+
+private:
+    static constexpr size_t kWalked = 8;
+    std::unordered_set<std::u16string_view> m_set;
+    bool m_built = false;
+};
+
 BATCHERR XmlDocument::ParseContentParts(XmlContentPart& part) {
     if (m_groupNesting >= MaxGroupNesting)
         return SetUpError(errSyntax, u"Content model nested deeper than %d groups", MaxGroupNesting);
@@ -160,6 +196,7 @@ BATCHERR XmlDocument::ParseContentParts(XmlContentPart& part) {
     } nesting(m_groupNesting);
 
     UCString token;
+    ChoiceNames choiceNames;
     int kind = ElementDeclToken(token);
     for (;;) {
         while (kind == tokParamRef) {
@@ -191,12 +228,17 @@ BATCHERR XmlDocument::ParseContentParts(XmlContentPart& part) {
         }
         // The token behind the member decides what kind of group it wants.
         const bool isChoice = !(kind == tokComma || (kind == tokCloseParen && part.Type() == cpSequence));
-        if (!part.AddCP(member, isChoice)) {
+        // A choice keeps one member per name, as AddCP does.
+        const bool named = isChoice && part.Type() != cpSequence && member.Type() == cpName;
+        const bool again = named && choiceNames.Has(part, member.m_name);
+        if (!again && !part.AppendCP(std::move(member), isChoice)) {
             UCString behind = token;
             if (kind == tokComma || kind == tokBar)
                 ElementDeclToken(token);  // for the position of the report
             return SetUpError(errSyntax, u"Syntax error near '%S'", behind.c_str());
         }
+        if (named && !again)
+            choiceNames.Added(part);
         if (kind == tokComma || kind == tokBar)
             kind = ElementDeclToken(token);
         if (kind == tokCloseParen)

@@ -203,6 +203,7 @@ private:
     bool CountExpansion(size_t units, const UCChar* format, const UCChar* what);
     BATCHERR ParseElementDecl();
     BATCHERR ParseContentParts(XmlContentPart& part);
+    class ChoiceNames;
     int ElementDeclToken(UCString& token);
     bool ReadParamRef(UCString& token, bool pushBack);
     BATCHERR ParseAttrList();
@@ -359,6 +360,7 @@ private:
         // the list of definitions.
         std::vector<std::pair<UCString, XmlAttDef*>> seen;
     };
+    static constexpr size_t kSeenAttributes = 16;
     std::vector<TrackedDefs> m_trackedDefs;
     TrackedDefs& Tracked(int nameId) {
         if (size_t(nameId) < m_trackedDefs.size() && m_trackedDefs[size_t(nameId)].known)

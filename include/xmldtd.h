@@ -196,7 +196,11 @@ public:
 private:
     friend class XmlElementDef;
     friend class XmlDtd;
+    friend class XmlDocument;
 
+    // AddCP for a part that the caller gives up and whose name the caller
+    // knows to be new in a choice: moved in, without a walk of the group.
+    bool AppendCP(XmlContentPart&& part, bool isChoice);
     XmlDeque<XmlContentPart>& Parts() { return m_parts; }
     const XmlDeque<XmlContentPart>& Parts() const { return m_parts; }
     void CopyFields(const XmlContentPart& other);

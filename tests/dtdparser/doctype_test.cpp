@@ -56,6 +56,9 @@ TEST(ElementDeclTest, ContentModels) {
         {"<!ELEMENT a ((b,c)|b)?><!ELEMENT b ANY><!ELEMENT c ANY>", errNone, u"", "a=C((b,c)|b)? b=A c=A"},
         {"<!ELEMENT a (((b)*+))><!ELEMENT b ANY>", errNone, u"", "a=C(((b)*)) b=A"},
         {"<!ELEMENT a (#x)><!ELEMENT #x EMPTY>", errNone, u"", "a=C(#x) #x=E"},
+        // Names met again in a long choice, early and late members alike.
+        {"<!ELEMENT a (b|c|d|e|f|g|h|i|(j)|k|c|k|l|j*)><!ELEMENT b EMPTY><!ELEMENT c EMPTY><!ELEMENT d EMPTY><!ELEMENT e EMPTY><!ELEMENT f EMPTY><!ELEMENT g EMPTY><!ELEMENT h EMPTY><!ELEMENT i EMPTY><!ELEMENT j EMPTY><!ELEMENT k EMPTY><!ELEMENT l EMPTY>", errNone, u"",
+         "a=C(b|c|d|e|f|g|h|i|(j)|k|l|j*) b=E c=E d=E e=E f=E g=E h=E i=E j=E k=E l=E"},
         {"<!ELEMENT a EMPTY><!ELEMENT a (b)>", errNone, u"", "a=E a=C(b)"},
         {"<!ENTITY % m '(b|c)*'><!ELEMENT a %m;><!ELEMENT b ANY><!ELEMENT c ANY>", errNone, u"", "a=C(b|c)* b=A c=A"},
         {"<!ENTITY % m 'b, c'><!ELEMENT a (%m;, d)><!ELEMENT b ANY><!ELEMENT c ANY><!ELEMENT d ANY>", errNone, u"",
