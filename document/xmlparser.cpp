@@ -30,6 +30,7 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
     m_trackedDefs.clear();
     m_entityNesting = 0;
     m_entityExpansion = 0;
+    ResetResources();
     InitParser();
 
     UCString token;

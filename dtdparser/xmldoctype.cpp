@@ -213,6 +213,7 @@ BATCHERR XmlDocument::ParseExternalDTD(const UCChar* uri) {
     m_line = 1;
     m_col = 0;
     FileName(uri);
+    ResetResources();
     UCString text;
     BATCHERR result = ReadParsedURI(uri, text);
     m_dtd.DoingExterns(true);

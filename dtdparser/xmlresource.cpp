@@ -1,9 +1,11 @@
 // External resources: an identifier of a definition turned into the whole
 // text of a file, found beside the document when it is a bare file name.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <cerrno>
 #include <string>
 
 #include "input/xmlcharstream.h"
@@ -20,7 +22,66 @@ int ResourceFormat(int b0, int b1) {
     return 8;
 }
 
+// What a file that is no regular file is, for the message that refuses it.
+const UCChar* KindOfFile(mode_t mode) {
+    if (S_ISDIR(mode))
+        return u"a directory";
+    if (S_ISFIFO(mode))
+        return u"a FIFO";
+    if (S_ISCHR(mode))
+        return u"a character device";
+    if (S_ISBLK(mode))
+        return u"a block device";
+    if (S_ISSOCK(mode))
+        return u"a socket";
+    return u"a special file";
+}
+
+// A descriptor closed when it goes out of scope, unless handed on.
+struct Descriptor {
+    int fd = -1;
+    ~Descriptor() {
+        if (fd >= 0)
+            ::close(fd);
+    }
+    int Release() {
+        int f = fd;
+        fd = -1;
+        return f;
+    }
+};
+
 }  // namespace
+
+// Opens the resource at path for reading: only a regular file is read. The
+// kind of file is tested on the opened descriptor, so that nothing can swap
+// the file between the test and the read, and the open does not block, so
+// that a FIFO without a writer is refused at once rather than waited for.
+BATCHERR XmlDocument::OpenResource(const UCString& path, int& fd, ResourceKey& key) {
+    std::string narrow;
+    OzmGlob::WStringToString(path, narrow, OZM_CSET(0));
+    Descriptor file;
+    struct stat info;
+    if (!narrow.empty()) {
+        do {
+            file.fd = ::open(narrow.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        } while (file.fd < 0 && errno == EINTR);
+    }
+    if (file.fd < 0 || ::fstat(file.fd, &info) != 0)
+        return SetUpError(errOpenUri, u"Unable to open URI '%s'", path.c_str());
+    if (!S_ISREG(info.st_mode))
+        return SetUpError(errOpenUri, u"URI '%s' is %s, not a regular file", path.c_str(), KindOfFile(info.st_mode));
+    if (uint64_t(info.st_size) > MaxResourceBytes)
+        return SetUpError(errOpenUri, u"URI '%s' is larger than %u bytes", path.c_str(), unsigned(MaxResourceBytes));
+    if (m_externalBytes + uint64_t(info.st_size) > MaxExternalBytes)
+        return SetUpError(errOpenUri, u"External resources of one parse exceed %u bytes at '%s'",
+                          unsigned(MaxExternalBytes), path.c_str());
+    m_externalBytes += uint64_t(info.st_size);
+    key = ResourceKey{uint64_t(info.st_dev), uint64_t(info.st_ino), int64_t(info.st_size),
+                      int64_t(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
+    fd = file.Release();
+    return errNone;
+}
 
 BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
     text.clear();
@@ -47,32 +108,40 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
         path = dir;
     }
 
-    std::string narrow;
-    OzmGlob::WStringToString(path, narrow, OZM_CSET(0));
-    FILE* probe = narrow.empty() ? nullptr : std::fopen(narrow.c_str(), "rb");
-    struct stat info;
-    if (probe && (fstat(fileno(probe), &info) != 0 || S_ISDIR(info.st_mode))) {
-        std::fclose(probe);
-        probe = nullptr;
+    int fd = -1;
+    ResourceKey key;
+    BATCHERR result = OpenResource(path, fd, key);
+    if (result != errNone)
+        return result;
+    // A file read before in this parse is not read again: its text is copied,
+    // and it still counts towards the bytes of external resources.
+    const auto known = m_resourceCopies.find(key);
+    if (known != m_resourceCopies.end()) {
+        ::close(fd);
+        text = known->second;
+        return errNone;
     }
-    if (!probe)
-        return SetUpError(errOpenUri, u"Unable to open URI '%s'", path.c_str());
-    const bool tooLarge = S_ISREG(info.st_mode) && uint64_t(info.st_size) > MaxResourceBytes;
-    const int b0 = std::fgetc(probe);
-    const int b1 = b0 == EOF ? EOF : std::fgetc(probe);
-    std::fclose(probe);
-    if (tooLarge)
-        return SetUpError(errOpenUri, u"URI '%s' is larger than %u bytes", path.c_str(), unsigned(MaxResourceBytes));
 
+    unsigned char first[2];
+    ssize_t got;
+    do {
+        got = ::pread(fd, first, 2, 0);
+    } while (got < 0 && errno == EINTR);
     OzmUCFile file;
-    if (file.Open(path.c_str(), u"rb", ResourceFormat(b0, b1), OZM_CSET(0)) < 0)
+    if (file.OpenDescriptor(fd, ResourceFormat(got > 0 ? first[0] : -1, got > 1 ? first[1] : -1), true) < 0) {
+        ::close(fd);
         return errOpenUri;
+    }
     for (int i = 0; i < 5; ++i) {
         UCChar c = file.Getc();
         if (c == UCEof)
             break;
         text.push_back(c);
     }
+    // Whether the text may be copied for a later read: not when reading its
+    // text declaration moved the position of the enclosing text or read
+    // beyond what was pushed, which a copy would not do again.
+    bool copyable = true;
     if (OzmGlob::wcscmpi(text.c_str(), u"<?XML") == 0) {
         // A text declaration: its rest up to the first '>' is read again by
         // the declaration parser, which tests it; its values are dropped.
@@ -86,18 +155,22 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
         } while (c != '>');
         PushText(std::move(text));
         text.clear();
+        const int64_t line = m_line, col = m_col;
+        const UCChar* const pending = file.Pending();
+        const UCChar* const cursor = m_stringCursor;
         OzmUCFile* saved = m_sourceFile;
         m_sourceFile = &file;
         OZM_CSET encoding = OZM_CSET(1);
         double version = 1.0;
         bool standalone = true;
-        BATCHERR result = ParseTextDecl(encoding, version, standalone);
+        result = ParseTextDecl(encoding, version, standalone);
         m_sourceFile = saved;
         if (result != errNone)
             return result;
+        copyable = m_line == line && m_col == col && file.Pending() == pending && m_stringCursor == cursor;
     }
     // The rest in bulk; a unit 0xFFFF ends the resource as its end does.
-    // Counting units bounds what a device without a size can deliver.
+    // Counting units bounds a file that grows while it is read.
     const size_t maxUnits = MaxResourceBytes;
     for (;;) {
         const UCChar* run = file.Pending();
@@ -117,5 +190,7 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
     }
     if (text.size() > maxUnits)
         return SetUpError(errOpenUri, u"URI '%s' is larger than %u bytes", path.c_str(), unsigned(MaxResourceBytes));
+    if (copyable)
+        m_resourceCopies.emplace(key, text);
     return errNone;
 }

@@ -198,6 +198,10 @@ public:
     // format is not one of the above. set is the character set of path
     // (0: the platform's own).
     int Open(const UCChar* path, const UCChar* mode, int format, OZM_CSET set);
+    // Reads an open descriptor from where it stands, in one of the formats
+    // above; Close closes it only if owned. Returns 0, or a negative value
+    // for an unknown format or a descriptor that is not open.
+    int OpenDescriptor(int fd, int format, bool owned);
     int Close();
 
     // Next unit, or UCEof at the end of the file or on a read error.

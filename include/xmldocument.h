@@ -120,6 +120,11 @@ public:
     static constexpr int MaxMarkupNesting = 256;
     // Bytes of an external subset or entity, which is read whole.
     static constexpr size_t MaxResourceBytes = size_t(16) << 20;
+    // Bytes of all external subsets and entities that one parse reads; a
+    // resource that is named again counts again, though its text is then
+    // copied rather than read. Stops amplification through many
+    // declarations of one file.
+    static constexpr uint64_t MaxExternalBytes = uint64_t(64) << 20;
 
     // Reads a stand-alone external subset into the definition, finds its
     // single root element and verifies it.
@@ -211,6 +216,24 @@ private:
     int AttrListToken(UCString& token, bool nameOnly);
     BATCHERR ParseEntityDecl();
     BATCHERR ReadParsedURI(const UCChar* uri, UCString& text);
+    // A file as the file system knows it: device, inode, size and time of
+    // change, which tell whether a text read before is still its text.
+    struct ResourceKey {
+        uint64_t device = 0, inode = 0;
+        int64_t size = 0, changed = 0;
+        bool operator<(const ResourceKey& o) const {
+            return device != o.device ? device < o.device
+                   : inode != o.inode ? inode < o.inode
+                   : size != o.size   ? size < o.size
+                                      : changed < o.changed;
+        }
+    };
+    BATCHERR OpenResource(const UCString& path, int& fd, ResourceKey& key);
+    // Forgets the resources of the parse before.
+    void ResetResources() {
+        m_externalBytes = 0;
+        m_resourceCopies.clear();
+    }
     BATCHERR VerifyDTD();
     BATCHERR VerifyDTDElements(XmlElementDef* def);
     BATCHERR VerifyDTDContentPart(XmlContentPart& part);
@@ -338,6 +361,10 @@ private:
     // of replacement text pushed back in this parse (see the limits above).
     int m_entityNesting = 0;
     size_t m_entityExpansion = 0;
+    // Bytes of the external resources of this parse, and the texts of those
+    // read so far, by file.
+    uint64_t m_externalBytes = 0;
+    std::map<ResourceKey, UCString> m_resourceCopies;
     // Direct-mapped cache in front of m_nameIndex: index + 1 of a name by a
     // hash of its text, 0 when empty. Each hit is verified against m_names.
     int m_nameCache[256] = {};

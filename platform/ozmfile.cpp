@@ -588,6 +588,20 @@ int OzmUCFile::Open(const UCChar* path, const UCChar* mode, int format, OZM_CSET
     return 0;
 }
 
+int OzmUCFile::OpenDescriptor(int fd, int format, bool owned) {
+    Close();
+    if (!IsKnownFormat(format)) {
+        errno = EINVAL;
+        return -1;
+    }
+    if (AttachDescriptor(fd, false, owned) != 0)
+        return -1;
+    m_format = format;
+    ResetDecoding();
+    m_pendingHigh = 0;
+    return 0;
+}
+
 int OzmUCFile::Close() {
     int rc = 0;
     if (m_pendingHigh && m_handle != -1) {

@@ -1,4 +1,6 @@
 // External subsets and entities read from files, and stand-alone subsets.
+#include <sys/stat.h>
+
 #include "test_util.h"
 
 namespace {
@@ -38,6 +40,14 @@ TEST_F(ExternalTest, ErrorsInsideASubsetNameItAndCountItsLines) {
 TEST_F(ExternalTest, ResourcesThatCannotBeRead) {
     const std::string big = dir.Write("big.dtd", "");
     ASSERT_EQ(truncate(big.c_str(), off_t(XmlDocument::MaxResourceBytes) + 1), 0);
+    // Eight names of a file of 9 MiB go beyond the bytes of one parse.
+    const std::string nine = dir.Write("nine.ent", "");
+    ASSERT_EQ(truncate(nine.c_str(), off_t(9) << 20), 0);
+    std::string eight;
+    for (int i = 0; i < 8; ++i)
+        eight += "<!ENTITY e" + std::to_string(i) + " SYSTEM 'nine.ent'>";
+    const std::string fifo = dir.Path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const std::string d = dir.Path("");
     struct Bad {
         std::string doc;
@@ -46,7 +56,13 @@ TEST_F(ExternalTest, ResourcesThatCannotBeRead) {
     } cases[] = {
         {"<!DOCTYPE a SYSTEM 'missing.dtd'><a/>", errOpenUri, "Unable to open URI '" + d + "missing.dtd'"},
         {"<!DOCTYPE a SYSTEM 'sub/a.dtd'><a/>", errOpenUri, "Unable to open URI 'sub/a.dtd'"},
-        {"<!DOCTYPE a SYSTEM '" + d + "'><a/>", errOpenUri, "Unable to open URI '" + d + "'"},
+        {"<!DOCTYPE a SYSTEM '" + d + "'><a/>", errOpenUri, "URI '" + d + "' is a directory, not a regular file"},
+        // A FIFO without a writer is refused, not waited for.
+        {"<!DOCTYPE a [<!ENTITY e SYSTEM '" + fifo + "'>]><a/>", errOpenUri,
+         "URI '" + fifo + "' is a FIFO, not a regular file"},
+        {"<!DOCTYPE a SYSTEM '/dev/null'><a/>", errOpenUri, "URI '/dev/null' is a character device, not a regular file"},
+        {"<!DOCTYPE a [" + eight + "]><a/>", errOpenUri,
+         "External resources of one parse exceed 67108864 bytes at '" + nine + "'"},
         {"<!DOCTYPE a SYSTEM 'big.dtd'><a/>", errOpenUri, "URI '" + big + "' is larger than 16777216 bytes"},
         // A message is held to 511 units.
         {"<!DOCTYPE a SYSTEM '" + std::string(5000, 'x') + "'><a/>", errOpenUri,
@@ -60,6 +76,11 @@ TEST_F(ExternalTest, ResourcesThatCannotBeRead) {
         EXPECT_EQ(Parse(c.doc), c.code);
         EXPECT_EQ(Narrow(doc.ErrorMessage()), c.message);
     }
+    // A text declaration that moves the position of the enclosing text is
+    // read again for each name of its file, and moves it each time.
+    dir.Write("nl.ent", "<?xml version='1.0'\n?>x");
+    EXPECT_EQ(Parse("<!DOCTYPE a [<!ENTITY a SYSTEM 'nl.ent'><!ENTITY b SYSTEM 'nl.ent'> ?]><a/>"), errSyntax);
+    EXPECT_EQ(doc.ErrorLine(), 3);
     // Nothing is fetched with ignoreDtd.
     EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'missing.dtd' [<!ENTITY e SYSTEM 'missing.ent'>]><a/>", true), errOpenUri);
     EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'missing.dtd'><a/>", true), errNone);
