@@ -29,8 +29,7 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
     m_groupNesting = 0;
     m_trackedDefs.clear();
     m_entityNesting = 0;
-    m_entityExpansion = 0;
-    ResetResources();
+    ResetLimits();
     InitParser();
 
     UCString token;

@@ -1,16 +1,31 @@
 // The document type declaration: its name and external identifiers, the loop
 // over the declarations of a subset, conditional sections, parameter-entity
 // inclusion, and stand-alone external subsets.
+#include <algorithm>
 #include <set>
 
 #include "input/xmlcharstream.h"
 
 bool XmlDocument::CountExpansion(size_t units, const UCChar* format, const UCChar* what) {
     m_entityExpansion += units;
-    if (m_entityExpansion <= MaxEntityExpansion)
+    if (ExpansionAllowed())
         return true;
-    SetUpError(errSyntax, format, unsigned(MaxEntityExpansion), what);
+    SetUpError(errSyntax, format, static_cast<unsigned long long>(m_expansionAllowed), what);
     return false;
+}
+
+bool XmlDocument::WidenExpansion() {
+    const uint64_t byInput = EntityExpansionRatio * InputUnitsRead();
+    m_expansionAllowed = std::max<uint64_t>(MaxEntityExpansion, byInput) + m_externalBytes;
+    return m_entityExpansion <= m_expansionAllowed;
+}
+
+uint64_t XmlDocument::InputUnitsRead() const {
+    if (m_sourceString)
+        return uint64_t(m_stringCursor - m_sourceString->data());
+    if (m_sourceFile)
+        return m_sourceFile->UnitsRead();
+    return m_moduleUnits;
 }
 
 BATCHERR XmlDocument::IncludeParamEntity(const UCString& ref, bool reportUndefined) {
@@ -20,7 +35,7 @@ BATCHERR XmlDocument::IncludeParamEntity(const UCString& ref, bool reportUndefin
     if (m_pushBack.depth() >= MaxPushNesting)
         return SetUpError(errSyntax, u"Entity references nested too deeply at '%s;'", ref.c_str());
     const size_t length = entity->ValueLength();
-    if (!CountExpansion(length + 2, u"Entity expansion exceeds %u units at '%s;'", ref.c_str()))
+    if (!CountExpansion(length + 2, u"Entity expansion exceeds %llu units at '%s;'", ref.c_str()))
         return errSyntax;
     UCString text;
     text.reserve(length + 2);
@@ -199,7 +214,7 @@ BATCHERR XmlDocument::ParseConditional() {
     }
     if (!include)
         return errNone;
-    if (!CountExpansion(text.size(), u"Included sections exceed %u units at '%s'", u"<![INCLUDE["))
+    if (!CountExpansion(text.size(), u"Included sections exceed %llu units at '%s'", u"<![INCLUDE["))
         return errSyntax;
     // Read on by the caller's loop, as part of the subset.
     PushText(std::move(text));
@@ -213,7 +228,7 @@ BATCHERR XmlDocument::ParseExternalDTD(const UCChar* uri) {
     m_line = 1;
     m_col = 0;
     FileName(uri);
-    ResetResources();
+    ResetLimits();
     UCString text;
     BATCHERR result = ReadParsedURI(uri, text);
     m_dtd.DoingExterns(true);

@@ -59,7 +59,7 @@ BATCHERR XmlDocument::Rescan(UCString& text, bool expandParams, bool expandCharR
             UCString value;
             if (!m_dtd.LookupEntity(name.c_str(), value))
                 return SetUpError(errSyntax, u"Parameter reference '%s' not defined", name.c_str());
-            if (!CountExpansion(value.size(), u"Entity expansion exceeds %u units at '%s;'", name.c_str()))
+            if (!CountExpansion(value.size(), u"Entity expansion exceeds %llu units at '%s;'", name.c_str()))
                 return errSyntax;
             result += value;
             ++p;

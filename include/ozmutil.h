@@ -219,6 +219,8 @@ public:
     const UCChar* Pending() const { return m_ucPos; }
     const UCChar* PendingEnd() const { return m_ucEnd; }
     void Skip(size_t count) { m_ucPos += count; }
+    // Units handed out since the file was opened or last sought.
+    uint64_t UnitsRead() const { return m_unitsDecoded - uint64_t(m_ucEnd - m_ucPos); }
     // Gives back the last count units Getc returned when they all came from
     // the decoded block at hand, so that they are read again without a seek;
     // false, and nothing given back, otherwise.
@@ -239,6 +241,7 @@ private:
     void CopyState(const OzmUCFile& other);
     int PutUnits(const UCChar* text, size_t count);
     int m_format = 0;
+    uint64_t m_unitsDecoded = 0;  // units of all blocks decoded since the start
     UCChar m_pendingHigh = 0;  // UTF-8 output: high surrogate awaiting its partner
     UCChar* m_ucBuffer = nullptr;  // kUnits units, allocated by the first read
     const UCChar* m_ucPos = nullptr;

@@ -106,10 +106,16 @@ public:
     // of a replacement text.
     static constexpr int MaxEntityNesting = 64;
     // Units of text pushed back for expansion during one parse: replacement
-    // texts of declared entities in content, parameter entities included in
-    // a definition or replaced in a literal, and included conditional
-    // sections. Stops entity bombs and quadratic blowup.
+    // texts of declared entities in content (each reference counting 32
+    // units besides its value), parameter entities included in a definition
+    // or replaced in a literal, and included conditional sections. Up to
+    // MaxEntityExpansion units, or EntityExpansionRatio times the units of
+    // the document read so far when that is more, are allowed, and the bytes
+    // of the external resources read come on top. Stops entity bombs and
+    // quadratic blowup at a small size while documents of any size that use
+    // entities as honest documents do pass.
     static constexpr size_t MaxEntityExpansion = size_t(1) << 23;
+    static constexpr unsigned EntityExpansionRatio = 100;
     // Pushed texts (entity values, sections, subsets) that are begun and not
     // yet read to their end at one time: stops a parameter entity that
     // includes itself.
@@ -203,9 +209,15 @@ private:
     // blank. An undefined name is an error when reportUndefined is set, and
     // is passed over otherwise.
     BATCHERR IncludeParamEntity(const UCString& ref, bool reportUndefined);
-    // Counts units about to be pushed or substituted against
-    // MaxEntityExpansion; false (with the message set) when over.
+    // Counts units about to be pushed or substituted against the expansion
+    // allowed; false (with the message set) when over.
     bool CountExpansion(size_t units, const UCChar* format, const UCChar* what);
+    // Whether m_entityExpansion is within what is allowed now; the allowance
+    // is worked out again only when the count has passed the last one.
+    bool ExpansionAllowed() { return m_entityExpansion <= m_expansionAllowed || WidenExpansion(); }
+    bool WidenExpansion();
+    // Units of the document's own source read so far.
+    uint64_t InputUnitsRead() const;
     BATCHERR ParseElementDecl();
     BATCHERR ParseContentParts(XmlContentPart& part);
     class ChoiceNames;
@@ -229,8 +241,11 @@ private:
         }
     };
     BATCHERR OpenResource(const UCString& path, int& fd, ResourceKey& key);
-    // Forgets the resources of the parse before.
-    void ResetResources() {
+    // Forgets the counts and resources of the parse before.
+    void ResetLimits() {
+        m_entityExpansion = 0;
+        m_expansionAllowed = MaxEntityExpansion;
+        m_moduleUnits = 0;
         m_externalBytes = 0;
         m_resourceCopies.clear();
     }
@@ -360,7 +375,10 @@ private:
     // Depth of entity references being expanded inside each other, and units
     // of replacement text pushed back in this parse (see the limits above).
     int m_entityNesting = 0;
-    size_t m_entityExpansion = 0;
+    uint64_t m_entityExpansion = 0;
+    uint64_t m_expansionAllowed = MaxEntityExpansion;
+    // Units an I/O module has given in this parse.
+    uint64_t m_moduleUnits = 0;
     // Bytes of the external resources of this parse, and the texts of those
     // read so far, by file.
     uint64_t m_externalBytes = 0;

@@ -18,5 +18,8 @@ UCChar XmlDocument::ModuleChar() {
     }
     if (m_notifier)
         m_notifier->EndRead(0);
-    return r == errNone ? c : UCEof;
+    if (r != errNone)
+        return UCEof;
+    ++m_moduleUnits;
+    return c;
 }

@@ -307,9 +307,9 @@ int XmlDocument::ReadReference(UCString& token, UCString* charData) {
             // text ("b&e;") cannot take millions of rounds to reach the limit.
             constexpr size_t kReferenceCost = 32;
             m_entityExpansion += entity->ValueLength() + kReferenceCost;
-            if (m_entityExpansion > MaxEntityExpansion) {
-                SetUpError(errSyntax, u"Entity expansion exceeds %u units at '&%s;'", unsigned(MaxEntityExpansion),
-                           m_refText.c_str());
+            if (!ExpansionAllowed()) {
+                SetUpError(errSyntax, u"Entity expansion exceeds %llu units at '&%s;'",
+                           static_cast<unsigned long long>(m_expansionAllowed), m_refText.c_str());
                 return tokError;
             }
         }

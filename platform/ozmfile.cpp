@@ -538,9 +538,11 @@ void OzmUCFile::CopyState(const OzmUCFile& other) {
         m_ucPos = m_ucBuffer;
         m_ucEnd = m_ucBuffer + pending;
     }
+    m_unitsDecoded = other.UnitsRead() + pending;
 }
 
 void OzmUCFile::ResetDecoding() {
+    m_unitsDecoded = 0;
     m_ucPos = m_ucEnd = m_ucBuffer;
     m_byteOrder = 0;
     m_atStart = true;
@@ -634,6 +636,7 @@ int OzmUCFile::Seek(int64_t offset, int origin) {
 }
 
 UCChar OzmUCFile::Deliver(size_t units) {
+    m_unitsDecoded += units;
     m_ucPos = m_ucBuffer;
     m_ucEnd = m_ucBuffer + units;
     return *m_ucPos++;

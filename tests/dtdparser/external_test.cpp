@@ -86,6 +86,21 @@ TEST_F(ExternalTest, ResourcesThatCannotBeRead) {
     EXPECT_EQ(Parse("<!DOCTYPE a SYSTEM 'missing.dtd'><a/>", true), errNone);
 }
 
+TEST_F(ExternalTest, ExpansionAllowedGrowsWithTheInputAndTheResourcesRead) {
+    // 300,000 references from a file, beyond the fixed allowance.
+    std::string refs;
+    for (int i = 0; i < 300000; ++i)
+        refs += "&n;";
+    ASSERT_EQ(Parse("<!DOCTYPE a [<!ENTITY n ' '><!ELEMENT a ANY>]><a>" + refs + "</a>"), errNone);
+    // One reference to an external entity larger than the fixed allowance.
+    dir.Write("large.ent", std::string(9000000, 'x'));
+    ASSERT_EQ(Parse("<!DOCTYPE a [<!ENTITY e SYSTEM 'large.ent'><!ELEMENT a ANY>]><a>&e;</a>"), errNone);
+    EXPECT_EQ(doc.RootElement()->DataLength(), 9000000);
+    // Its second reference is over.
+    EXPECT_EQ(Parse("<!DOCTYPE a [<!ENTITY e SYSTEM 'large.ent'><!ELEMENT a ANY>]><a>&e;&e;</a>"), errSyntax);
+    EXPECT_EQ(Str(doc.ErrorMessage()), u"Entity expansion exceeds 17388608 units at '&e;'");
+}
+
 TEST_F(ExternalTest, EncodingsAndTextDeclarations) {
     struct Form {
         const char* label;
