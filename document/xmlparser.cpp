@@ -27,7 +27,7 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
     m_trackMaxLen = false;
     m_markupNesting = 0;
     m_groupNesting = 0;
-    m_trackedDefs.clear();
+    ++m_parseCount;
     m_entityNesting = 0;
     ResetLimits();
     InitParser();
@@ -249,7 +249,8 @@ XmlDocument::TrackedDefs& XmlDocument::LookUpTracked(int nameId) {
     const UCChar* name = m_names[size_t(nameId - 1)].c_str();
     defs.element = m_dtd.FindElement(name);
     defs.attributes = m_dtd.FindAttrList(name);
-    defs.known = true;
+    defs.seen.clear();
+    defs.parse = m_parseCount;
     return defs;
 }
 

@@ -399,16 +399,20 @@ private:
     struct TrackedDefs {
         XmlElementDef* element = nullptr;
         XmlAttrList* attributes = nullptr;
-        bool known = false;
+        uint64_t parse = 0;  // the parse that looked them up (m_parseCount)
         // The attribute names met on elements of this name, each with its
         // definition or null: a name that comes again is not looked up in
         // the list of definitions.
         std::vector<std::pair<UCString, XmlAttDef*>> seen;
     };
     static constexpr size_t kSeenAttributes = 16;
+    // Kept from parse to parse, so that a parse does no work for the names
+    // of the table that it does not meet: an entry counts only for the parse
+    // that made it.
     std::vector<TrackedDefs> m_trackedDefs;
+    uint64_t m_parseCount = 0;
     TrackedDefs& Tracked(int nameId) {
-        if (size_t(nameId) < m_trackedDefs.size() && m_trackedDefs[size_t(nameId)].known)
+        if (size_t(nameId) < m_trackedDefs.size() && m_trackedDefs[size_t(nameId)].parse == m_parseCount)
             return m_trackedDefs[size_t(nameId)];
         return LookUpTracked(nameId);
     }
