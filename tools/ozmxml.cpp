@@ -2,11 +2,12 @@
 // shows their element trees, writes them back, and prints, generates and
 // draws their definitions. Built on the public interface only.
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -112,29 +113,28 @@ UCString Wide(const char* text) {
 
 bool IsStdin(const std::string& file) { return file == "-"; }
 
-// Text from a document or a file name made safe to print: a control
-// character would act on the terminal. Valid UTF-8 stays as it is, except
-// line feed, tab and carriage return as \n \t \r, the other C0 controls and
-// DEL as \xHH, the C1 controls (U+0080 to U+009F) and unpaired surrogates as
-// \uHHHH, a byte that is not part of valid UTF-8 as \xHH, and the backslash
-// as \\, so that every backslash shown starts an escape.
-std::string Printable(const std::string& in) {
+// Appends text from a document or a file name to out, made safe to print: a
+// control character would act on the terminal. Valid UTF-8 stays as it is,
+// except line feed, tab and carriage return as \n \t \r, the other C0
+// controls and DEL as \xHH, the C1 controls (U+0080 to U+009F) and unpaired
+// surrogates as \uHHHH, a byte that is not part of valid UTF-8 as \xHH, and
+// the backslash as \\, so that every backslash shown starts an escape.
+void AppendPrintable(std::string& out, const char* data, size_t n) {
     static const char kHex[] = "0123456789ABCDEF";
-    std::string out;
-    out.reserve(in.size());
-    const auto* s = reinterpret_cast<const unsigned char*>(in.data());
-    const size_t n = in.size();
+    const auto* s = reinterpret_cast<const unsigned char*>(data);
     for (size_t i = 0; i < n;) {
+        // A run of printable ASCII goes in one piece.
+        size_t plain = i;
+        while (plain < n && s[plain] >= 0x20 && s[plain] < 0x7F && s[plain] != '\\')
+            ++plain;
+        out.append(data + i, plain - i);
+        if ((i = plain) == n)
+            break;
         const unsigned char b = s[i];
-        if (b >= 0x20 && b < 0x7F) {
-            if (b == '\\')
-                out += '\\';
-            out += char(b);
-            ++i;
-            continue;
-        }
         if (b < 0x80) {
-            if (b == '\n')
+            if (b == '\\')
+                out += "\\\\";
+            else if (b == '\n')
                 out += "\\n";
             else if (b == '\t')
                 out += "\\t";
@@ -159,10 +159,14 @@ std::string Printable(const std::string& in) {
             out += {'\\', 'u', kHex[cp >> 12], kHex[cp >> 8 & 15], kHex[cp >> 4 & 15], kHex[cp & 15]};
             i += length;
         } else {
-            out.append(in, i, length);
+            out.append(data + i, length);
             i += length;
         }
     }
+}
+std::string Printable(const std::string& in) {
+    std::string out;
+    AppendPrintable(out, in.data(), in.size());
     return out;
 }
 std::string Printable(const UCChar* text) { return Printable(Utf8(text)); }
@@ -220,10 +224,13 @@ __attribute__((format(printf, 1, 2))) void Outf(const char* format, ...) {
 }
 
 // Flushes and closes standard output; a write that failed now or before
-// turns status into a failure with a message.
+// turns status into a failure with a message. A closed standard output is
+// no failure when nothing was to be written to it.
 int FinishOutput(int status) {
-    const bool failed = std::ferror(stdout);
-    NoteOutput(std::fclose(stdout) == 0 && !failed);
+    const bool failed = std::ferror(stdout), pending = __fpending(stdout) > 0;
+    if (std::fclose(stdout) != 0 && (failed || pending || errno != EBADF))
+        NoteOutput(false);
+    NoteOutput(!failed);
     if (OutputOk())
         return status;
     Message("ozmxml: error writing output: %s\n", std::strerror(g_outputError));
@@ -412,29 +419,34 @@ int Check(int argc, char** argv) {
 
 // ---- tree ----
 
-// Text with white space trimmed at both ends, made printable.
-std::string Trimmed(const UCChar* text) {
-    const std::string all = Utf8(text);
-    const size_t begin = all.find_first_not_of(" \t\r\n");
-    if (begin == std::string::npos)
-        return std::string();
-    return Printable(all.substr(begin, all.find_last_not_of(" \t\r\n") + 1 - begin));
-}
-
 void PrintTree(const XmlElement* root) {
     // Iterative walk: a tree built by a program may be deeper than the stack.
     // Once a write has failed, nothing more is visited.
-    std::string line;
+    std::string line, utf8;
+    auto put = [&](const UCChar* text) {
+        utf8 = Utf8(text);
+        AppendPrintable(line, utf8.data(), utf8.size());
+    };
     XmlWalkTree(root, [&](const XmlElement* e, int depth) {
         if (!OutputOk())
             return false;
         line.assign(size_t(depth) * 2, ' ');
-        line += Printable(e->Name());
-        for (int i = 0; i < e->AttributeCount(); ++i)
-            line += " " + Printable(e->GetAttributeName(i)) + "=\"" + Printable(e->GetAttributeValue(i)) + "\"";
-        const std::string text = Trimmed(e->Data());
-        if (!text.empty())
-            line += " : \"" + text + "\"";
+        put(e->Name());
+        for (int i = 0; i < e->AttributeCount(); ++i) {
+            line += ' ';
+            put(e->GetAttributeName(i));
+            line += "=\"";
+            put(e->GetAttributeValue(i));
+            line += '"';
+        }
+        // The text trimmed of white space at both ends.
+        utf8 = Utf8(e->Data());
+        const size_t begin = utf8.find_first_not_of(" \t\r\n");
+        if (begin != std::string::npos) {
+            line += " : \"";
+            AppendPrintable(line, utf8.data() + begin, utf8.find_last_not_of(" \t\r\n") + 1 - begin);
+            line += '"';
+        }
         line += '\n';
         Out(line);
         return true;

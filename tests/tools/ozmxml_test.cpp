@@ -47,7 +47,7 @@ const Case kCases[] = {
     // Control characters from documents and file names are shown escaped.
     {"tree esc.xml", 0, "a x=\"\\x1B[31m\\\\\" : \"\\x1B]0;t\\x07\\r\\u009B é\\uDC00\"\n", ""},
     {"check esc2.xml", 1, "", "esc2.xml:1:3: Unexpected token '\\x1B'\n"},
-    {"check \"$(printf 'x\\033\\377.xml')\"", 1, "", "x\\x1B\\xFF.xml: cannot open: No such file or directory\n"},
+    {"check \"$(printf 'x\\033\\377\\342\\202')\"", 1, "", "x\\x1B\\xFF\\xE2\\x82: cannot open: No such file or directory\n"},
     {"dtd esc3.xml", 0,
      "<!DOCTYPE a [\n<!ELEMENT a EMPTY>\n<!ATTLIST a\n          x          CDATA  \"&#x1B;&#x85;\">\n]>\n", ""},
     {"frob", 2, "", "ozmxml: unknown command frob (see ozmxml --help)\n"},
