@@ -14,8 +14,9 @@
 // A sink with up to five independent targets: a stdio FILE, an OzmUCFile, an
 // I/O module, a UCString and an 8-bit string that receives UTF-8. Every
 // delivery goes to each active target in that order. The stream has no
-// buffer of its own and keeps no error state: a failing target is ignored
-// and does not stop the targets behind it.
+// buffer of its own, and a failing target does not stop the targets behind
+// it. Only the OzmUCFile target's failures are kept (see CloseUCFile); the
+// others are ignored.
 //
 // The stdio file receives UTF-8 (the platform's narrow character set), each
 // unit converted by itself, on the text and on the single-character path
@@ -52,6 +53,16 @@ public:
     // Opens the OzmUCFile target; format is a text format of OzmUCFile. A
     // negative result is failure.
     int OpenUCFile(const UCChar* name, const UCChar* mode, int format);
+    // Opens the OzmUCFile target on fd, an open descriptor that stays the
+    // caller's: closing the target writes out what it holds and leaves the
+    // descriptor open. format as for OpenUCFile; no byte-order mark is
+    // written. A negative result is failure (a bad descriptor or format).
+    int AttachUCFile(int fd, int format);
+    // Closes the OzmUCFile target alone, writing out what it holds. Returns
+    // 0 when every write to it since it was opened succeeded; otherwise -1
+    // with errno set to the cause of the first failure (later writes are
+    // still attempted). Close forgets a failure without reporting it.
+    int CloseUCFile();
     BATCHERR SetLWIOModule(const UCChar* module);
     BATCHERR OpenLWIO(const UCChar* resource, const UCChar* options, short mode);
     const UCChar* LastLWIOMessage();
@@ -75,6 +86,7 @@ public:
 
 private:
     void DeliverText(const UCChar* text, size_t count, bool asText);
+    void NoteUCFileError();
 
     FILE* m_file;
     OzmUCFile m_ucFile;
@@ -82,6 +94,7 @@ private:
     UCString* m_string;
     std::string* m_utfString;
     bool m_ownsFile;
+    int m_ucFileError;  // errno of the first failed write to the OzmUCFile, 0 if none
     UCChar m_formatBuffer[256];
     std::string m_narrow;  // scratch of the conversions for the stdio file
     // What an assignment overwrote: assignment closes nothing, so an owned

@@ -2,6 +2,7 @@
 // in the fixed order stdio file, OzmUCFile, I/O module, UCString, UTF-8 string.
 #include "xmloutput.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 
@@ -56,7 +57,7 @@ FILE* DuplicateFile(FILE* file) {
 }  // namespace
 
 XmlOutputStream::XmlOutputStream()
-    : m_file(nullptr), m_string(nullptr), m_utfString(nullptr), m_ownsFile(false), m_formatBuffer() {}
+    : m_file(nullptr), m_string(nullptr), m_utfString(nullptr), m_ownsFile(false), m_ucFileError(0), m_formatBuffer() {}
 
 XmlOutputStream::XmlOutputStream(const XmlOutputStream& other)
     : m_file(nullptr),
@@ -64,7 +65,8 @@ XmlOutputStream::XmlOutputStream(const XmlOutputStream& other)
       m_lwio(other.m_lwio),
       m_string(other.m_string),
       m_utfString(other.m_utfString),
-      m_ownsFile(false) {
+      m_ownsFile(false),
+      m_ucFileError(other.m_ucFileError) {
     std::memcpy(m_formatBuffer, other.m_formatBuffer, sizeof m_formatBuffer);
     if (other.m_file && other.m_ownsFile) {
         if (FILE* own = DuplicateFile(other.m_file)) {
@@ -97,6 +99,7 @@ XmlOutputStream& XmlOutputStream::operator=(const XmlOutputStream& other) {
         SetFilePointer(other.m_file, false);
     }
     m_ucFile = other.m_ucFile;
+    m_ucFileError = other.m_ucFileError;
     m_lwio = other.m_lwio;
     m_string = other.m_string;
     m_utfString = other.m_utfString;
@@ -116,7 +119,37 @@ void XmlOutputStream::SetFilePointer(FILE* file, bool owns) {
 }
 
 int XmlOutputStream::OpenUCFile(const UCChar* name, const UCChar* mode, int format) {
+    m_ucFileError = 0;
     return m_ucFile.Open(name, mode, format, csetDefault);
+}
+
+int XmlOutputStream::AttachUCFile(int fd, int format) {
+    m_ucFile.Close();
+    m_ucFileError = 0;
+    if (format != 1 && format != 8 && format != 4 && format != 0x6004 && format != 0xA004) {
+        errno = EINVAL;
+        return -1;
+    }
+    if (m_ucFile.AttachDescriptor(fd, true, false) != 0)
+        return -1;
+    m_ucFile.Format(format);
+    return 0;
+}
+
+int XmlOutputStream::CloseUCFile() {
+    if (m_ucFile.IsOpen() && m_ucFile.Close() != 0 && !m_ucFileError)
+        m_ucFileError = errno ? errno : EIO;
+    const int error = m_ucFileError;
+    m_ucFileError = 0;
+    if (!error)
+        return 0;
+    errno = error;
+    return -1;
+}
+
+void XmlOutputStream::NoteUCFileError() {
+    if (!m_ucFileError)
+        m_ucFileError = errno ? errno : EIO;
 }
 
 BATCHERR XmlOutputStream::SetLWIOModule(const UCChar* module) { return m_lwio.SetModule(module); }
@@ -144,6 +177,7 @@ void XmlOutputStream::Close() {
     // for its partner before the file goes.
     if (m_ucFile.IsOpen())
         m_ucFile.Close();
+    m_ucFileError = 0;
     if (m_lwio.IsConnected())
         m_lwio.Close();
 }
@@ -164,8 +198,8 @@ void XmlOutputStream::DeliverText(const UCChar* text, size_t count, bool asText)
             done += n;
         }
     }
-    if (m_ucFile.IsOpen())
-        m_ucFile.PutString(text, asText ? -1 : static_cast<long>(count));
+    if (m_ucFile.IsOpen() && m_ucFile.PutString(text, asText ? -1 : static_cast<long>(count)) != 0)
+        NoteUCFileError();
     if (m_lwio.IsConnected()) {
         for (size_t i = 0; i < count; ++i)
             m_lwio.PutC(text[i]);
@@ -207,8 +241,8 @@ XmlOutputStream& XmlOutputStream::operator<<(UCChar c) {
         OzmGlob::WStringToString(one, m_narrow, csetDefault);
         std::fputs(m_narrow.c_str(), m_file);
     }
-    if (m_ucFile.IsOpen())
-        m_ucFile.Putc(c);
+    if (m_ucFile.IsOpen() && m_ucFile.Putc(c) != 0)
+        NoteUCFileError();
     if (m_lwio.IsConnected())
         m_lwio.PutC(c);
     if (m_string)

@@ -1,11 +1,14 @@
 // ozmxml - the command-line front door of the library: checks documents,
 // shows their element trees, writes them back, and prints, generates and
 // draws their definitions. Built on the public interface only.
+#include <fcntl.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
-#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -36,15 +39,21 @@ const char* const kToolHelp =
     "  write   parse a document and write it back\n"
     "  dtd     print, generate or draw a document type definition\n"
     "\n"
-    "'-' as FILE reads standard input. 'ozmxml COMMAND --help' tells more.\n"
-    "Exit status: 0 success, 1 a document failed, 2 bad usage.\n";
+    "'-' as FILE reads standard input; a FILE without a root element (an empty\n"
+    "one, say) fails with FILE: no root element. 'ozmxml COMMAND --help' tells\n"
+    "more. Text from documents and file names in messages and in 'tree' is\n"
+    "shown with control characters escaped (see ozmxml tree --help).\n"
+    "Exit status: 0 success, 1 a document failed or the output could not be\n"
+    "written, 2 bad usage.\n";
 
 const char* const kCheckHelp =
     "usage: ozmxml check [--ignore-dtd] FILE...\n"
     "\n"
     "Parses each FILE. A failure is reported on standard error as\n"
     "FILE:LINE:COL: MESSAGE, where FILE may be an external subset the\n"
-    "document refers to. With more than one FILE a summary line follows.\n"
+    "document refers to. A document without a root element (an empty file,\n"
+    "say) fails as FILE: no root element. With more than one FILE a summary\n"
+    "line follows.\n"
     "\n"
     "  --ignore-dtd   skip the document type declaration\n";
 
@@ -52,12 +61,18 @@ const char* const kTreeHelp =
     "usage: ozmxml tree FILE\n"
     "\n"
     "Prints the element tree: one element a line, indented by depth, with\n"
-    "its attributes and its text (trimmed, line breaks shown as \\n).\n";
+    "its attributes and its text (trimmed). Names, values and text are shown\n"
+    "with line feed, tab and carriage return as \\n \\t \\r, other ASCII\n"
+    "control characters and bytes that are not UTF-8 as \\xHH, the controls\n"
+    "U+0080 to U+009F and unpaired surrogates as \\uHHHH, and a backslash as\n"
+    "\\\\; other characters as they are. Error messages and file names are\n"
+    "shown the same way.\n";
 
 const char* const kWriteHelp =
     "usage: ozmxml write [OPTIONS] FILE\n"
     "\n"
-    "Parses FILE and writes it back.\n"
+    "Parses FILE and writes it back, as it goes (not held in memory). The\n"
+    "text is written as it is, control characters included.\n"
     "\n"
     "  -o OUT            write to OUT instead of standard output\n"
     "  --utf16           write UTF-16 (little-endian, with a byte-order mark)\n"
@@ -79,11 +94,14 @@ const char* const kDtdHelp =
     "Prints the definition of a document. --generate infers one from the\n"
     "documents (content models and length attributes); --external reads a\n"
     "stand-alone external subset and prints the root it found. --dot prints\n"
-    "the content models as a Graphviz graph instead (render with dot -Tpng).\n";
+    "the content models as a Graphviz graph instead (render with dot -Tpng).\n"
+    "Control characters other than tab and line breaks in the definition are\n"
+    "printed as character references (&#x1B;).\n";
 
 std::string Utf8(const UCChar* text) {
     std::string out;
-    OzmGlob::WStringToString(UCString(text), out, csetUTF8);
+    if (text)
+        OzmGlob::WStringToString(UCString(text), out, csetUTF8);
     return out;
 }
 
@@ -94,11 +112,135 @@ UCString Wide(const char* text) {
 }
 
 bool IsStdin(const std::string& file) { return file == "-"; }
-std::string Shown(const std::string& file) { return IsStdin(file) ? "<stdin>" : file; }
+
+// Appends text from a document or a file name to out, made safe to print: a
+// control character would act on the terminal. Valid UTF-8 stays as it is,
+// except line feed, tab and carriage return as \n \t \r, the other C0
+// controls and DEL as \xHH, the C1 controls (U+0080 to U+009F) and unpaired
+// surrogates as \uHHHH, a byte that is not part of valid UTF-8 as \xHH, and
+// the backslash as \\, so that every backslash shown starts an escape.
+void AppendPrintable(std::string& out, const char* data, size_t n) {
+    static const char kHex[] = "0123456789ABCDEF";
+    const auto* s = reinterpret_cast<const unsigned char*>(data);
+    for (size_t i = 0; i < n;) {
+        // A run of printable ASCII goes in one piece.
+        size_t plain = i;
+        while (plain < n && s[plain] >= 0x20 && s[plain] < 0x7F && s[plain] != '\\')
+            ++plain;
+        out.append(data + i, plain - i);
+        if ((i = plain) == n)
+            break;
+        const unsigned char b = s[i];
+        if (b < 0x80) {
+            if (b == '\\')
+                out += "\\\\";
+            else if (b == '\n')
+                out += "\\n";
+            else if (b == '\t')
+                out += "\\t";
+            else if (b == '\r')
+                out += "\\r";
+            else
+                out += {'\\', 'x', kHex[b >> 4], kHex[b & 15]};
+            ++i;
+            continue;
+        }
+        // A sequence of length bytes for a code point of at least least.
+        const size_t length = b >= 0xC2 && b <= 0xDF ? 2 : b >= 0xE0 && b <= 0xEF ? 3 : b >= 0xF0 && b <= 0xF4 ? 4 : 0;
+        const unsigned long least = length == 2 ? 0x80 : length == 3 ? 0x800 : 0x10000;
+        unsigned long cp = length ? b & (0xFF >> (length + 1)) : 0;
+        size_t k = 1;
+        for (; length && k < length && i + k < n && (s[i + k] & 0xC0) == 0x80; ++k)
+            cp = cp << 6 | (s[i + k] & 0x3F);
+        if (!length || k < length || cp < least || cp > 0x10FFFF) {
+            out += {'\\', 'x', kHex[b >> 4], kHex[b & 15]};
+            ++i;
+        } else if (cp <= 0x9F || (cp >= 0xD800 && cp <= 0xDFFF)) {
+            out += {'\\', 'u', kHex[cp >> 12], kHex[cp >> 8 & 15], kHex[cp >> 4 & 15], kHex[cp & 15]};
+            i += length;
+        } else {
+            out.append(data + i, length);
+            i += length;
+        }
+    }
+}
+std::string Printable(const std::string& in) {
+    std::string out;
+    AppendPrintable(out, in.data(), in.size());
+    return out;
+}
+std::string Printable(const UCChar* text) { return Printable(Utf8(text)); }
+std::string Shown(const std::string& file) { return IsStdin(file) ? "<stdin>" : Printable(file); }
+
+// ---- Output ----
+
+// The progress line and everything else printed share the terminal: what
+// prints takes g_terminal and clears the progress line first.
+std::mutex g_terminal;
+bool g_progressShown = false;  // a progress line stands on standard error
+
+void ClearProgressLine() {
+    if (g_progressShown) {
+        std::fputs("\r\033[K", stderr);
+        g_progressShown = false;
+    }
+}
+
+// A message on standard error, on a line of its own.
+__attribute__((format(printf, 1, 2))) void Message(const char* format, ...) {
+    std::lock_guard<std::mutex> lock(g_terminal);
+    ClearProgressLine();
+    va_list args;
+    va_start(args, format);
+    std::vfprintf(stderr, format, args);
+    va_end(args);
+}
+
+// Standard output: the first failed write is kept (its errno) and reported
+// by FinishOutput.
+int g_outputError = 0;
+
+bool OutputOk() { return g_outputError == 0; }
+
+void NoteOutput(bool ok) {
+    if (!ok && !g_outputError)
+        g_outputError = errno ? errno : EIO;
+}
+
+void Out(const char* data, size_t size) {
+    std::lock_guard<std::mutex> lock(g_terminal);
+    ClearProgressLine();
+    NoteOutput(std::fwrite(data, 1, size, stdout) == size && !std::ferror(stdout));
+}
+void Out(const std::string& text) { Out(text.data(), text.size()); }
+
+__attribute__((format(printf, 1, 2))) void Outf(const char* format, ...) {
+    std::lock_guard<std::mutex> lock(g_terminal);
+    ClearProgressLine();
+    va_list args;
+    va_start(args, format);
+    NoteOutput(std::vfprintf(stdout, format, args) >= 0 && !std::ferror(stdout));
+    va_end(args);
+}
+
+// Flushes and closes standard output; a write that failed now or before
+// turns status into a failure with a message. A closed standard output is
+// no failure when nothing was to be written to it.
+int FinishOutput(int status) {
+    const bool failed = std::ferror(stdout), pending = __fpending(stdout) > 0;
+    if (std::fclose(stdout) != 0 && (failed || pending || errno != EBADF))
+        NoteOutput(false);
+    NoteOutput(!failed);
+    if (OutputOk())
+        return status;
+    Message("ozmxml: error writing output: %s\n", std::strerror(g_outputError));
+    return status == kExitOk ? kExitFailed : status;
+}
 
 // Progress on standard error for work that takes longer than a second: a
 // watcher thread wakes once a second and rewrites one line. Nothing is shown
-// when standard error is not a terminal.
+// when standard error is not a terminal. The line goes when the object does,
+// and for a moment whenever something else is printed.
 class Progress {
 public:
     explicit Progress(size_t total) : m_total(total) {
@@ -108,7 +250,7 @@ public:
     ~Progress() {
         if (m_thread.joinable()) {
             {
-                std::lock_guard<std::mutex> lock(m_mutex);
+                std::lock_guard<std::mutex> lock(g_terminal);
                 m_done = true;
             }
             m_wake.notify_one();
@@ -119,33 +261,30 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void At(size_t index, const std::string& file) {
-        std::lock_guard<std::mutex> lock(m_mutex);
+        std::lock_guard<std::mutex> lock(g_terminal);
         m_index = index;
-        m_file = file;
+        m_file = Shown(file);
     }
 
 private:
     void Run() {
         const auto start = std::chrono::steady_clock::now();
-        std::unique_lock<std::mutex> lock(m_mutex);
-        bool shown = false;
+        std::unique_lock<std::mutex> lock(g_terminal);
         while (!m_wake.wait_for(lock, std::chrono::seconds(1), [this] { return m_done; })) {
             const long seconds =
                 long(std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start).count());
-            std::fprintf(stderr, "\r\033[Kozmxml: %zu of %zu, %s (%lds)", m_index + 1, m_total,
-                         Shown(m_file).c_str(), seconds);
+            std::fprintf(stderr, "\r\033[Kozmxml: %zu of %zu, %s (%lds)", m_index + 1, m_total, m_file.c_str(),
+                         seconds);
             std::fflush(stderr);
-            shown = true;
+            g_progressShown = true;
         }
-        if (shown)
-            std::fprintf(stderr, "\r\033[K");
+        ClearProgressLine();
     }
 
     size_t m_total;
     size_t m_index = 0;
-    std::string m_file;
+    std::string m_file;  // as shown
     bool m_done = false;
-    std::mutex m_mutex;
     std::condition_variable m_wake;
     std::thread m_thread;
 };
@@ -156,12 +295,14 @@ private:
 bool Readable(const std::string& file) {
     if (::access(file.c_str(), R_OK) == 0)
         return true;
-    std::fprintf(stderr, "%s: cannot open: %s\n", file.c_str(), std::strerror(errno));
+    Message("%s: cannot open: %s\n", Printable(file).c_str(), std::strerror(errno));
     return false;
 }
 
 // Parses file ("-": standard input through the descriptor module). On a
-// failure the one line of the error goes to standard error.
+// failure the one line of the error goes to standard error. A document
+// without a root element (an empty file, say) parses without an error but
+// fails here: every command needs one.
 bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd) {
     BATCHERR rc;
     if (IsStdin(file)) {
@@ -172,13 +313,17 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd) {
         const bool validate = false;
         rc = doc.ParseFile(Wide(file.c_str()).c_str(), validate, ignoreDtd);
     }
-    if (rc == errNone)
-        return true;
+    if (rc == errNone) {
+        if (doc.RootElement())
+            return true;
+        Message("%s: no root element\n", Shown(file).c_str());
+        return false;
+    }
     // The place is in the file the error names (an external subset, say),
     // or in the document itself.
     std::string where = Utf8(doc.ErrorFile());
     if (where.empty() || IsStdin(file)) {
-        where = Shown(file);
+        where = file;
     } else if (where != file && where[0] != '/') {
         // A subset named relative to the document is looked for beside it:
         // name it so that it can be found from here.
@@ -186,8 +331,8 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd) {
         if (slash != std::string::npos && ::access((file.substr(0, slash + 1) + where).c_str(), F_OK) == 0)
             where = file.substr(0, slash + 1) + where;
     }
-    std::fprintf(stderr, "%s:%d:%d: %s\n", where.c_str(), doc.ErrorLine(), doc.ErrorCol(),
-                 Utf8(doc.ErrorMessage()).c_str());
+    Message("%s:%d:%d: %s\n", Shown(where).c_str(), doc.ErrorLine(), doc.ErrorCol(),
+            Printable(doc.ErrorMessage()).c_str());
     return false;
 }
 
@@ -220,15 +365,15 @@ bool ReadArgs(const char* command, int argc, char** argv, const std::vector<std:
             isValued = isValued || v == arg;
         if (isValued) {
             if (i + 1 >= argc) {
-                std::fprintf(stderr, "ozmxml %s: option %s needs a value\n", command, arg.c_str());
+                Message("ozmxml %s: option %s needs a value\n", command, Printable(arg).c_str());
                 return false;
             }
             args.options[arg] = argv[++i];
         } else if (isKnown) {
             args.options[arg] = "";
         } else {
-            std::fprintf(stderr, "ozmxml %s: unknown option %s (see ozmxml %s --help)\n", command, arg.c_str(),
-                         command);
+            Message("ozmxml %s: unknown option %s (see ozmxml %s --help)\n", command, Printable(arg).c_str(),
+                    command);
             return false;
         }
     }
@@ -245,8 +390,8 @@ bool WantsHelp(int argc, char** argv) {
 bool CountFiles(const char* command, const Args& args, size_t least, size_t most) {
     if (args.files.size() >= least && args.files.size() <= most)
         return true;
-    std::fprintf(stderr, "ozmxml %s: %s (see ozmxml %s --help)\n", command,
-                 args.files.empty() ? "no FILE given" : "too many files", command);
+    Message("ozmxml %s: %s (see ozmxml %s --help)\n", command, args.files.empty() ? "no FILE given" : "too many files",
+            command);
     return false;
 }
 
@@ -268,43 +413,42 @@ int Check(int argc, char** argv) {
         }
     }
     if (args.files.size() > 1)
-        std::printf("%zu files: %zu parsed, %zu failed\n", args.files.size(), args.files.size() - failed, failed);
+        Outf("%zu files: %zu parsed, %zu failed\n", args.files.size(), args.files.size() - failed, failed);
     return failed ? kExitFailed : kExitOk;
 }
 
 // ---- tree ----
 
-// Text with white space trimmed at both ends and control characters shown.
-std::string Trimmed(const UCChar* text) {
-    std::string all = Utf8(text), out;
-    size_t begin = all.find_first_not_of(" \t\r\n");
-    if (begin == std::string::npos)
-        return out;
-    size_t end = all.find_last_not_of(" \t\r\n") + 1;
-    for (size_t i = begin; i < end; ++i) {
-        if (all[i] == '\n')
-            out += "\\n";
-        else if (all[i] == '\t')
-            out += "\\t";
-        else if (all[i] != '\r')
-            out += all[i];
-    }
-    return out;
-}
-
 void PrintTree(const XmlElement* root) {
     // Iterative walk: a tree built by a program may be deeper than the stack.
-    std::string line;
+    // Once a write has failed, nothing more is visited.
+    std::string line, utf8;
+    auto put = [&](const UCChar* text) {
+        utf8 = Utf8(text);
+        AppendPrintable(line, utf8.data(), utf8.size());
+    };
     XmlWalkTree(root, [&](const XmlElement* e, int depth) {
+        if (!OutputOk())
+            return false;
         line.assign(size_t(depth) * 2, ' ');
-        line += Utf8(e->Name());
-        for (int i = 0; i < e->AttributeCount(); ++i)
-            line += " " + Utf8(e->GetAttributeName(i)) + "=\"" + Utf8(e->GetAttributeValue(i)) + "\"";
-        const std::string text = Trimmed(e->Data());
-        if (!text.empty())
-            line += " : \"" + text + "\"";
-        std::fwrite(line.data(), 1, line.size(), stdout);
-        std::fputc('\n', stdout);
+        put(e->Name());
+        for (int i = 0; i < e->AttributeCount(); ++i) {
+            line += ' ';
+            put(e->GetAttributeName(i));
+            line += "=\"";
+            put(e->GetAttributeValue(i));
+            line += '"';
+        }
+        // The text trimmed of white space at both ends.
+        utf8 = Utf8(e->Data());
+        const size_t begin = utf8.find_first_not_of(" \t\r\n");
+        if (begin != std::string::npos) {
+            line += " : \"";
+            AppendPrintable(line, utf8.data() + begin, utf8.find_last_not_of(" \t\r\n") + 1 - begin);
+            line += '"';
+        }
+        line += '\n';
+        Out(line);
         return true;
     });
 }
@@ -314,32 +458,17 @@ int Tree(int argc, char** argv) {
     if (!ReadArgs("tree", argc, argv, {}, {}, args) || !CountFiles("tree", args, 1, 1))
         return kExitUsage;
     XmlDocument doc;
-    Progress progress(1);
-    progress.At(0, args.files[0]);
-    const bool ok = Parse(doc, args.files[0], false);
-    if (ok && doc.RootElement())
-        PrintTree(doc.RootElement());
-    return ok ? kExitOk : kExitFailed;
+    {
+        Progress progress(1);
+        progress.At(0, args.files[0]);
+        if (!Parse(doc, args.files[0], false))
+            return kExitFailed;
+    }
+    PrintTree(doc.RootElement());
+    return kExitOk;
 }
 
 // ---- write ----
-
-// Sends text to the file as UTF-16LE with a byte-order mark, or as UTF-8.
-bool PutText(std::FILE* file, const UCString& text, bool utf16) {
-    if (!utf16) {
-        std::string bytes;
-        OzmGlob::WStringToString(text, bytes, csetUTF8);
-        return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    }
-    std::string bytes;
-    bytes.reserve(2 * text.size() + 2);
-    bytes += "\xFF\xFE";
-    for (UCChar c : text) {
-        bytes += char(c & 0xFF);
-        bytes += char(c >> 8);
-    }
-    return std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-}
 
 // The parser keeps the white space between child elements as the parent's
 // text, which the writer would put in front of all the children; the
@@ -355,6 +484,21 @@ void DropLayout(XmlElement* root) {
         }
         return true;
     });
+}
+
+// Writes the document to the descriptor fd as it goes, through the
+// stream's buffered file target: UTF-16LE after a byte-order mark, or UTF-8.
+// False, with errno set, when a write failed.
+bool WriteDocument(const XmlDocument& doc, int fd, bool utf16, bool withExternals, bool lineBreaks, bool escape,
+                   int parts, bool writeEmpty) {
+    constexpr int kUtf8 = 1, kUtf16LE = 0x6004;
+    XmlOutputStream out;
+    if (out.AttachUCFile(fd, utf16 ? kUtf16LE : kUtf8) != 0)
+        return false;
+    if (utf16)
+        out << UCChar(0xFEFF);
+    doc.Write(out, withExternals, lineBreaks, escape, parts, writeEmpty);
+    return out.CloseUCFile() == 0;
 }
 
 int Write(int argc, char** argv) {
@@ -383,28 +527,25 @@ int Write(int argc, char** argv) {
         parts &= ~2;
     if (utf16)
         doc.Encoding(csetUTF16);
-    UCString text;
-    XmlOutputStream out;
-    out.SetString(&text);
     const bool withExternals = has("--externals"), lineBreaks = !has("--no-indent"), escape = !has("--no-escape"),
                writeEmpty = !has("--drop-empty");
-    doc.Write(out, withExternals, lineBreaks, escape, parts, writeEmpty);
-    out.Close();
 
     const auto target = args.options.find("-o");
     if (target == args.options.end()) {
-        if (!PutText(stdout, text, utf16) || std::fflush(stdout) != 0) {
-            std::fprintf(stderr, "ozmxml write: cannot write to standard output: %s\n", std::strerror(errno));
+        // Straight to the descriptor, past stdio, which holds nothing yet.
+        if (!WriteDocument(doc, 1, utf16, withExternals, lineBreaks, escape, parts, writeEmpty)) {
+            NoteOutput(false);
             return kExitFailed;
         }
         return kExitOk;
     }
-    std::FILE* file = std::fopen(target->second.c_str(), "wb");
-    bool ok = file && PutText(file, text, utf16);
-    if (file && std::fclose(file) != 0)
-        ok = false;
-    if (!ok) {
-        std::fprintf(stderr, "%s: cannot write: %s\n", target->second.c_str(), std::strerror(errno));
+    const int fd = ::open(target->second.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const bool written = fd >= 0 && WriteDocument(doc, fd, utf16, withExternals, lineBreaks, escape, parts, writeEmpty);
+    int error = written ? 0 : errno;
+    if (fd >= 0 && ::close(fd) != 0 && !error)
+        error = errno;
+    if (error) {
+        Message("%s: cannot write: %s\n", Printable(target->second).c_str(), std::strerror(error));
         return kExitFailed;
     }
     return kExitOk;
@@ -414,7 +555,7 @@ int Write(int argc, char** argv) {
 
 std::string DotQuoted(const UCChar* text) {
     std::string out = "\"";
-    for (char c : Utf8(text)) {
+    for (char c : Printable(text)) {
         if (c == '"' || c == '\\')
             out += '\\';
         out += c;
@@ -440,8 +581,8 @@ const char* ModText(int mod) {
 // with its kind and modifier, and an edge from each element or group to
 // what it holds, labelled with the modifier of a name.
 void PrintDot(const XmlDtd& dtd) {
-    std::printf("digraph dtd {\n  rankdir=LR;\n  ordering=out;\n  node [fontname=\"Helvetica\", fontsize=11];\n"
-                "  edge [fontname=\"Helvetica\", fontsize=10];\n");
+    Out("digraph dtd {\n  rankdir=LR;\n  ordering=out;\n  node [fontname=\"Helvetica\", fontsize=11];\n"
+        "  edge [fontname=\"Helvetica\", fontsize=10];\n");
     std::map<UCString, std::string> ids;
     auto elementId = [&](const UCChar* name) -> std::string {
         auto it = ids.find(name);
@@ -462,8 +603,8 @@ void PrintDot(const XmlDtd& dtd) {
         else if (def->Type() == elemMixed)
             label += "\\n#PCDATA";
         const bool isRoot = dtd.DocType() == def->Name();
-        std::printf("  %s [shape=box, label=%s\"%s];\n", elementId(def->Name()).c_str(), label.c_str(),
-                    isRoot ? ", style=bold" : "");
+        Outf("  %s [shape=box, label=%s\"%s];\n", elementId(def->Name()).c_str(), label.c_str(),
+             isRoot ? ", style=bold" : "");
     }
     int groups = 0;
     struct Pending {
@@ -484,35 +625,45 @@ void PrintDot(const XmlDtd& dtd) {
             if (part.Type() == cpName) {
                 const std::string to = elementId(part.Name());
                 if (!dtd.FindElement(part.Name()))
-                    std::printf("  %s [shape=box, style=dashed, label=%s];\n", to.c_str(),
-                                DotQuoted(part.Name()).c_str());
+                    Outf("  %s [shape=box, style=dashed, label=%s];\n", to.c_str(), DotQuoted(part.Name()).c_str());
                 const char* mod = ModText(part.CountMod());
-                std::printf("  %s -> %s%s%s%s;\n", p.from.c_str(), to.c_str(), *mod ? " [label=\"" : "", mod,
-                            *mod ? "\"]" : "");
+                Outf("  %s -> %s%s%s%s;\n", p.from.c_str(), to.c_str(), *mod ? " [label=\"" : "", mod,
+                     *mod ? "\"]" : "");
             } else if (part.Type() == cpSequence || part.Type() == cpChoice) {
                 const std::string id = "g" + std::to_string(groups++);
                 const char* kind = def->Type() == elemMixed ? "mixed" : part.Type() == cpSequence ? "seq" : "choice";
-                std::printf("  %s [shape=ellipse, label=\"%s%s%s\"];\n  %s -> %s [style=dotted];\n", id.c_str(),
-                            kind, *ModText(part.CountMod()) ? " " : "", ModText(part.CountMod()), p.from.c_str(),
-                            id.c_str());
+                Outf("  %s [shape=ellipse, label=\"%s%s%s\"];\n  %s -> %s [style=dotted];\n", id.c_str(), kind,
+                     *ModText(part.CountMod()) ? " " : "", ModText(part.CountMod()), p.from.c_str(), id.c_str());
                 for (int k = part.Count() - 1; k >= 0; --k)
                     stack.push_back({&part[k], id});
             }
         }
     }
-    std::printf("}\n");
+    Out("}\n");
 }
 
+// The definition as written, with control characters other than tab and
+// line breaks as character references: they mean what they meant and cannot
+// act on a terminal.
 void PrintDtd(const XmlDtd& dtd) {
-    UCString text;
+    UCString text, shown;
     XmlOutputStream out;
     out.SetString(&text);
     const bool withExternals = false, lineBreaks = true, escape = true;
     dtd.Write(out, withExternals, lineBreaks, escape);
     out.Close();
-    PutText(stdout, text, false);
-    if (!text.empty() && text.back() != u'\n')
-        std::fputc('\n', stdout);
+    for (UCChar c : text) {
+        if ((c < 0x20 && c != u'\t' && c != u'\n' && c != u'\r') || (c >= 0x7F && c <= 0x9F)) {
+            char ref[16];
+            std::snprintf(ref, sizeof ref, "&#x%X;", unsigned(c));
+            shown.append(ref, ref + std::strlen(ref));
+        } else {
+            shown += c;
+        }
+    }
+    if (!shown.empty() && shown.back() != u'\n')
+        shown += u'\n';
+    Out(Utf8(shown.c_str()));
 }
 
 int Dtd(int argc, char** argv) {
@@ -521,7 +672,7 @@ int Dtd(int argc, char** argv) {
         return kExitUsage;
     auto has = [&](const char* option) { return args.options.count(option) != 0; };
     if (has("--generate") && has("--external")) {
-        std::fprintf(stderr, "ozmxml dtd: --generate and --external exclude each other\n");
+        Message("ozmxml dtd: --generate and --external exclude each other\n");
         return kExitUsage;
     }
     if (!CountFiles("dtd", args, 1, has("--generate") ? size_t(-1) : 1))
@@ -530,19 +681,19 @@ int Dtd(int argc, char** argv) {
     if (has("--external")) {
         const std::string& file = args.files[0];
         if (IsStdin(file)) {
-            std::fprintf(stderr, "ozmxml dtd: --external reads a file, not standard input\n");
+            Message("ozmxml dtd: --external reads a file, not standard input\n");
             return kExitUsage;
         }
         if (!Readable(file))
             return kExitFailed;
         if (result.ParseExternalDTD(Wide(file.c_str()).c_str()) != errNone) {
-            std::string where = Utf8(result.ErrorFile());
-            std::fprintf(stderr, "%s:%d:%d: %s\n", where.empty() ? file.c_str() : where.c_str(), result.ErrorLine(),
-                         result.ErrorCol(), Utf8(result.ErrorMessage()).c_str());
+            const std::string where = Utf8(result.ErrorFile());
+            Message("%s:%d:%d: %s\n", Printable(where.empty() ? file : where).c_str(), result.ErrorLine(),
+                    result.ErrorCol(), Printable(result.ErrorMessage()).c_str());
             return kExitFailed;
         }
         if (!has("--dot"))
-            std::printf("root: %s\n", Utf8(result.GetDTD().DocType().c_str()).c_str());
+            Outf("root: %s\n", Printable(result.GetDTD().DocType().c_str()).c_str());
     } else if (has("--generate")) {
         std::vector<std::unique_ptr<XmlDocument>> docs;
         std::vector<const XmlDocument*> trees;
@@ -559,8 +710,8 @@ int Dtd(int argc, char** argv) {
         if (!Parse(result, args.files[0], false))
             return kExitFailed;
         if (!result.GetDTD().HaveContents() && result.GetDTD().DocType().empty()) {
-            std::fprintf(stderr, "%s: no document type declaration (ozmxml dtd --generate infers one)\n",
-                         Shown(args.files[0]).c_str());
+            Message("%s: no document type declaration (ozmxml dtd --generate infers one)\n",
+                    Shown(args.files[0]).c_str());
             return kExitFailed;
         }
     }
@@ -575,17 +726,17 @@ int Dtd(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fputs(kToolHelp, stderr);
+        Message("%s", kToolHelp);
         return kExitUsage;
     }
     const std::string command = argv[1];
     if (command == "--help" || command == "-h" || command == "help") {
-        std::fputs(kToolHelp, stdout);
-        return kExitOk;
+        Out(kToolHelp);
+        return FinishOutput(kExitOk);
     }
     if (command == "--version") {
-        std::printf("ozmxml %s\n", OZMXML_VERSION);
-        return kExitOk;
+        Outf("ozmxml %s\n", OZMXML_VERSION);
+        return FinishOutput(kExitOk);
     }
     struct Command {
         const char* name;
@@ -598,11 +749,11 @@ int main(int argc, char** argv) {
         if (command != c.name)
             continue;
         if (WantsHelp(argc - 2, argv + 2)) {
-            std::fputs(c.help, stdout);
-            return kExitOk;
+            Out(c.help);
+            return FinishOutput(kExitOk);
         }
-        return c.run(argc - 2, argv + 2);
+        return FinishOutput(c.run(argc - 2, argv + 2));
     }
-    std::fprintf(stderr, "ozmxml: unknown command %s (see ozmxml --help)\n", command.c_str());
+    Message("ozmxml: unknown command %s (see ozmxml --help)\n", Printable(command).c_str());
     return kExitUsage;
 }

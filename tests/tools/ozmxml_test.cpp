@@ -16,6 +16,8 @@ struct Case {
     const char* err;
 };
 
+#define FULL "ozmxml: error writing output: No space left on device\n"
+
 const Case kCases[] = {
     {"check good.xml", 0, "", ""},
     {"check bad.xml", 1, "", "bad.xml:3:4: Improper element nesting\n"},
@@ -27,7 +29,27 @@ const Case kCases[] = {
     {"check missing.xml", 1, "", "missing.xml: cannot open: No such file or directory\n"},
     {"check --bogus good.xml", 2, "", "ozmxml check: unknown option --bogus (see ozmxml check --help)\n"},
     {"check", 2, "", "ozmxml check: no FILE given (see ozmxml check --help)\n"},
-    {"check good.xml bad.xml -", 1, "3 files: 2 parsed, 1 failed\n", "bad.xml:3:4: Improper element nesting\n"},
+    {"check good.xml bad.xml -", 1, "3 files: 1 parsed, 2 failed\n",
+     "bad.xml:3:4: Improper element nesting\n<stdin>: no root element\n"},
+    // A document needs a root element.
+    {"check empty.xml", 1, "", "empty.xml: no root element\n"},
+    {"tree prolog.xml", 1, "", "prolog.xml: no root element\n"},
+    {"write empty.xml", 1, "", "empty.xml: no root element\n"},
+    {"dtd --generate good.xml prolog.xml", 1, "", "prolog.xml: no root element\n"},
+    // Output that cannot be written fails every command.
+    {"check good.xml other.xml >/dev/full", 1, "", FULL},
+    {"tree good.xml >/dev/full", 1, "", FULL},
+    {"write good.xml >/dev/full", 1, "", FULL},
+    {"write --utf16 -o /dev/full good.xml", 1, "", "/dev/full: cannot write: No space left on device\n"},
+    {"dtd --generate good.xml >/dev/full", 1, "", FULL},
+    {"dtd --dot --external sub2.dtd >/dev/full", 1, "", FULL},
+    {"--version >/dev/full", 1, "", FULL},
+    // Control characters from documents and file names are shown escaped.
+    {"tree esc.xml", 0, "a x=\"\\x1B[31m\\\\\" : \"\\x1B]0;t\\x07\\r\\u009B é\\uDC00\"\n", ""},
+    {"check esc2.xml", 1, "", "esc2.xml:1:3: Unexpected token '\\x1B'\n"},
+    {"check \"$(printf 'x\\033\\377\\342\\202')\"", 1, "", "x\\x1B\\xFF\\xE2\\x82: cannot open: No such file or directory\n"},
+    {"dtd esc3.xml", 0,
+     "<!DOCTYPE a [\n<!ELEMENT a EMPTY>\n<!ATTLIST a\n          x          CDATA  \"&#x1B;&#x85;\">\n]>\n", ""},
     {"frob", 2, "", "ozmxml: unknown command frob (see ozmxml --help)\n"},
     {"tree good.xml", 0, "a k=\"v\"\n  b : \"one\\ntwo &\"\n  c\n", ""},
     {"write --no-indent --no-declaration good.xml", 0, "<a k=\"v\"><b>one\ntwo &amp;</b><c/></a>", ""},
@@ -64,6 +86,11 @@ TEST(OzmxmlTool, TableOfRuns) {
     dir.Write("in/sub.dtd", "<!ELEMENT a EMPTY>\n<!ATTLIST a x CDATA #BAD>\n");
     ASSERT_EQ(::mkfifo(dir.Path("pipe.xml").c_str(), 0600), 0);
     dir.Write("sub2.dtd", "<!ELEMENT r (s*)>\n<!ELEMENT s EMPTY>\n");
+    dir.Write("empty.xml", "");
+    dir.Write("prolog.xml", "<?xml version=\"1.0\"?>\n<!-- none -->\n");
+    dir.Write("esc.xml", "<a x=\"\x1B[31m\\\">\x1B]0;t\x07&#13;\xC2\x9B \xC3\xA9&#xDC00;</a>");
+    dir.Write("esc2.xml", "<a\x1B/>");
+    dir.Write("esc3.xml", "<!DOCTYPE a [<!ELEMENT a EMPTY><!ATTLIST a x CDATA \"\x1B\xC2\x85\">]><a/>");
     for (const Case& c : kCases) {
         const std::string command = "cd '" + dir.Dir() + "' && { '" OZM_TOOL_OZMXML "' " + c.args +
                                     "; } >stdout.txt 2>stderr.txt </dev/null";
@@ -73,6 +100,32 @@ TEST(OzmxmlTool, TableOfRuns) {
         EXPECT_EQ(dir.Read("stdout.txt"), c.out) << c.args;
         EXPECT_EQ(dir.Read("stderr.txt"), c.err) << c.args;
     }
+#endif
+}
+
+// write streams through a file buffer of 65,536 bytes, filled in blocks of
+// 4,096: a character of two units is put at every place around the block,
+// UTF-16 and buffer boundaries, and each output is compared whole.
+TEST(OzmxmlTool, WriteAcrossBufferBoundaries) {
+#ifndef OZM_TOOL_OZMXML
+    GTEST_SKIP() << "the tool is not built";
+#else
+    TempDir dir;
+    ASSERT_TRUE(dir.Ok());
+    for (size_t first : {1355, 32755, 65520})
+        for (size_t at = first; at < first + 20; ++at) {
+            const std::string doc = "<a>" + std::string(at, 'x') + "\xF0\x9F\x98\x80</a>";
+            dir.Write("in.xml", doc);
+            std::string utf16 = "\xFF\xFE";
+            for (UCChar c : U(doc))
+                utf16 += {char(c & 0xFF), char(c >> 8)};
+            for (const bool wide : {false, true}) {
+                const std::string command = "cd '" + dir.Dir() + "' && '" OZM_TOOL_OZMXML "' write --no-indent " +
+                                            (wide ? "--utf16 " : "") + "--no-declaration -o out.xml in.xml";
+                ASSERT_EQ(std::system(command.c_str()), 0) << at;
+                EXPECT_TRUE(dir.Read("out.xml") == (wide ? utf16 : doc)) << at << (wide ? " UTF-16" : " UTF-8");
+            }
+        }
 #endif
 }
 
