@@ -39,9 +39,8 @@ const char* const kToolHelp =
     "  write   parse a document and write it back\n"
     "  dtd     print, generate or draw a document type definition\n"
     "\n"
-    "'-' as FILE reads standard input; a FILE without a root element (an empty\n"
-    "one, say) fails with FILE: no root element. 'ozmxml COMMAND --help' tells\n"
-    "more. Text from documents and file names in messages and in 'tree' is\n"
+    "'-' as FILE reads standard input. 'ozmxml COMMAND --help' tells more.\n"
+    "Text from documents and file names in messages and in 'tree' is\n"
     "shown with control characters escaped (see ozmxml tree --help).\n"
     "Exit status: 0 success, 1 a document failed or the output could not be\n"
     "written, 2 bad usage.\n";
@@ -301,9 +300,9 @@ bool Readable(const std::string& file) {
 
 // Parses file ("-": standard input through the descriptor module). On a
 // failure the one line of the error goes to standard error. A document
-// without a root element (an empty file, say) parses without an error but
-// fails here: every command needs one.
-bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd) {
+// without a root element (an empty file, say) parses without an error; with
+// requireRoot it fails here, as check wants.
+bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd, bool requireRoot = false) {
     BATCHERR rc;
     if (IsStdin(file)) {
         rc = doc.ParseDLL(u"fd:0", false, false, nullptr, ignoreDtd);
@@ -314,7 +313,7 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd) {
         rc = doc.ParseFile(Wide(file.c_str()).c_str(), validate, ignoreDtd);
     }
     if (rc == errNone) {
-        if (doc.RootElement())
+        if (doc.RootElement() || !requireRoot)
             return true;
         Message("%s: no root element\n", Shown(file).c_str());
         return false;
@@ -408,7 +407,7 @@ int Check(int argc, char** argv) {
         for (size_t i = 0; i < args.files.size(); ++i) {
             progress.At(i, args.files[i]);
             XmlDocument doc;
-            if (!Parse(doc, args.files[i], ignoreDtd))
+            if (!Parse(doc, args.files[i], ignoreDtd, true))
                 ++failed;
         }
     }
