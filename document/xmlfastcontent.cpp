@@ -19,7 +19,7 @@ struct XmlFastAttr {
 // A start tag with more attributes is left to the general reader.
 constexpr int kMaxFastAttrs = 16;
 // A line that no saved position has: lines count up from 1.
-constexpr int kNotSaved = INT_MIN;
+constexpr int64_t kNotSaved = INT64_MIN;
 
 OZM_HOT const UCChar* SkipBlanks(const UCChar* p, const UCChar* end) {
     for (; p != end; ++p)
@@ -109,10 +109,10 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         XmlDocument& doc;
         const UCChar* const run;
         const UCChar* p;
-        int line;
-        int col;
-        int errLine = kNotSaved;  // no position saved yet
-        int errCol = 0;
+        int64_t line;
+        int64_t col;
+        int64_t errLine = kNotSaved;  // no position saved yet
+        int64_t errCol = 0;
         bool open = true;
         Cursor(XmlDocument& d, const UCChar* r) : doc(d), run(r), p(r), line(d.m_line), col(d.m_col) {}
         Cursor(const Cursor&) = delete;
@@ -121,23 +121,23 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             if (open)
                 Close();
         }
-        void Save(int l, int c) {
+        void Save(int64_t l, int64_t c) {
             errLine = l;
             errCol = c;
         }
         // Takes the units up to to, none of them a line end.
         void Skip(const UCChar* to) {
-            col += int(to - p);
+            col += to - p;
             p = to;
         }
         // Takes the units up to to, which hold lines line feeds, the last of
         // them at lastLf.
-        void Take(const UCChar* to, int lines, const UCChar* lastLf) {
+        void Take(const UCChar* to, int64_t lines, const UCChar* lastLf) {
             if (lines) {
                 line += lines;
-                col = int(to - lastLf - 1);
+                col = to - lastLf - 1;
             } else {
-                col += int(to - p);
+                col += to - p;
             }
             p = to;
         }
@@ -164,7 +164,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         if (*p != '<') {
             if (*p == '&')
                 break;
-            int lines = 0;
+            int64_t lines = 0;
             const UCChar* lastLf = nullptr;
             const UCChar* stop = XmlScanText(p, end, lines, lastLf);
             if (stop == end || (*stop != '<' && *stop != '&'))
@@ -181,7 +181,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             ltRead = true;
         }
         // A tag at p; the position its token saves.
-        const int tagCol = at.col + (ltRead ? 1 : 0);
+        const int64_t tagCol = at.col + (ltRead ? 1 : 0);
         const UCChar* name = p + 1;
         if (name == end)
             break;
@@ -213,7 +213,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         // A leaf: text without markup, then the element's own end tag.
         const UCChar* text = afterTag;
         const UCChar* textEnd = nullptr;
-        int lines = 0;
+        int64_t lines = 0;
         const UCChar* lastLf = nullptr;
         if (!isEmpty && level.depth + 1 < MaxDepth) {
             const UCChar* stop = XmlScanText(text, end, lines, lastLf);

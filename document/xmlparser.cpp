@@ -170,7 +170,7 @@ BATCHERR XmlDocument::ParseContent(int depth) {
     // through every small size in each new document.
     if (data.capacity() < 120)
         data.reserve(120);
-    const unsigned nullsBefore = m_dataNulls;
+    const uint64_t nullsBefore = m_dataNulls;
     XmlElement* current = m_elementStack.back();
     XmlElement* lastChild = current->m_child ? current->m_child->Last() : nullptr;
     if (current->m_child && !lastChild)
@@ -219,7 +219,7 @@ BATCHERR XmlDocument::ParseContent(int depth) {
     const size_t total = data.size() + level.SpanUnits();
     if (m_trackMaxLen) {
         if (XmlElementDef* def = Tracked(current->m_nameId).element)
-            def->MaxLen(int(total));
+            def->MaxLen(XmlSaturatedInt(int64_t(total)));
     }
     // The text ends at a unit of value 0, if one came in; the spans hold
     // none.
@@ -276,5 +276,5 @@ void XmlDocument::TrackAttribute(TrackedDefs& defs, const UCChar* name, size_t n
             defs.seen.emplace_back(std::move(key), def);
     }
     if (def)
-        def->MaxLen(int(length));
+        def->MaxLen(XmlSaturatedInt(int64_t(length)));
 }

@@ -88,8 +88,8 @@ BATCHERR XmlDocument::ParseDoctypeDecl(bool ignoreDtd) {
     }
     if (result == errNone) {
         m_dtd.DoingExterns(true);
-        const int savedLine = m_line;
-        const int savedCol = m_col;
+        const int64_t savedLine = m_line;
+        const int64_t savedCol = m_col;
         const UCString savedName = m_fileName;
         for (size_t next = 0; !ignoreDtd && result == errNone && kind == tokClose && next < pending.size(); ++next) {
             m_line = 1;

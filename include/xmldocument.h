@@ -2,6 +2,8 @@
 // error state and the whole parser state.
 #pragma once
 
+#include <climits>
+#include <cstdint>
 #include <map>
 #include <string_view>
 #include <vector>
@@ -64,6 +66,9 @@ enum XmlToken : int {
 };
 
 struct XmlBlockShare;
+
+// A count as an int, INT_MAX for anything larger.
+inline int XmlSaturatedInt(int64_t n) { return n > INT_MAX ? INT_MAX : int(n); }
 
 class OZM_API XmlDocument {
 public:
@@ -257,9 +262,11 @@ private:
 
     // Error state.
     void SaveErrorPos() { SaveErrorPos(m_line, m_col); }
-    void SaveErrorPos(int line, int col) {
-        m_errorLine = line;
-        m_errorCol = col;
+    // Positions are counted in 64 bits and reported up to INT_MAX, where
+    // they stop.
+    void SaveErrorPos(int64_t line, int64_t col) {
+        m_errorLine = XmlSaturatedInt(line);
+        m_errorCol = XmlSaturatedInt(col);
         if (m_errorFileStale) {
             m_errorFile = m_fileName;
             m_errorFileStale = false;
@@ -292,7 +299,7 @@ private:
     inline UCChar ReadName(UCString& token);
     inline size_t PendingRun(const UCChar*& run);
     inline void ConsumeRun(size_t count);
-    inline void ConsumeLines(size_t count, int lines, size_t tail);
+    inline void ConsumeLines(size_t count, int64_t lines, size_t tail);
     void ScanRun(UCString& token, UCChar stop1, UCChar stop2);
 
     // Tokenisers.
@@ -326,8 +333,8 @@ private:
     UCString m_errorFile;
     int m_errorLine = 0;
     int m_errorCol = 0;
-    int m_line = 1;
-    int m_col = 0;
+    int64_t m_line = 1;
+    int64_t m_col = 0;
     UCString m_fileName;
     bool m_validate = true;
     XmlElement* m_rootElement = nullptr;
@@ -371,7 +378,7 @@ private:
     bool m_errorFileStale = true;
     // Count of units of value 0 that went into character data; an element's
     // text is cut at such a unit, which needs a scan only when one was seen.
-    unsigned m_dataNulls = 0;
+    uint64_t m_dataNulls = 0;
     // Depth of entity references being expanded inside each other, and units
     // of replacement text pushed back in this parse (see the limits above).
     int m_entityNesting = 0;

@@ -197,7 +197,7 @@ OZM_HOT void XmlDocument::ConsumeRun(size_t count) { ConsumeLines(count, 0, 0); 
 // where NextChar would leave it unit by unit. Behind a line end the column
 // counts the units after it; pushed units move no column, so behind a line
 // end in pushed text it is 0.
-OZM_HOT void XmlDocument::ConsumeLines(size_t count, int lines, size_t tail) {
+OZM_HOT void XmlDocument::ConsumeLines(size_t count, int64_t lines, size_t tail) {
     if (m_pushPending) {
         m_pushBack.skip(count);
         m_pushPending = !m_pushBack.empty();
@@ -207,11 +207,11 @@ OZM_HOT void XmlDocument::ConsumeLines(size_t count, int lines, size_t tail) {
             m_stringCursor += count;
         else
             m_sourceFile->Skip(count);
-        m_col += int(count);
+        m_col += int64_t(count);
     }
     if (lines) {
         m_line += lines;
-        m_col = int(tail);
+        m_col = int64_t(tail);
     }
 }
 
@@ -319,7 +319,7 @@ struct XmlByteSet {
 // Adds the line feeds of a mask of the sixteen units at p (one bit per
 // unit). Bits are cleared one at a time: there are few line feeds, and a
 // population count instruction cannot be assumed.
-OZM_HOT void CountLines(const UCChar* p, unsigned lfMask, int& lines, const UCChar*& lastLf) {
+OZM_HOT void CountLines(const UCChar* p, unsigned lfMask, int64_t& lines, const UCChar*& lastLf) {
     lastLf = p + (31 - __builtin_clz(lfMask));
     do {
         ++lines;
@@ -331,7 +331,7 @@ OZM_HOT void CountLines(const UCChar* p, unsigned lfMask, int& lines, const UCCh
 // '<', '&', carriage return, U+2028, 0 or 0xFFFF, or end when there is none.
 // Line feeds before that unit are added to lines; lastLf is set to the last
 // of them.
-OZM_HOT const UCChar* XmlScanText(const UCChar* p, const UCChar* end, int& lines, const UCChar*& lastLf) {
+OZM_HOT const UCChar* XmlScanText(const UCChar* p, const UCChar* end, int64_t& lines, const UCChar*& lastLf) {
     // The commonest text of an indented document: a line feed, then up to
     // fifteen blanks (spaces and tabs), then markup, taken with one test.
     if (end - p > 16 && *p == 10) {

@@ -38,7 +38,7 @@ void XmlDocument::ScanRun(UCString& token, UCChar stop1, UCChar stop2) {
         return;
     size_t i = 0;
     size_t lineStart = 0;
-    int lines = 0;
+    int64_t lines = 0;
     // 0xFF stands for U+2028 and 0xFFFF.
     const XmlByteSet<6> interesting(stop1, stop2, 13, 10, 0, 0xFF);
     for (;;) {
