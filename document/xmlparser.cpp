@@ -3,13 +3,15 @@
 #include "input/xmlcharstream.h"
 
 BATCHERR XmlDocument::ParseString(const UCString& text, bool validate, bool ignoreDtd) {
-    FileName(u"string");
     m_sourceFile = nullptr;
     m_lwio = nullptr;
     m_sourceString = &text;
     m_stringCursor = text.data();
     m_stringEnd = text.data() + text.size();
-    BATCHERR result = ParseDocument(validate, ignoreDtd);
+    BATCHERR result = Guarded([&] {
+        FileName(u"string");
+        return ParseDocument(validate, ignoreDtd);
+    });
     m_sourceString = nullptr;
     m_stringCursor = m_stringEnd = nullptr;
     return result;

@@ -1,49 +1,56 @@
 // The ways into a document that bring a source of their own: a text file and
 // an I/O module.
+#include <cerrno>
 #include <memory>
+#include <new>
 
 #include "xmldocument.h"
 
 BATCHERR XmlDocument::ParseFile(const UCChar* path, bool validate, bool ignoreDtd) {
     if (!path)
         path = u"";  // and so no file
-    FileName(path);
     m_sourceString = nullptr;
     m_lwio = nullptr;
-    std::unique_ptr<OzmUCFile> file(new OzmUCFile);
-    if (file->Open(path, u"r", 1, csetDefault) < 0) {
-        m_errorMessage = u"Unable to open source file ";
-        m_errorMessage += path;
-        return errOpenSource;
-    }
-    m_sourceFile = file.get();
+    std::unique_ptr<OzmUCFile> file;
+    BATCHERR result = Guarded([&] {
+        FileName(path);
+        file.reset(new OzmUCFile);
+        if (file->Open(path, u"r", 1, csetDefault) < 0) {
+            if (errno == ENOMEM)
+                throw std::bad_alloc();
+            m_errorMessage = u"Unable to open source file ";
+            m_errorMessage += path;
+            return errOpenSource;
+        }
+        m_sourceFile = file.get();
 
-    UCChar dir[OZM_MAX_PATH];
-    UCChar name[OZM_MAX_PATH];
-    UCChar ext[OZM_MAX_PATH];
-    size_t n = UCString::traits_type::length(path);
-    if (n >= size_t(OZM_MAX_PATH))
-        n = OZM_MAX_PATH - 1;
-    UCString::traits_type::copy(dir, path, n);
-    dir[n] = 0;
-    OzmGlob::sepfile(dir, name, ext);
-    m_sourceDir = dir;
+        UCChar dir[OZM_MAX_PATH];
+        UCChar name[OZM_MAX_PATH];
+        UCChar ext[OZM_MAX_PATH];
+        size_t n = UCString::traits_type::length(path);
+        if (n >= size_t(OZM_MAX_PATH))
+            n = OZM_MAX_PATH - 1;
+        UCString::traits_type::copy(dir, path, n);
+        dir[n] = 0;
+        OzmGlob::sepfile(dir, name, ext);
+        m_sourceDir = dir;
 
-    // A byte-order mark of either order switches to 16-bit reading; the
-    // rewind leaves the mark to the file layer, and the column untouched.
-    // Without a mark the two units are given back to the decoded block
-    // instead: a small file is not decoded twice, and a pipe, which cannot
-    // seek, reads from its start.
-    UCChar first = m_sourceFile->Getc();
-    UCChar second = m_sourceFile->Getc();
-    const bool mark = (first == 0xFF && second == 0xFE) || (first == 0xFE && second == 0xFF);
-    if (mark)
-        m_sourceFile->Format(4);
-    if (mark || second == UCEof || !m_sourceFile->Unread(2))
-        m_sourceFile->Seek(0, 0);
-
-    BATCHERR result = ParseDocument(validate, ignoreDtd);
-    m_sourceFile->Close();
+        // A byte-order mark of either order switches to 16-bit reading; the
+        // rewind leaves the mark to the file layer, and the column untouched.
+        // Without a mark the two units are given back to the decoded block
+        // instead: a small file is not decoded twice, and a pipe, which cannot
+        // seek, reads from its start.
+        UCChar first = m_sourceFile->Getc();
+        UCChar second = m_sourceFile->Getc();
+        const bool mark = (first == 0xFF && second == 0xFE) || (first == 0xFE && second == 0xFF);
+        if (mark)
+            m_sourceFile->Format(4);
+        if (mark || second == UCEof || !m_sourceFile->Unread(2))
+            m_sourceFile->Seek(0, 0);
+        return ParseDocument(validate, ignoreDtd);
+    });
+    if (file)
+        file->Close();
     m_sourceFile = nullptr;
     return result;
 }
@@ -52,32 +59,35 @@ BATCHERR XmlDocument::ParseDLL(const UCChar* spec, bool validate, bool designMod
                                bool ignoreDtd) {
     if (!spec)
         spec = u"";  // and so no module
-    FileName(spec);
     m_sourceString = nullptr;
     m_sourceFile = nullptr;
-    m_sourceDir.clear();
-    OzmWString module, resource, options;
-    if (!OzmLightweightIO::ParseDLLName(spec, module, resource, options)) {
-        m_errorMessage = u"Unable to parse DLL specification '";
-        m_errorMessage += spec;
-        m_errorMessage += u"'";
-        return errOpenSource;
-    }
-    std::unique_ptr<OzmLightweightIO> lwio(new OzmLightweightIO);
-    m_lwio = lwio.get();
-    BATCHERR result = m_lwio->SetModule(module);
-    if (result == errNone)
-        result = m_lwio->Open(resource, options, short(-32768), false);
-    if (result != errNone) {
-        m_errorMessage = u"XML API: ";
-        m_errorMessage += m_lwio->LastErrorMessage();
-    } else {
+    std::unique_ptr<OzmLightweightIO> lwio;
+    BATCHERR result = Guarded([&] {
+        FileName(spec);
+        m_sourceDir.clear();
+        OzmWString module, resource, options;
+        if (!OzmLightweightIO::ParseDLLName(spec, module, resource, options)) {
+            m_errorMessage = u"Unable to parse DLL specification '";
+            m_errorMessage += spec;
+            m_errorMessage += u"'";
+            return errOpenSource;
+        }
+        lwio.reset(new OzmLightweightIO);
+        m_lwio = lwio.get();
+        BATCHERR opened = m_lwio->SetModule(module);
+        if (opened == errNone)
+            opened = m_lwio->Open(resource, options, short(-32768), false);
+        if (opened != errNone) {
+            m_errorMessage = u"XML API: ";
+            m_errorMessage += m_lwio->LastErrorMessage();
+            return opened;
+        }
         m_lwio->SetDesignMode(designMode);
         m_notifier = notifier;
-        result = ParseDocument(validate, ignoreDtd);
-    }
-    if (m_lwio->IsConnected())
-        m_lwio->Close();
+        return ParseDocument(validate, ignoreDtd);
+    });
+    if (lwio && lwio->IsConnected())
+        lwio->Close();
     m_lwio = nullptr;
     m_notifier = nullptr;
     return result;

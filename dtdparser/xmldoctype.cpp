@@ -224,11 +224,14 @@ BATCHERR XmlDocument::ParseConditional() {
 BATCHERR XmlDocument::ParseExternalDTD(const UCChar* uri) {
     if (!uri)
         uri = u"";
+    return Guarded([&] { return ReadExternalDTD(uri); });
+}
+
+BATCHERR XmlDocument::ReadExternalDTD(const UCChar* uri) {
     m_dtd.Clear();
     m_line = 1;
     m_col = 0;
     FileName(uri);
-    ResetLimits();
     UCString text;
     BATCHERR result = ReadParsedURI(uri, text);
     m_dtd.DoingExterns(true);

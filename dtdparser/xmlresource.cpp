@@ -129,7 +129,10 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
     } while (got < 0 && errno == EINTR);
     OzmUCFile file;
     if (file.OpenDescriptor(fd, ResourceFormat(got > 0 ? first[0] : -1, got > 1 ? first[1] : -1), true) < 0) {
+        const int error = errno;
         ::close(fd);
+        if (error == ENOMEM)
+            throw std::bad_alloc();
         return errOpenUri;
     }
     for (int i = 0; i < 5; ++i) {

@@ -204,7 +204,8 @@ public:
     int OpenDescriptor(int fd, int format, bool owned);
     int Close();
 
-    // Next unit, or UCEof at the end of the file or on a read error.
+    // Next unit, or UCEof at the end of the file or on a read error; throws
+    // std::bad_alloc when the buffer of decoded units cannot be had.
     UCChar Getc() { return m_ucPos < m_ucEnd ? *m_ucPos++ : Refill(); }
     int Putc(UCChar c);
     int PutString(const UCChar* text, long length = -1);

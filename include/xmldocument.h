@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdint>
 #include <map>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -159,7 +160,9 @@ public:
     XmlElementBlock* ElementBlocks() const { return m_elementBlocks; }
 
     // parts: 1 the XML declaration, 2 the document type declaration, 4 the
-    // element tree. Always returns errNone (output/xmlwriter.cpp).
+    // element tree (output/xmlwriter.cpp). Returns errNone, whatever the
+    // targets of out make of what they are sent; errSyntax only when memory
+    // ran out on the way, and the output then ends there.
     BATCHERR Write(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,
                    bool writeEmpty) const;
 
@@ -190,6 +193,24 @@ private:
     friend class XmlContentProbe;
     friend class XmlFastPathProbe;
 
+    // Runs the body of a parse entry. Running out of memory ends the parse
+    // with errSyntax and "Out of memory", and leaves no tree; the counts and
+    // copies of external resources of the parse are given back in any case.
+    template <class Body>
+    BATCHERR Guarded(Body&& body) noexcept {
+        BATCHERR result;
+        try {
+            result = body();
+        } catch (const std::bad_alloc&) {
+            result = OutOfMemory();
+        }
+        ResetLimits();
+        return result;
+    }
+    BATCHERR OutOfMemory() noexcept;
+    void WriteParts(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,
+                    bool writeEmpty) const;
+
     // Document parsing.
     void InitParser();
     BATCHERR ParseDocument(bool validate, bool ignoreDtd);
@@ -210,6 +231,7 @@ private:
     BATCHERR ParseDoctypeDecl(bool ignoreDtd);
     BATCHERR ParseDoctypeParts(int& kind, UCString& token);
     BATCHERR ParseConditional();
+    BATCHERR ReadExternalDTD(const UCChar* uri);
     // Pushes a blank, the value of the parameter entity ref ("%name") and a
     // blank. An undefined name is an error when reportUndefined is set, and
     // is passed over otherwise.

@@ -158,6 +158,16 @@ void XmlElement::GetData(UCString& out, XMLD mode) const {
 
 BATCHERR XmlDocument::Write(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,
                             bool writeEmpty) const {
+    try {
+        WriteParts(out, withExternals, lineBreaks, escape, parts, writeEmpty);
+    } catch (const std::bad_alloc&) {
+        return errSyntax;  // the output ends where memory ran out
+    }
+    return errNone;
+}
+
+void XmlDocument::WriteParts(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,
+                             bool writeEmpty) const {
     if (parts & 1) {
         const UCChar* encoding = OzmGlob::EncodingToName(OzmGlob::ISOEncoding(m_encoding));
         out << u"<?xml version=\"";
@@ -174,5 +184,4 @@ BATCHERR XmlDocument::Write(XmlOutputStream& out, bool withExternals, bool lineB
     }
     if ((parts & 4) && m_rootElement)
         m_rootElement->Write(out, 0, escape, lineBreaks, 4, writeEmpty);
-    return errNone;
 }

@@ -656,11 +656,9 @@ UCChar OzmUCFile::Refill() {
         m_ucPos = m_ucEnd;
         return UCEof;
     }
-    if (!m_ucBuffer) {
-        m_ucBuffer = new (std::nothrow) UCChar[kUnits];
-        if (!m_ucBuffer)
-            return EndOfInput();
-    }
+    // Running out of memory is no end of the input: it throws.
+    if (!m_ucBuffer)
+        m_ucBuffer = new UCChar[kUnits];
     const bool utf16 = IsUtf16Format(m_format);
     for (;;) {
         if (m_readPos == m_readEnd && FillBuffer() <= 0) {

@@ -1,0 +1,17 @@
+// Allocation hooks of the test program: operator new is replaced so that
+// tests can make an allocation fail and count what is allocated.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace TestAlloc {
+// The n-th allocation from now on throws std::bad_alloc (a nothrow one
+// returns null), once; 0 disarms.
+void FailAt(long n);
+// Allocations made since the program started.
+uint64_t Count();
+// The most bytes that were held at once since the last ResetPeak.
+void ResetPeak();
+size_t PeakBytes();
+}  // namespace TestAlloc
