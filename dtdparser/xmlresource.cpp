@@ -161,13 +161,18 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
         const int64_t line = m_line, col = m_col;
         const UCChar* const pending = file.Pending();
         const UCChar* const cursor = m_stringCursor;
-        OzmUCFile* saved = m_sourceFile;
+        // The declaration reads on from the resource; the source is given
+        // back however the declaration ends, an exception included.
+        struct Source {
+            OzmUCFile*& at;
+            OzmUCFile* const saved;
+            ~Source() { at = saved; }
+        } source{m_sourceFile, m_sourceFile};
         m_sourceFile = &file;
         OZM_CSET encoding = OZM_CSET(1);
         double version = 1.0;
         bool standalone = true;
         result = ParseTextDecl(encoding, version, standalone);
-        m_sourceFile = saved;
         if (result != errNone)
             return result;
         copyable = m_line == line && m_col == col && file.Pending() == pending && m_stringCursor == cursor;

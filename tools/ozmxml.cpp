@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -751,7 +752,15 @@ int main(int argc, char** argv) {
             Out(c.help);
             return FinishOutput(kExitOk);
         }
-        return FinishOutput(c.run(argc - 2, argv + 2));
+        int status;
+        try {
+            status = c.run(argc - 2, argv + 2);
+        } catch (const std::bad_alloc&) {
+            // The library reports its own shortage; this is the tool's.
+            Message("ozmxml: out of memory\n");
+            status = kExitFailed;
+        }
+        return FinishOutput(status);
     }
     Message("ozmxml: unknown command %s (see ozmxml --help)\n", Printable(command).c_str());
     return kExitUsage;
