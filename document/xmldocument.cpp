@@ -195,6 +195,14 @@ int XmlDocument::AddName(const UCChar* name) {
 }
 
 int XmlDocument::AddName(const UCChar* name, size_t length) {
+    try {
+        return InternName(name, length);
+    } catch (const std::bad_alloc&) {
+        return -1;
+    }
+}
+
+int XmlDocument::InternName(const UCChar* name, size_t length) {
     int& slot = m_nameCache[NameSlot(name, length)];
     std::u16string_view view(name, length);
     if (slot > 0 && size_t(slot) <= m_names.size()) {
@@ -210,18 +218,27 @@ int XmlDocument::AddName(const UCChar* name, size_t length) {
     }
     UCString key(view);
     int index = int(m_names.size());
-    slot = index + 1;
-    if (m_blockShare) {
-        for (XmlDocument* d : m_blockShare->members) {
-            d->m_names.push_back(key);
-            d->m_nameIndex.emplace(key, index);
+    // The table is changed only once all the memory for it is had: each
+    // name goes into the list first, and out of it again when the index has
+    // no room for it.
+    auto add = [&](XmlDocument& d, auto hint) {
+        d.m_names.push_back(key);
+        try {
+            d.m_nameIndex.emplace_hint(hint, key, index);
+        } catch (const std::bad_alloc&) {
+            d.m_names.pop_back();
+            throw;
         }
+    };
+    if (m_blockShare) {
+        for (XmlDocument* d : m_blockShare->members)
+            add(*d, d->m_nameIndex.end());
     } else {
         // A document has a few dozen names: room for them from the start.
         if (m_names.empty())
             m_names.reserve(32);
-        m_names.push_back(key);
-        m_nameIndex.emplace_hint(it, std::move(key), index);
+        add(*this, it);
     }
+    slot = index + 1;
     return index;
 }

@@ -113,7 +113,7 @@ XmlElement* XmlDocument::ParseElementBegin(const UCString& name, bool& isEmpty) 
         SetUpError(errSyntax, u"Out of memory for element '%s'", name.c_str());
         return nullptr;
     }
-    element->m_nameId = AddName(name.data(), name.size()) + 1;
+    element->m_nameId = InternName(name.data(), name.size()) + 1;
     return ParseAttributes(element, isEmpty);
 }
 

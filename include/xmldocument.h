@@ -147,7 +147,8 @@ public:
     int ErrorLine() const { return m_errorLine; }
     int ErrorCol() const { return m_errorCol; }
 
-    // Name table.
+    // Name table: the index of a name, added when new; -1 when memory for a
+    // new name cannot be had.
     int AddName(const UCChar* name);
     int AddName(const UCChar* name, size_t length);
     const UCChar* GetName(int index) const {
@@ -309,6 +310,8 @@ private:
     // AddName with the names met before answered inline from m_nameCache.
     inline int CachedName(const UCChar* name, size_t length);
     int NameSlot(const UCChar* name, size_t length) const;
+    // AddName for the parser: running out of memory throws.
+    int InternName(const UCChar* name, size_t length);
     inline UCChar NextChar();
     inline UCChar SkipSpace();
     inline void PushBack(UCChar c);

@@ -50,6 +50,9 @@ private:
 // Nodes are not copyable: a copy would carry the links and the slab of its
 // original, and giving it back would corrupt that slab's free list. Copy the
 // name, data and attributes through the accessors instead.
+//
+// No operation throws: a setter that cannot get the memory for its new value
+// leaves the old one.
 class OZM_API XmlElement {
 public:
     XmlElement(const XmlElement&) = delete;
@@ -89,15 +92,17 @@ public:
     }
 
     int AttributeCount() const { return int(m_attributes.size()); }
-    void AddAttribute(const UCChar* name, const UCChar* value) { m_attributes.emplace_back(name, value); }
+    void AddAttribute(const UCChar* name, const UCChar* value);
     const UCChar* GetAttributeValue(const UCChar* name) const;
     const UCChar* GetAttributeValue(int i) const;
     const UCChar* GetAttributeName(int i) const;
 
-    // Writes this element and everything below it (output/xmlwriter.cpp).
+    // Writes this element and everything below it (output/xmlwriter.cpp);
+    // the output ends early only when memory runs out.
     void Write(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep, bool writeEmpty) const;
     // Appends the text of this element, and by mode that of its descendants,
-    // to out without clearing it.
+    // to out without clearing it; when memory runs out, out keeps what was
+    // appended so far.
     void GetData(UCString& out, XMLD mode) const;
 
     // Empties the node for its next use; links of other nodes are untouched.
@@ -109,6 +114,10 @@ private:
     friend class XmlElementBlock;
     friend class XmlDocument;
     XmlElement() = default;
+    // Write and GetData, letting std::bad_alloc through.
+    void WriteSubtree(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep,
+                      bool writeEmpty) const;
+    void CollectData(UCString& out, XMLD mode) const;
     ~XmlElement() = default;
 
     // The text of a node. Text read by the parser is kept in the text store

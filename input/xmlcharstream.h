@@ -259,7 +259,7 @@ OZM_HOT int XmlDocument::CachedName(const UCChar* name, size_t length) {
         if (known.size() == length && XmlSameUnits(known.data(), name, length))
             return slot - 1;
     }
-    return AddName(name, length);
+    return InternName(name, length);
 }
 
 // A set of N units looked for eight units at a time.

@@ -39,6 +39,15 @@ void WriteEscaped(XmlOutputStream& out, const UCChar* text) {
 
 void XmlElement::Write(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep,
                        bool writeEmpty) const {
+    try {
+        WriteSubtree(out, indent, escape, lineBreaks, indentStep, writeEmpty);
+    } catch (const std::bad_alloc&) {
+        // The output ends where memory ran out.
+    }
+}
+
+void XmlElement::WriteSubtree(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep,
+                              bool writeEmpty) const {
     // One buffer per call, large enough that file targets get large writes;
     // a small one on the stack if it can't be had.
     constexpr size_t kLarge = 65536;
@@ -124,6 +133,14 @@ void XmlElement::Write(XmlOutputStream& out, int indent, bool escape, bool lineB
 }
 
 void XmlElement::GetData(UCString& out, XMLD mode) const {
+    try {
+        CollectData(out, mode);
+    } catch (const std::bad_alloc&) {
+        // out holds what fitted.
+    }
+}
+
+void XmlElement::CollectData(UCString& out, XMLD mode) const {
     out.append(m_data.data(), m_data.size());
     if (mode == XMLD_Own)
         return;
@@ -183,5 +200,5 @@ void XmlDocument::WriteParts(XmlOutputStream& out, bool withExternals, bool line
         WriteDefinitionPart(*this, out, withExternals, lineBreaks, escape);
     }
     if ((parts & 4) && m_rootElement)
-        m_rootElement->Write(out, 0, escape, lineBreaks, 4, writeEmpty);
+        m_rootElement->WriteSubtree(out, 0, escape, lineBreaks, 4, writeEmpty);
 }

@@ -2,6 +2,7 @@
 // document's name table.
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "xmldocument.h"
 
@@ -12,16 +13,38 @@ const UCChar* XmlElement::Name() const {
 }
 
 // Throughout, a null text counts as empty, and linking a null node does
-// nothing.
-void XmlElement::Name(const UCChar* name) { m_nameId = m_block->Document()->AddName(name) + 1; }
+// nothing. A setter that cannot get the memory for its new value leaves the
+// old one.
+void XmlElement::Name(const UCChar* name) {
+    const int id = m_block->Document()->AddName(name);
+    if (id >= 0)
+        m_nameId = id + 1;
+}
 
-void XmlAttribute::Name(const UCChar* name) { m_name = name ? name : u""; }
+void XmlAttribute::Name(const UCChar* name) {
+    try {
+        m_name = name ? name : u"";
+    } catch (const std::bad_alloc&) {
+    }
+}
 
-void XmlAttribute::Value(const UCChar* value) { m_value = value ? value : u""; }
+void XmlAttribute::Value(const UCChar* value) {
+    try {
+        m_value = value ? value : u"";
+    } catch (const std::bad_alloc&) {
+    }
+}
 
 void XmlElement::Data(const UCChar* text) { m_data.Assign(text, text ? UCString::traits_type::length(text) : 0); }
 
 void XmlElement::AddData(const UCChar* text) { m_data.Append(text, text ? UCString::traits_type::length(text) : 0); }
+
+void XmlElement::AddAttribute(const UCChar* name, const UCChar* value) {
+    try {
+        m_attributes.emplace_back(name, value);
+    } catch (const std::bad_alloc&) {
+    }
+}
 
 // Both may be given a part of the node's own text: the new buffer is filled
 // before the old one is freed.
@@ -30,7 +53,9 @@ void XmlElement::Text::Assign(const UCChar* p, size_t n) {
         Clear();
         return;
     }
-    UCChar* t = new UCChar[n + 1];
+    UCChar* t = new (std::nothrow) UCChar[n + 1];
+    if (!t)
+        return;
     std::memcpy(t, p, n * sizeof(UCChar));
     t[n] = 0;
     Free();
@@ -52,7 +77,9 @@ void XmlElement::Text::Append(const UCChar* p, size_t n) {
         return;
     }
     const size_t capacity = std::max(m_size + n + 1, 2 * m_capacity);
-    UCChar* t = new UCChar[capacity];
+    UCChar* t = new (std::nothrow) UCChar[capacity];
+    if (!t)
+        return;
     std::memcpy(t, m_p, m_size * sizeof(UCChar));
     std::memcpy(t + m_size, p, n * sizeof(UCChar));
     t[m_size + n] = 0;

@@ -74,4 +74,33 @@ TEST(OutOfMemoryTest, EachAllocationOfAParseOrWriteFailsInTurn) {
     EXPECT_EQ(messages, std::set<std::string>{"Out of memory"});
 }
 
+// A setter of the tree that cannot get its memory leaves the old value.
+TEST(OutOfMemoryTest, TreeSettersKeepTheOldValue) {
+    XmlDocument doc;
+    ASSERT_EQ(doc.ParseString(u"<a k='v'>text<b/></a>"), errNone);
+    XmlElement* a = doc.RootElement();
+    const UCString longText(100, u'x');
+    const std::function<void()> setters[] = {
+        [&] { a->Data(longText.c_str()); },
+        [&] { a->AddData(longText.c_str()); },
+        [&] { a->Name(u"a-new-name-not-in-the-table"); },
+        [&] { a->AddAttribute(u"n", longText.c_str()); },
+    };
+    for (const auto& set : setters) {
+        TestAlloc::FailAt(1);
+        set();
+        TestAlloc::FailAt(0);
+        EXPECT_EQ(Tree(doc), u"a{text}[k=v](b{})");
+    }
+    UCString out = u">";
+    TestAlloc::FailAt(1);
+    a->GetData(out, XMLD_Markup);
+    TestAlloc::FailAt(0);
+    EXPECT_EQ(out.substr(0, 1), u">");
+    TestAlloc::FailAt(1);
+    EXPECT_EQ(doc.AddName(u"y"), -1);
+    TestAlloc::FailAt(0);
+    EXPECT_EQ(doc.AddName(u"x"), 2);  // behind a and b: no trace of the failures
+}
+
 }  // namespace
