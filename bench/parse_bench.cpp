@@ -4,6 +4,7 @@
 //   parse_bench [--size MB] [--repeat N] [--text] [--plain] [--file PATH] [--write PATH]
 //   parse_bench --once decode|parse|both [--size MB] [--text] [--plain] [--file PATH]
 //   parse_bench --callgrind-support
+//   parse_bench --reuse N
 //
 // Without --file the input is made by the generator of gendoc.h (MB = 1e6
 // bytes, default 100): the data-heavy document, or with --text the
@@ -11,6 +12,11 @@
 // the decoder's plain level (SSE2 and scalar code) even where the CPU has
 // AVX2. Times are wall-clock (steady_clock), best of N runs;
 // every rate is counted against the UTF-8 byte count of the input.
+//
+// --reuse parses N small documents with a definition into one re-used
+// document, each bringing names of its own, and prints the time per parse of
+// each quarter: the cost of a parse must not grow with the names that the
+// document's table has kept from the parses before.
 //
 // --once runs the named work exactly once between callgrind's start and stop
 // instrumentation requests (bench/callgrind.sh), so that the instruction
@@ -235,7 +241,8 @@ constexpr int kWorkParse = 2;
     std::fprintf(stderr,
                  "usage: parse_bench [--size MB] [--repeat N] [--text] [--plain] [--file PATH] [--write PATH]\n"
                  "       parse_bench --once decode|parse|both [--size MB] [--text] [--plain] [--file PATH]\n"
-                 "       parse_bench --callgrind-support\n");
+                 "       parse_bench --callgrind-support\n"
+                 "       parse_bench --reuse N\n");
     std::exit(2);
 }
 
@@ -257,6 +264,32 @@ int RunOnce(const std::string& mode, const std::string& bytes) {
     std::printf("utf16 units: %zu\n", text.size());
     if (work & kWorkParse)
         std::printf("elements: %zu\n", WalkTree(doc.RootElement()).elements);
+    return 0;
+}
+
+int RunReuse(int count) {
+    XmlDocument doc;
+    UCString text;
+    auto start = std::chrono::steady_clock::now();
+    const int quarter = std::max(1, count / 4);
+    for (int i = 0; i < count; ++i) {
+        text = u"<!DOCTYPE r [<!ELEMENT r ANY><!ATTLIST r a CDATA #IMPLIED>]><r a='1'>";
+        for (int k = 0; k < 5; ++k) {
+            const std::string name = "n" + std::to_string(i) + "_" + std::to_string(k);
+            const UCString wide(name.begin(), name.end());
+            text += u"<" + wide + u" a='x'>t</" + wide + u">";
+        }
+        text += u"</r>";
+        const BATCHERR result = doc.ParseString(text);
+        if (result != errNone)
+            ParseFailed(doc, result);
+        if ((i + 1) % quarter == 0) {
+            const auto now = std::chrono::steady_clock::now();
+            std::printf("parses %6d to %6d: %.4f ms a parse\n", i + 2 - quarter, i + 1,
+                        std::chrono::duration<double, std::milli>(now - start).count() / quarter);
+            start = now;
+        }
+    }
     return 0;
 }
 
@@ -306,6 +339,11 @@ int main(int argc, char** argv) {
         } else if (a == "--once" && hasValue) {
             once = argv[++i];
             g_countNew = false;
+        } else if (a == "--reuse" && hasValue) {
+            const int count = std::atoi(argv[++i]);
+            if (count < 1)
+                Usage();
+            return RunReuse(count);
         } else if (a == "--callgrind-support") {
 #ifdef OZM_HAVE_CALLGRIND_H
             std::printf("yes\n");
