@@ -50,7 +50,7 @@ BATCHERR XmlDocument::ParseDoctypeDecl(bool ignoreDtd) {
     UCString token;
     BATCHERR result = errNone;
     // System identifiers of the external subsets, in the order of their clauses.
-    std::vector<UCString> pending;
+    std::vector<UCString> pending, pendingPublic;
     int kind = PrologToken(token, false);
     if (kind != tokName) {
         result = Unexpected(kind, token);
@@ -74,6 +74,7 @@ BATCHERR XmlDocument::ParseDoctypeDecl(bool ignoreDtd) {
                 break;
             }
             pending.push_back(token);
+            pendingPublic.push_back(publicId);
             m_dtd.ExternalDTD(isSystem ? nullptr : publicId.c_str(), token.c_str());
             kind = PrologToken(token, false);
         }
@@ -96,7 +97,7 @@ BATCHERR XmlDocument::ParseDoctypeDecl(bool ignoreDtd) {
             m_col = 0;
             FileName(pending[next].c_str());
             UCString text;
-            result = ReadParsedURI(pending[next].c_str(), text);
+            result = ReadParsedURI(pending[next].c_str(), pendingPublic[next].c_str(), text);
             if (result != errNone)
                 break;
             // The subset reads as its text followed by a '>', which ends it.
@@ -233,7 +234,17 @@ BATCHERR XmlDocument::ReadExternalDTD(const UCChar* uri) {
     m_col = 0;
     FileName(uri);
     UCString text;
-    BATCHERR result = ReadParsedURI(uri, text);
+    // The file the program names is read as named.
+    BATCHERR result;
+    {
+        struct Policy {
+            XmlResources& at;
+            XmlResources saved;
+            ~Policy() { at = std::move(saved); }
+        } policy{m_resources, std::move(m_resources)};
+        m_resources = XmlResources();
+        result = ReadParsedURI(uri, nullptr, text);
+    }
     m_dtd.DoingExterns(true);
     m_dtd.ExternalDTD(nullptr, uri);
     if (result == errNone) {

@@ -20,17 +20,19 @@ BATCHERR XmlDocument::ParseEntityDecl() {
     } else if (kind == tokName) {
         // An external identifier. A name that is neither keyword leaves the
         // URI empty, which then fails to open.
-        UCString uri;
+        UCString uri, publicId;
         const bool isPublic = OzmGlob::wcscmpi(token.c_str(), u"PUBLIC") == 0;
         if (isPublic || OzmGlob::wcscmpi(token.c_str(), u"SYSTEM") == 0) {
             kind = PrologToken(token, false);
-            if (isPublic && kind == tokQuoted)  // the public identifier is dropped
+            if (isPublic && kind == tokQuoted) {  // for a resolver; the model keeps no public identifier
+                publicId = token;
                 kind = PrologToken(token, false);
+            }
             if (kind != tokQuoted)
                 return Unexpected(kind, token);
             uri = token;
         }
-        if ((result = ReadParsedURI(uri.c_str(), value)) != errNone)
+        if ((result = ReadParsedURI(uri.c_str(), publicId.c_str(), value)) != errNone)
             return result;
         if ((result = Rescan(value, false, false)) != errNone)
             return result;

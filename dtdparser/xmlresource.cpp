@@ -4,8 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <limits.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <string>
 
 #include "input/xmlcharstream.h"
@@ -37,6 +42,10 @@ const UCChar* KindOfFile(mode_t mode) {
     return u"a special file";
 }
 
+// Resources are opened for reading only, without blocking on a FIFO and
+// without becoming the controlling terminal.
+constexpr int kOpenFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
 // A descriptor closed when it goes out of scope, unless handed on.
 struct Descriptor {
     int fd = -1;
@@ -57,14 +66,20 @@ struct Descriptor {
 // kind of file is tested on the opened descriptor, so that nothing can swap
 // the file between the test and the read, and the open does not block, so
 // that a FIFO without a writer is refused at once rather than waited for.
-BATCHERR XmlDocument::OpenResource(const UCString& path, int& fd, ResourceKey& key) {
+// Under a confined policy the path must lie below the directory by its text,
+// and is then opened beneath the directory, symbolic links included.
+BATCHERR XmlDocument::OpenResource(const UCString& path, bool confined, int& fd, ResourceKey& key) {
     std::string narrow;
     OzmGlob::WStringToString(path, narrow, OZM_CSET(0));
     Descriptor file;
     struct stat info;
-    if (!narrow.empty()) {
+    if (confined) {
+        const BATCHERR result = OpenConfined(path, narrow, file.fd);
+        if (result != errNone)
+            return result;
+    } else if (!narrow.empty()) {
         do {
-            file.fd = ::open(narrow.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+            file.fd = ::open(narrow.c_str(), kOpenFlags);
         } while (file.fd < 0 && errno == EINTR);
     }
     if (file.fd < 0 || ::fstat(file.fd, &info) != 0)
@@ -73,18 +88,104 @@ BATCHERR XmlDocument::OpenResource(const UCString& path, int& fd, ResourceKey& k
         return SetUpError(errOpenUri, u"URI '%s' is %s, not a regular file", path.c_str(), KindOfFile(info.st_mode));
     if (uint64_t(info.st_size) > MaxResourceBytes)
         return SetUpError(errOpenUri, u"URI '%s' is larger than %u bytes", path.c_str(), unsigned(MaxResourceBytes));
-    if (m_externalBytes + uint64_t(info.st_size) > MaxExternalBytes)
-        return SetUpError(errOpenUri, u"External resources of one parse exceed %u bytes at '%s'",
-                          unsigned(MaxExternalBytes), path.c_str());
-    m_externalBytes += uint64_t(info.st_size);
+    if (!CountExternal(uint64_t(info.st_size), path))
+        return errOpenUri;
     key = ResourceKey{uint64_t(info.st_dev), uint64_t(info.st_ino), int64_t(info.st_size),
                       int64_t(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
     fd = file.Release();
     return errNone;
 }
 
-BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
+// A path below the confining directory is opened with the kernel's promise
+// that its resolution stays beneath the directory; where the kernel cannot
+// promise it, the opened file's real path is checked instead.
+BATCHERR XmlDocument::OpenConfined(const UCString& path, const std::string& narrow, int& fd) {
+    std::string rest, directory;
+    const std::string normal = XmlResources::NormalisedPath(narrow);
+    auto refuse = [&] {
+        return SetUpError(errOpenUri, u"URI '%s' refused: outside the directory '%s'", path.c_str(),
+                          m_resources.Directory());
+    };
+    if (narrow.empty() || !m_resources.Below(normal, rest, directory))
+        return refuse();
+    Descriptor base;
+    base.fd = ::open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (base.fd < 0)
+        return SetUpError(errOpenUri, u"Unable to open URI '%s'", path.c_str());
+    struct open_how how = {};
+    how.flags = kOpenFlags;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+    do {
+        fd = int(::syscall(SYS_openat2, base.fd, rest.c_str(), &how, sizeof how));
+    } while (fd < 0 && errno == EINTR);
+    if (fd >= 0 || (errno != ENOSYS && errno != EPERM))
+        return fd < 0 && (errno == EXDEV || errno == ELOOP) ? refuse() : errNone;
+    // No openat2 here: open, then test where the opened file really is.
+    do {
+        fd = ::openat(base.fd, rest.c_str(), kOpenFlags);
+    } while (fd < 0 && errno == EINTR);
+    if (fd < 0)
+        return errNone;
+    char link[64], real[PATH_MAX];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    const ssize_t n = ::readlink(link, real, sizeof real - 1);
+    if (n > 0) {
+        real[n] = 0;
+        if (m_resources.Below(real, rest, directory))
+            return errNone;
+    }
+    ::close(fd);
+    fd = -1;
+    return refuse();
+}
+
+// Counts bytes (or units of a text a resolver gave) against the bytes that
+// the external resources of one parse may have.
+bool XmlDocument::CountExternal(uint64_t bytes, const UCString& name) {
+    if (m_externalBytes + bytes > MaxExternalBytes) {
+        SetUpError(errOpenUri, u"External resources of one parse exceed %u bytes at '%s'", unsigned(MaxExternalBytes),
+                   name.c_str());
+        return false;
+    }
+    m_externalBytes += bytes;
+    return true;
+}
+
+BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, const UCChar* publicId, UCString& text) {
     text.clear();
+    if (!publicId)
+        publicId = u"";
+    int kind = m_resources.Kind();
+    if (kind == resCatalog)
+        kind = m_resources.m_otherwiseKind;
+    if (kind == resNone)
+        return SetUpError(errOpenUri, u"URI '%s' refused: external resources are not allowed", uri);
+    if (kind == resResolver) {
+        UCString answer;
+        int said = resolveRefuse;
+        if (m_resources.Resolver()) {
+            try {
+                said = m_resources.Resolver()(publicId, uri, m_sourceDir.c_str(), answer);
+            } catch (...) {
+                said = resolveRefuse;
+            }
+        }
+        if (said == resolvePath)
+            return ReadResourceFile(answer, false, text);
+        if (said != resolveText)
+            return SetUpError(errOpenUri, u"URI '%s' refused by the resolver", uri);
+        if (!CountExternal(answer.size(), UCString(uri)))
+            return errOpenUri;
+        // A text declaration at its front is taken off, unread.
+        if (OzmGlob::wcscmpi(answer.substr(0, 5).c_str(), u"<?XML") == 0) {
+            const size_t end = answer.find(u"?>");
+            if (end != UCString::npos)
+                answer.erase(0, end + 2);
+        }
+        text = std::move(answer);
+        return errNone;
+    }
+
     const size_t uriLength = UCString::traits_type::length(uri);
     // The path is split and joined in buffers of OZM_MAX_PATH units; a path
     // that does not fit is refused rather than cut.
@@ -107,10 +208,14 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
         OzmGlob::appndext(dir, ext);
         path = dir;
     }
+    return ReadResourceFile(path, kind == resConfined, text);
+}
 
+// The whole text of the regular file at path, behind its text declaration.
+BATCHERR XmlDocument::ReadResourceFile(const UCString& path, bool confined, UCString& text) {
     int fd = -1;
     ResourceKey key;
-    BATCHERR result = OpenResource(path, fd, key);
+    BATCHERR result = OpenResource(path, confined, fd, key);
     if (result != errNone)
         return result;
     // A file read before in this parse is not read again: its text is copied,

@@ -13,6 +13,7 @@
 #include "xmldeque.h"
 #include "xmldtd.h"
 #include "xmlpushstack.h"
+#include "xmlresources.h"
 #include "xmltree.h"
 
 // Token kinds of the tokenisers. The values have gaps.
@@ -139,8 +140,14 @@ public:
     static constexpr uint64_t MaxExternalBytes = uint64_t(64) << 20;
 
     // Reads a stand-alone external subset into the definition, finds its
-    // single root element and verifies it.
+    // single root element and verifies it. The file named here is read as
+    // named; what it refers to follows the policy of ExternalResources.
     BATCHERR ParseExternalDTD(const UCChar* uri);
+
+    // How the following parses find external subsets and entities (see
+    // xmlresources.h): files as named unless set.
+    void ExternalResources(const XmlResources& resources) { m_resources = resources; }
+    const XmlResources& ExternalResources() const { return m_resources; }
 
     const UCChar* ErrorMessage() const { return m_errorMessage.c_str(); }
     const UCChar* ErrorFile() const { return m_errorFile.c_str(); }
@@ -255,7 +262,11 @@ private:
     BATCHERR ParseEnumeration(XmlAttDef* def, bool keep);
     int AttrListToken(UCString& token, bool nameOnly);
     BATCHERR ParseEntityDecl();
-    BATCHERR ReadParsedURI(const UCChar* uri, UCString& text);
+    // The text of an external resource named by its system identifier uri
+    // and its public identifier (null when there is none), found as the
+    // policy in m_resources says (dtdparser/xmlresource.cpp).
+    BATCHERR ReadParsedURI(const UCChar* uri, const UCChar* publicId, UCString& text);
+    BATCHERR ReadResourceFile(const UCString& path, bool confined, UCString& text);
     // A file as the file system knows it: device, inode, size and time of
     // change, which tell whether a text read before is still its text.
     struct ResourceKey {
@@ -268,7 +279,9 @@ private:
                                       : changed < o.changed;
         }
     };
-    BATCHERR OpenResource(const UCString& path, int& fd, ResourceKey& key);
+    BATCHERR OpenResource(const UCString& path, bool confined, int& fd, ResourceKey& key);
+    BATCHERR OpenConfined(const UCString& path, const std::string& narrow, int& fd);
+    bool CountExternal(uint64_t bytes, const UCString& name);
     // Forgets the counts and resources of the parse before.
     void ResetLimits() {
         m_entityExpansion = 0;
@@ -414,6 +427,7 @@ private:
     // Bytes of the external resources of this parse, and the texts of those
     // read so far, by file.
     uint64_t m_externalBytes = 0;
+    XmlResources m_resources;
     std::map<ResourceKey, UCString> m_resourceCopies;
     // Direct-mapped cache in front of m_nameIndex: index + 1 of a name by a
     // hash of its text, 0 when empty. Each hit is verified against m_names.
