@@ -27,16 +27,20 @@ void XmlAttDef::operator=(const XmlAttDef& other) {
 
 void XmlAttDef::Name(const UCChar* name) {
     std::u16string_view text(name ? name : u"");
-    if (text == m_name)
+    if (text == m_name || !XmlAssigned(m_name, text))
         return;
-    m_name.assign(text);
     if (m_indexStale)
         *m_indexStale = true;
 }
 
-void XmlAttDef::DefVal(const UCChar* value) { m_defVal.assign(value ? value : u""); }
+void XmlAttDef::DefVal(const UCChar* value) { XmlAssigned(m_defVal, value ? value : u""); }
 
-void XmlAttDef::AddEnum(const UCChar* value) { m_enums.emplace_back(value ? value : u""); }
+void XmlAttDef::AddEnum(const UCChar* value) {
+    try {
+        m_enums.emplace_back(value ? value : u"");
+    } catch (const std::bad_alloc&) {
+    }
+}
 
 int XmlAttDef::FindEnum(const UCChar* value) const {
     std::u16string_view key(value ? value : u"");
@@ -83,19 +87,23 @@ void XmlAttrList::CopyDefs(const XmlAttrList& other) {
 
 void XmlAttrList::Name(const UCChar* name) {
     std::u16string_view text(name ? name : u"");
-    if (text == m_name)
+    if (text == m_name || !XmlAssigned(m_name, text))
         return;
-    m_name.assign(text);
     if (m_indexStale)
         *m_indexStale = true;
 }
 
 XmlAttDef* XmlAttrList::AddAttDef(const UCChar* name) {
-    XmlAttDef& def = m_defs.emplace_back();
-    def.m_name = name ? name : u"";
-    def.m_indexStale = m_defIndex.StaleFlag();
-    m_defIndex.Added(def);
-    return &def;
+    try {
+        UCString text(name ? name : u"");
+        XmlAttDef& def = m_defs.emplace_back();
+        def.m_name = std::move(text);
+        def.m_indexStale = m_defIndex.StaleFlag();
+        m_defIndex.Added(def);
+        return &def;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 const XmlAttDef* XmlAttrList::GetAttDef(int index) const {

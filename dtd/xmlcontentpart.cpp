@@ -106,8 +106,11 @@ void XmlContentPart::CopyTree(const XmlContentPart& other) {
 }
 
 void XmlContentPart::Name(const UCChar* name) {
-    m_name = name ? name : u"";
-    m_type = cpName;
+    try {
+        m_name = name ? name : u"";
+        m_type = cpName;
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 int XmlContentPart::Count() const {
@@ -126,16 +129,22 @@ bool XmlContentPart::AddCP(const XmlContentPart& part, bool isChoice) {
         return false;
     if (m_type == cpChoice && !isChoice)
         return false;
-    m_type = isChoice ? cpChoice : cpSequence;
     // A choice holds each name once; the first one keeps its modifier.
     if (isChoice && !part.m_name.empty()) {
         for (const XmlContentPart& child : Parts())
-            if (child.m_name == part.m_name)
+            if (child.m_name == part.m_name) {
+                m_type = cpChoice;
                 return true;
+            }
     }
-    // Copied before the append, since part may be this part or lie below it.
-    XmlContentPart copy(part);
-    Parts().push_back(std::move(copy));
+    try {
+        // Copied before the append, since part may be this part or lie below it.
+        XmlContentPart copy(part);
+        Parts().push_back(std::move(copy));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    m_type = isChoice ? cpChoice : cpSequence;
     return true;
 }
 
@@ -153,28 +162,43 @@ bool XmlContentPart::InsertCP(const XmlContentPart& part, int index) {
     size_t count = Parts().size();
     if (static_cast<unsigned>(index) > count)
         return false;
-    XmlContentPart copy(part);
-    if (size_t(index) == count) {
-        Parts().push_back(std::move(copy));
-        return true;
+    try {
+        XmlContentPart copy(part);
+        if (size_t(index) == count) {
+            Parts().push_back(std::move(copy));
+            return true;
+        }
+        // The queue has no insertion, so the children are moved into a new
+        // one, which has room for all of them before the first moves: moving
+        // a child carries its own children along without copying them, and
+        // cannot fail.
+        XmlDeque<XmlContentPart> rebuilt;
+        rebuilt.reserve(count + 1);
+        Rebuild(rebuilt, std::move(copy), size_t(index));
+    } catch (const std::bad_alloc&) {
+        return false;
     }
-    // The queue has no insertion, so the children are moved into a new one;
-    // moving a child carries its own children along without copying them.
-    XmlDeque<XmlContentPart> rebuilt;
+    return true;
+}
+
+void XmlContentPart::Rebuild(XmlDeque<XmlContentPart>& rebuilt, XmlContentPart&& copy, size_t index) {
     size_t i = 0;
     for (XmlContentPart& child : Parts()) {
-        if (i++ == size_t(index))
+        if (i++ == index)
             rebuilt.push_back(std::move(copy));
         rebuilt.push_back(std::move(child));
     }
     Parts().swap(rebuilt);
-    return true;
 }
 
 bool XmlContentPart::ReplaceCP(const XmlContentPart& part, int index) {
     if (index < 0 || size_t(index) >= Parts().size())
         return false;
-    Parts()[size_t(index)] = part;
+    try {
+        Parts()[size_t(index)] = part;  // the copy is made before the child changes
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     return true;
 }
 

@@ -10,9 +10,9 @@ void XmlEntityDef::operator=(const XmlEntityDef& other) {
     m_isExternal = other.m_isExternal;
 }
 
-void XmlEntityDef::Name(const UCChar* name) { m_name.assign(name ? name : u""); }
+void XmlEntityDef::Name(const UCChar* name) { XmlAssigned(m_name, name ? name : u""); }
 
-void XmlEntityDef::Value(const UCChar* value) { m_value.assign(value ? value : u""); }
+void XmlEntityDef::Value(const UCChar* value) { XmlAssigned(m_value, value ? value : u""); }
 
 XmlDtd::XmlDtd() { Clear(); }
 
@@ -72,37 +72,58 @@ void XmlDtd::Clear() {
     m_haveContents = false;
 }
 
+// The name is copied before anything is added, so that running out of
+// memory leaves the lists as they were.
 XmlElementDef* XmlDtd::AddElement(const UCChar* name) {
-    XmlElementDef& def = m_elements.emplace_back(m_doingExterns);
-    def.m_name = name ? name : u"";
-    def.m_indexStale = m_elementIndex.StaleFlag();
-    m_elementIndex.Added(def);
-    m_haveContents = true;
-    return &def;
+    try {
+        UCString text(name ? name : u"");
+        XmlElementDef& def = m_elements.emplace_back(m_doingExterns);
+        def.m_name = std::move(text);
+        def.m_indexStale = m_elementIndex.StaleFlag();
+        m_elementIndex.Added(def);
+        m_haveContents = true;
+        return &def;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 XmlAttrList* XmlDtd::AddAttrList(const UCChar* name) {
-    XmlAttrList& list = m_attrLists.emplace_back(m_doingExterns);
-    list.m_name = name ? name : u"";
-    list.m_indexStale = m_attrListIndex.StaleFlag();
-    m_attrListIndex.Added(list);
-    m_haveContents = true;
-    return &list;
+    try {
+        UCString text(name ? name : u"");
+        XmlAttrList& list = m_attrLists.emplace_back(m_doingExterns);
+        list.m_name = std::move(text);
+        list.m_indexStale = m_attrListIndex.StaleFlag();
+        m_attrListIndex.Added(list);
+        m_haveContents = true;
+        return &list;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 bool XmlDtd::AddEntity(const UCChar* name, const UCChar* value) {
-    return AddEntity(name, UCString(value ? value : u""));
+    try {
+        return AddEntity(name, UCString(value ? value : u""));
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 bool XmlDtd::AddEntity(const UCChar* name, UCString value) {
     // The first definition of a name counts, the predefined ones included.
     if (m_entityIndex.Find(m_entities, name))
         return true;
-    XmlEntityDef& entity = m_entities.emplace_back(m_doingExterns);
-    entity.Name(name);
-    entity.m_value = std::move(value);
-    m_entityIndex.Added(entity);
-    m_haveContents = true;
+    try {
+        UCString text(name ? name : u"");
+        XmlEntityDef& entity = m_entities.emplace_back(m_doingExterns);
+        entity.m_name = std::move(text);
+        entity.m_value = std::move(value);
+        m_entityIndex.Added(entity);
+        m_haveContents = true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     return true;
 }
 
@@ -143,11 +164,18 @@ const XmlElementDef* XmlDtd::ElementAt(int index) const {
 }
 
 void XmlDtd::ExternalDTD(const UCChar* publicId, const UCChar* systemId) {
-    // Room first, so that the two lists cannot end up of different lengths.
-    m_publicIds.reserve(m_publicIds.size() + 1);
-    m_systemIds.reserve(m_systemIds.size() + 1);
-    m_publicIds.emplace_back(publicId ? publicId : u"");
-    m_systemIds.emplace_back(systemId ? systemId : u"");
+    // Texts and room first, so that the two lists cannot end up of
+    // different lengths.
+    try {
+        UCString publicText(publicId ? publicId : u""), systemText(systemId ? systemId : u"");
+        m_publicIds.reserve(m_publicIds.size() + 1);
+        m_systemIds.reserve(m_systemIds.size() + 1);
+        m_publicIds.push_back(std::move(publicText));
+        m_systemIds.push_back(std::move(systemText));
+    } catch (const std::bad_alloc&) {
+    }
 }
+
+void XmlDtd::DocType(const UCString& name) { XmlAssigned(m_docType, name); }
 
 bool XmlDtd::ValidateAttribute(const XmlElement*, const UCChar*, const UCChar*) const { return true; }

@@ -26,9 +26,8 @@ void XmlElementDef::operator=(const XmlElementDef& other) {
 
 void XmlElementDef::Name(const UCChar* name) {
     std::u16string_view text(name ? name : u"");
-    if (text == m_name)
+    if (text == m_name || !XmlAssigned(m_name, text))
         return;
-    m_name.assign(text);
     if (m_indexStale)
         *m_indexStale = true;
 }

@@ -68,9 +68,20 @@ enum XmlDefType : int {
     defValue = 4      // "value"
 };
 
+// Assigns text to s; false, with s as it was, when memory runs out.
+inline bool XmlAssigned(UCString& s, std::u16string_view text) noexcept {
+    try {
+        s.assign(text);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
 // Index from a name to the first entry of that name in a list kept by the
-// owner. Lists shorter than LinearLimit are simply walked. For longer ones
-// a map is built on the first lookup and extended by every append; the
+// owner. Lists shorter than LinearLimit are simply walked, and so is a
+// longer one while memory for its map cannot be had. For longer ones a map
+// is built on the first lookup and extended by every append; the
 // owner marks it stale when a stored entry may have been renamed, and the
 // next lookup builds it anew. Lookups therefore give exactly what a walk
 // from the front gives. A copy starts empty and indexes its own list.
@@ -94,43 +105,64 @@ public:
     // The flag that stored entries set when their name changes.
     bool* StaleFlag() { return &m_stale; }
 
-    // Records an entry just appended to the list.
-    void Added(T& item) {
-        if (!m_stale)
+    // Records an entry just appended to the list. Without memory for it the
+    // index is dropped and built anew by the next lookup.
+    void Added(T& item) noexcept {
+        if (m_stale)
+            return;
+        try {
             m_map.emplace(item.Name(), &item);  // keeps an earlier entry
+        } catch (const std::bad_alloc&) {
+            Reset();
+        }
     }
 
     template <class List>
     T* Find(List& list, const UCChar* name) {
         std::u16string_view key(name ? name : u"");
-        if (list.size() < LinearLimit) {
-            // Compared unit by unit up to the key's length, so that no entry
-            // is measured; the first unit tells most names apart.
-            const size_t n = key.size();
-            const UCChar first = n ? key[0] : u'\0';
-            for (T& item : list) {
-                const UCChar* itemName = item.Name();
-                if (itemName[0] != first)
-                    continue;
-                size_t i = 0;
-                while (i < n && itemName[i] == key[i] && itemName[i] != 0)
-                    ++i;
-                if (i == n && itemName[n] == 0)
-                    return &item;
-            }
-            return nullptr;
-        }
-        if (m_stale) {
-            m_map.clear();
-            for (T& item : list)
-                m_map.emplace(item.Name(), &item);
-            m_stale = false;
-        }
+        if (list.size() < LinearLimit || !Built(list))
+            return Walk(list, key);
         auto it = m_map.find(key);
         return it == m_map.end() ? nullptr : it->second;
     }
 
 private:
+    // Builds the map when it is stale; false, and the map dropped, when
+    // memory runs out: lookups then walk the list.
+    template <class List>
+    bool Built(List& list) noexcept {
+        if (!m_stale)
+            return true;
+        try {
+            m_map.clear();
+            for (T& item : list)
+                m_map.emplace(item.Name(), &item);
+            m_stale = false;
+            return true;
+        } catch (const std::bad_alloc&) {
+            m_map.clear();
+            return false;
+        }
+    }
+    // Compared unit by unit up to the key's length, so that no entry is
+    // measured; the first unit tells most names apart.
+    template <class List>
+    static T* Walk(List& list, std::u16string_view key) {
+        const size_t n = key.size();
+        const UCChar first = n ? key[0] : u'\0';
+        for (T& item : list) {
+            const UCChar* itemName = item.Name();
+            if (itemName[0] != first)
+                continue;
+            size_t i = 0;
+            while (i < n && itemName[i] == key[i] && itemName[i] != 0)
+                ++i;
+            if (i == n && itemName[n] == 0)
+                return &item;
+        }
+        return nullptr;
+    }
+
     std::map<UCString, T*, std::less<>> m_map;
     bool m_stale = true;
 };
@@ -205,6 +237,7 @@ private:
     const XmlDeque<XmlContentPart>& Parts() const { return m_parts; }
     void CopyFields(const XmlContentPart& other);
     void CopyTree(const XmlContentPart& other);
+    void Rebuild(XmlDeque<XmlContentPart>& rebuilt, XmlContentPart&& copy, size_t index);
 
     UCString m_name;
     XmlDeque<XmlContentPart> m_parts;  // the children
@@ -425,7 +458,7 @@ public:
     bool HaveContents() const { return m_haveContents; }
     // Records the identifiers of one external subset; null counts as empty.
     void ExternalDTD(const UCChar* publicId, const UCChar* systemId);
-    void DocType(const UCString& name) { m_docType = name; }
+    void DocType(const UCString& name);
     const UCString& DocType() const { return m_docType; }
     void DoingExterns(bool on) { m_doingExterns = on; }
     bool DoingExterns() const { return m_doingExterns; }

@@ -37,6 +37,7 @@ void Free(void* p) noexcept {
 }  // namespace
 
 void TestAlloc::FailAt(long n) { g_failIn = n; }
+bool TestAlloc::Armed() { return g_failIn > 0; }
 uint64_t TestAlloc::Count() { return g_count; }
 void TestAlloc::ResetPeak() { g_peak = g_live.load(); }
 size_t TestAlloc::PeakBytes() { return g_peak; }

@@ -71,7 +71,11 @@ TEST(OutOfMemoryTest, EachAllocationOfAParseOrWriteFailsInTurn) {
             EXPECT_EQ(run.result ? run.result(doc) : out, expected) << k;
         }
     }
-    EXPECT_EQ(messages, std::set<std::string>{"Out of memory"});
+    // What the definition could not take is named; anything else is told as
+    // running out of memory.
+    EXPECT_EQ(messages, (std::set<std::string>{"Error adding attdef 'k'", "Error adding attrlist 'a'",
+                                               "Error adding element 'a'", "Error adding element 'b'",
+                                               "Out of memory"}));
 }
 
 // A setter of the tree that cannot get its memory leaves the old value.
@@ -101,6 +105,47 @@ TEST(OutOfMemoryTest, TreeSettersKeepTheOldValue) {
     EXPECT_EQ(doc.AddName(u"y"), -1);
     TestAlloc::FailAt(0);
     EXPECT_EQ(doc.AddName(u"x"), 2);  // behind a and b: no trace of the failures
+}
+
+// The definition's operations that cannot get their memory leave it as it
+// was and say so by their result (a setter by keeping the old value), for
+// each of their allocations in turn; lookups walk where an index can't be had.
+TEST(OutOfMemoryTest, TheDefinitionKeepsItsState) {
+    const UCString longName(40, u'n');
+    const XmlContentPart longPart = Named(longName.c_str());
+    // Each returns whether it did its work.
+    const std::function<bool(XmlDtd&, XmlContentPart&)> operations[] = {
+        [&](XmlDtd& d, XmlContentPart&) { return d.AddElement(longName.c_str()) != nullptr; },
+        [&](XmlDtd& d, XmlContentPart&) { return d.AddAttrList(longName.c_str()) != nullptr; },
+        [&](XmlDtd& d, XmlContentPart&) { return d.AddEntity(longName.c_str(), longName.c_str()); },
+        [&](XmlDtd&, XmlContentPart& g) { return g.AddCP(longPart, false); },
+        [&](XmlDtd&, XmlContentPart& g) { return g.InsertCP(longPart, 1); },
+        [&](XmlDtd&, XmlContentPart& g) { return g.ReplaceCP(longPart, 1); },
+        [&](XmlDtd& d, XmlContentPart&) { return d.ElementAt(3)->Name(longName.c_str()), d.FindElement(longName.c_str()); },
+        [&](XmlDtd& d, XmlContentPart&) { return d.FindElement(u"e17") == d.ElementAt(17); },
+    };
+    for (const auto& operation : operations) {
+        for (long k = 1;; ++k) {
+            XmlDtd dtd;
+            for (int i = 0; i < 20; ++i)
+                dtd.AddElement(Num(u"e", i).c_str());
+            XmlContentPart group;  // long enough for the children to fill several chunks
+            for (int i = 0; i < 40; ++i)
+                group.AddCP(Named(Num(u"c", i).c_str()), false);
+            const std::string before = DumpDtd(dtd) + "|" + DumpPart(group);
+            TestAlloc::FailAt(k);
+            const bool done = operation(dtd, group);
+            const bool reached = !TestAlloc::Armed();
+            TestAlloc::FailAt(0);
+            if (!reached) {
+                EXPECT_TRUE(done) << k;
+                break;
+            }
+            if (!done) {
+                EXPECT_EQ(DumpDtd(dtd) + "|" + DumpPart(group), before) << k;
+            }
+        }
+    }
 }
 
 }  // namespace
