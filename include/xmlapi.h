@@ -7,3 +7,4 @@
 #include "xmldtd.h"
 #include "xmldocument.h"
 #include "xmloutput.h"
+#include "xmlcatalog.h"
