@@ -158,6 +158,8 @@ struct XmlCatalogReader {
         if (!root || !InCatalogNamespace(root, scope, local) || local != u"catalog") {
             message = u"Catalogue " + Quoted(path) + u" is no catalogue: its root element is " +
                       Quoted(root ? root->Name() : u"");
+            if (local == u"catalog")
+                message += u" of another namespace";
             return errSyntax;
         }
         XmlCatalog::File walked;
@@ -317,7 +319,7 @@ BATCHERR XmlCatalog::Load(const UCChar* file) {
         m_errorMessage.clear();
         const UCString given = file ? file : u"";
         UCString path, message;
-        if (given.compare(0, 5, u"file:") == 0 || given.compare(0, 5, u"FILE:") == 0) {
+        if (given.size() >= 5 && OzmGlob::wcscmpi(given.substr(0, 5).c_str(), u"file:") == 0) {
             if (!FileUriToPath(given, path))
                 path.clear();
         } else if (!given.empty() && given[0] != u'/') {
