@@ -80,7 +80,7 @@ struct XmlCatalogReader {
         }
         XmlCatalog::File file;
         file.path = path;
-        const BATCHERR result = Open(path, file, message);
+        BATCHERR result = Open(path, file, message);
         if (result == errNone) {
             const auto same = byIdentity.find(std::make_pair(file.device, file.inode));
             if (same != byIdentity.end()) {
@@ -88,15 +88,23 @@ struct XmlCatalogReader {
                 byPath.emplace(path, index);
                 return errNone;
             }
+            if (catalog.m_bytes + file.bytes > XmlCatalog::MaxTotalBytes) {
+                message = u"Catalogue files exceed " + Decimal(XmlCatalog::MaxTotalBytes) + u" bytes in all at " +
+                          Quoted(path);
+                result = errOpenUri;
+            }
         }
         index = int(catalog.m_files.size());
         catalog.m_files.push_back(std::move(file));
         unopened.push_back(result != errNone);
         byPath.emplace(path, index);
-        if (result == errNone)
-            byIdentity.emplace(std::make_pair(catalog.m_files.back().device, catalog.m_files.back().inode), index);
-        else
+        if (result != errNone) {
             index = -1;
+            return result;
+        }
+        const XmlCatalog::File& added = catalog.m_files.back();
+        byIdentity.emplace(std::make_pair(added.device, added.inode), index);
+        catalog.m_bytes += added.bytes;
         return result;
     }
 
@@ -126,12 +134,7 @@ struct XmlCatalogReader {
                       u" bytes";
             return errOpenUri;
         }
-        if (catalog.m_bytes + uint64_t(info.st_size) > XmlCatalog::MaxTotalBytes) {
-            message = u"Catalogue files exceed " + Decimal(XmlCatalog::MaxTotalBytes) + u" bytes in all at " +
-                      Quoted(path);
-            return errOpenUri;
-        }
-        catalog.m_bytes += uint64_t(info.st_size);
+        file.bytes = uint64_t(info.st_size);
         file.device = uint64_t(info.st_dev);
         file.inode = uint64_t(info.st_ino);
         return errNone;

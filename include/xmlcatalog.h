@@ -125,6 +125,7 @@ private:
         UCString path;
         uint64_t device = 0;
         uint64_t inode = 0;
+        uint64_t bytes = 0;
         bool read = false;       // false: not yet read, or passed over
         std::vector<Entry> entries[kindCount];
     };

@@ -199,6 +199,20 @@ TEST(CatalogTest, PathsAndLimits) {
     ASSERT_EQ(chdir(cwd), 0);
     EXPECT_EQ(relative, errNone);
     EXPECT_EQ(Found(rel, nullptr, u"s"), dir.UPath("r.dtd"));
+    // The bytes of all files, at the limit and one past it: files that are no
+    // catalogues count too.
+    const std::string four = Catalog("<nextCatalog catalog='b0'/><nextCatalog catalog='b1'/>"
+                                     "<nextCatalog catalog='b2'/><nextCatalog catalog='b3'/>");
+    dir.Write("four.xml", four);
+    for (int i = 0; i < 3; ++i)
+        dir.Write("b" + std::to_string(i), std::string(XmlCatalog::MaxFileBytes, 'x'));
+    for (size_t extra : {0, 1}) {
+        dir.Write("b3", std::string(XmlCatalog::MaxFileBytes - four.size() + extra, 'x'));
+        XmlCatalog c;
+        ASSERT_EQ(c.Load(dir.UPath("four.xml").c_str()), errNone);
+        EXPECT_EQ(Utf8(c.ErrorMessage()).find("exceed 67108864 bytes in all at '" + dir.Path("b3") + "'") !=
+                      std::string::npos, extra == 1);
+    }
     // A chain of nextCatalog files up to the number an object names, and one
     // more.
     for (int i = 0; i <= XmlCatalog::MaxFiles; ++i)
