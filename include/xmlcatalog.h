@@ -75,9 +75,11 @@ public:
     // <catalog>, an entry lacks an attribute it needs, prefer is neither
     // "public" nor "system") or memory runs out; the message is then in
     // ErrorMessage, and the object is as it was before the call. A file that
-    // it names and that cannot be read is passed over, as if empty: Load
-    // still returns errNone, and ErrorMessage then holds one line for each
-    // such file, "Catalogue 'PATH' passed over: REASON".
+    // it names and that cannot be read (also one named by a URI that is no
+    // local file) is passed over, as if empty: Load still returns errNone, and
+    // ErrorMessage then holds one line for each such file, "Catalogue 'PATH'
+    // named in 'CATALOGUE' passed over: REASON" when it cannot be opened, or
+    // "Catalogue 'PATH' passed over: REASON" when it is no catalogue.
     BATCHERR Load(const UCChar* file);
     // The message of the last Load; empty when it read every file.
     const UCChar* ErrorMessage() const { return m_errorMessage.c_str(); }
