@@ -14,6 +14,7 @@
 #include <string>
 
 #include "input/xmlcharstream.h"
+#include "xmlcatalog.h"
 
 namespace {
 
@@ -156,8 +157,12 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, const UCChar* publicId, U
     if (!publicId)
         publicId = u"";
     int kind = m_resources.Kind();
-    if (kind == resCatalog)
+    if (kind == resCatalog) {
+        UCString path;
+        if (m_resources.Catalog() && m_resources.Catalog()->Resolve(publicId, uri, path))
+            return ReadResourceFile(path, false, text);  // the catalogue's files are the system's own
         kind = m_resources.m_otherwiseKind;
+    }
     if (kind == resNone)
         return SetUpError(errOpenUri, u"URI '%s' refused: external resources are not allowed", uri);
     if (kind == resResolver) {
