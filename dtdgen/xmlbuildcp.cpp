@@ -87,11 +87,11 @@ void XmlDocument::BuildCP(XmlElementDef* def, const GenWalk& walk) {
 
     // Middle: every name left, once, by shape and then by place; only the
     // first run of a name is kept and its counts don't matter.
-    // Once every name of the list is in, the rest can add none.
+    // Once every name of a settled list is in, the rest can add none.
     GenVector<const UCChar*> middle;
     IdSet seen;
     for (const std::pair<size_t, size_t>& s : seqs) {
-        if (middle.size() == list->PlaceCount())
+        if (list->Settled() && middle.size() == list->PlaceCount())
             break;
         for (size_t k = s.first; k < s.second; ++k)
             if (seen.Insert(placeAt(k)))

@@ -3,6 +3,7 @@
 #include "dtdgen/xmlchildshapes.h"
 
 ChildSequenceList::ChildSequenceList(bool settled) {
+    m_begins.reserve(4);
     m_begins.push_back(0);
     if (settled)
         Settle();
@@ -16,6 +17,12 @@ bool ChildSequenceList::Same(size_t shape, const uint32_t* places, size_t n) con
         if (Place(begin + i) != places[i])
             return false;
     return true;
+}
+
+// Merges the counts of the instance seq into the equal shape.
+void ChildSequenceList::MergeShape(size_t shape, const ChildSequence& seq) {
+    for (size_t i = 0; i < seq.Size(); ++i)
+        Merge(m_begins[shape] + i, seq.m_counts[i]);
 }
 
 // Merges the count of an instance's run into stored run k.
@@ -34,12 +41,17 @@ void ChildSequenceList::Merge(size_t k, int count) {
         c.m_minCount = count;
 }
 
-// Doubles the table and enters every shape again.
+// Doubles the table and enters every shape again; a list of one shape gets
+// its first table.
 void ChildSequenceList::Grow() {
     WorkArray<uint64_t> old;
     old.Assign(m_slots.empty() ? 16 : m_slots.size() * 2, 0);
     old.swap(m_slots);
     size_t mask = m_slots.size() - 1;
+    if (old.empty()) {
+        m_slots[m_firstHash & mask] = uint64_t(m_firstHash) << 32 | 1;
+        return;
+    }
     // The slots are written all over a table that outgrows the caches: ask
     // for each some entries ahead.
     constexpr size_t Ahead = 16;
@@ -61,8 +73,10 @@ void ChildSequenceList::Prefetch(uint32_t hash) const {
 }
 
 void ChildSequenceList::Settle() {
-    // The shape that gathers the names still to come; the table is no
-    // longer needed.
+    // The places known so far, the shape that gathers the names still to
+    // come; the table is no longer needed.
+    for (size_t k = 0; k < m_runs.size(); ++k)
+        m_places.Insert(Place(k));
     m_settled = true;
     m_begins.push_back(uint32_t(m_runs.size()));
     m_slots.Release();
@@ -81,23 +95,28 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
         return;
     }
     uint32_t hash = seq.m_hash;
-    if (m_slots.empty())
+    if (ShapeCount() == 1 && m_slots.empty()) {
+        if (Same(0, places, n)) {
+            MergeShape(0, seq);
+            return;
+        }
         Grow();
-    size_t mask = m_slots.size() - 1;
-    size_t slot = hash & mask;
-    // Shapes in the list are distinct, so the one equal shape found here is
-    // the first from the front that a walk of the list would find.
-    for (; m_slots[slot] != 0; slot = (slot + 1) & mask) {
-        uint64_t w = m_slots[slot];
-        size_t index = uint32_t(w) - 1;
-        if (uint32_t(w >> 32) != hash || !Same(index, places, n))
-            continue;
-        for (size_t i = 0; i < n; ++i)
-            Merge(m_begins[index] + i, seq.m_counts[i]);
-        return;
     }
-    for (size_t i = 0; i < n; ++i)
-        m_places.Insert(places[i]);
+    size_t slot = 0;
+    if (!m_slots.empty()) {
+        size_t mask = m_slots.size() - 1;
+        // Shapes in the list are distinct, so the one equal shape found
+        // here is the first from the front that a walk of the list would
+        // find.
+        for (slot = hash & mask; m_slots[slot] != 0; slot = (slot + 1) & mask) {
+            uint64_t w = m_slots[slot];
+            size_t index = uint32_t(w) - 1;
+            if (uint32_t(w >> 32) == hash && Same(index, places, n)) {
+                MergeShape(index, seq);
+                return;
+            }
+        }
+    }
     uint32_t* runs = m_runs.Extend(n);
     for (size_t i = 0; i < n; ++i)
         runs[i] = places[i];
@@ -110,15 +129,16 @@ void ChildSequenceList::Record(const ChildSequence& seq) {
         }
     }
     m_begins.push_back(uint32_t(m_runs.size()));
-    m_slots[slot] = uint64_t(hash) << 32 | uint32_t(ShapeCount());
 
     if (ShapeCount() == 1) {
+        m_firstHash = hash;
         m_firstPlace = places[0];
         m_lastPlace = places[n - 1];
-    } else {
-        m_noHead |= places[0] != m_firstPlace;
-        m_noTail |= places[n - 1] != m_lastPlace;
+        return;
     }
+    m_slots[slot] = uint64_t(hash) << 32 | uint32_t(ShapeCount());
+    m_noHead |= places[0] != m_firstPlace;
+    m_noTail |= places[n - 1] != m_lastPlace;
     if (m_noHead && m_noTail)
         Settle();
     else if (ShapeCount() * 2 > m_slots.size())

@@ -79,7 +79,8 @@ private:
 // the runs of all shapes lie back to back as one 32-bit word each, the place
 // of the definition; the few runs whose counts are not both 1 keep them in a
 // side table. A hash table leads from a shape to its place, so that
-// recording an instance costs one probe however many shapes are known.
+// recording an instance costs one probe however many shapes are known; it
+// is made for the second shape, since many names show only one.
 //
 // The content model keeps a common head or tail only while every shape
 // starts, or ends, with the run the first shape starts or ends with. Once
@@ -123,7 +124,7 @@ public:
     }
 
     size_t ShapeCount() const { return m_begins.size() - 1; }
-    // The number of distinct places in all shapes.
+    // The number of distinct places in all shapes of a settled list.
     size_t PlaceCount() const { return m_places.Size(); }
     // Shape i is the runs [Begin(i), Begin(i + 1)).
     size_t Begin(size_t shape) const { return m_begins[shape]; }
@@ -141,6 +142,7 @@ private:
     static constexpr uint32_t Counted = 0x80000000u;
 
     bool Same(size_t shape, const uint32_t* places, size_t n) const;
+    void MergeShape(size_t shape, const ChildSequence& seq);
     void Merge(size_t k, int count);
     void Grow();
     // Stops keeping shapes: from here on the last shape gathers new names.
@@ -153,10 +155,11 @@ private:
     // high half, its index + 1 in the low half; 0 free. With the hash at
     // hand a probe reads the table only, which outgrows the caches.
     WorkArray<uint64_t> m_slots;
-    // The places that some shape holds.
+    // The places that some shape holds, once the list is settled.
     IdSet m_places;
-    // The first and last place of the first shape, and whether a shape that
-    // differs there was seen.
+    // The hash of the first shape, its first and last place, and whether a
+    // shape that differs there was seen.
+    uint32_t m_firstHash = 0;
     uint32_t m_firstPlace = 0;
     uint32_t m_lastPlace = 0;
     bool m_noHead = false;

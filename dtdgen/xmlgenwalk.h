@@ -132,10 +132,10 @@ struct XmlDocument::GenWalk {
         uint32_t valueCount;
         uint32_t inEnum;  // bit i: value i is known to stand in def's enumeration
         const UCChar* values[MaxValues];
-        size_t valueLengths[MaxValues];
-        // Of each value its length, first and last unit, which mostly
-        // tell values apart without looking at their text.
-        uint64_t valueMarks[MaxValues];
+        uint32_t valueLengths[MaxValues];
+        // Of each value its first and last unit, which with the length
+        // mostly tell values apart without looking at their text.
+        uint32_t valueEnds[MaxValues];
         // The index of the value, added if there is room, or NoValue.
         inline uint32_t Intern(const UCChar* value, size_t length);
     };
@@ -260,14 +260,14 @@ inline uint32_t XmlDocument::GenWalk::AttrKeyOf(uint32_t key, const UCChar* name
 }
 
 inline uint32_t XmlDocument::GenWalk::AttrKey::Intern(const UCChar* value, size_t length) {
-    if (valueCount == MaxValues)
+    if (valueCount == MaxValues || length > UINT32_MAX)
         return NoValue;
-    uint64_t mark = length == 0 ? 0 : uint64_t(length) << 32 | uint32_t(value[0]) << 16 | value[length - 1];
+    uint32_t ends = length == 0 ? 0 : uint32_t(value[0]) << 16 | value[length - 1];
     for (uint32_t i = 0; i < valueCount; ++i)
-        if (valueMarks[i] == mark && valueLengths[i] == length && SameUnits(values[i], value, length))
+        if (valueEnds[i] == ends && valueLengths[i] == length && SameUnits(values[i], value, length))
             return i;
     values[valueCount] = value;
-    valueLengths[valueCount] = length;
-    valueMarks[valueCount] = mark;
+    valueLengths[valueCount] = uint32_t(length);
+    valueEnds[valueCount] = ends;
     return valueCount++;
 }

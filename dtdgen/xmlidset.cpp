@@ -37,7 +37,7 @@ bool WordSet::Insert(uint64_t key) {
 // Doubles the table and enters every member again.
 void WordSet::Grow() {
     WorkArray<uint64_t> old;
-    old.Assign(m_slots.empty() ? 16 : 2 * m_slots.size(), 0);
+    old.Assign(m_slots.empty() ? 8 : 2 * m_slots.size(), 0);
     old.swap(m_slots);
     const size_t mask = m_slots.size() - 1;
     for (size_t i = 0; i < old.size(); ++i) {
