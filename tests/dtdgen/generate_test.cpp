@@ -97,6 +97,28 @@ TEST(GenerateDtdTest, InferredContentModels) {
     }
 }
 
+// Shapes with a common head in a sweep across the growth of the shape table,
+// each met again with its head repeated; and as many instances without a
+// head, which settle the list.
+TEST(GenerateDtdTest, ShapeTableSweep) {
+    for (int k = 1; k <= 40; ++k) {
+        std::string lists, names, settled;
+        for (int i = 0; i < k; ++i) {
+            std::string c = "c" + std::to_string(i);
+            lists += (i ? ";x," : "x,") + c;
+            settled += (i ? ";" : "") + c;
+            names += (i ? "|" : "") + c;
+        }
+        for (int i = 0; i < k; ++i)
+            lists += ";x,x,c" + std::to_string(i);
+        XmlDocument doc;
+        Generate(doc, Instances(lists));
+        EXPECT_EQ(Model(doc.GetDTD(), u"e"), k == 1 ? "(x+,c0)" : "(x+,(" + names + ")*)") << k;
+        Generate(doc, Instances(settled + ";" + lists));
+        EXPECT_EQ(Model(doc.GetDTD(), u"e"), k == 1 ? "((x)*,c0)" : "((" + names + "|x)*)") << k;
+    }
+}
+
 TEST(GenerateDtdTest, KindsOrderAndAttributes) {
     struct { const char* xml; const char* order; const char* model; const char* atts; } cases[] = {
         {"<r/>", "r", "EMPTY", "<none>"},
