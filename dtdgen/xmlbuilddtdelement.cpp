@@ -157,7 +157,7 @@ void XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                 for (size_t i = 0; i < n; ++i) {
                     uint32_t name = walk.keyName[look(i)];
                     uint64_t member = uint64_t(place) << 32 | name;
-                    if (walk.nameText[name][0] != 0 && walk.members.Insert(member))
+                    if (walk.members.Insert(member) && walk.nameText[name][0] != 0)
                         walk.memberOrder.push_back(member);
                 }
             } else if (sequence) {
