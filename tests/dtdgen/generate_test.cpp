@@ -348,8 +348,8 @@ TEST(GenerateDtdTest, WorkingMemoryInProportion) {
     }
 }
 
-// Sets of places against std::set, in a sweep of sizes across the words of
-// the bit map and the growth of the table, with ids near, far and repeated.
+// Sets of places against std::set, in a sweep of sizes across the growth of
+// the byte map and of the table, with ids near, far and repeated.
 TEST(GenerateDtdTest, IdSets) {
     struct { uint32_t start, step, mod; } patterns[] = {
         {0, 1, 0}, {1000, 1, 0}, {0, 64, 0}, {5, 1000, 0}, {70000, 4294967295u, 0}, {0, 7919, 5000}, {3, 1, 40}};
