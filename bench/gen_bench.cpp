@@ -1,7 +1,7 @@
 // gen_bench - the time of XmlDocument::GenerateDTD against that of the parse
 // that made the tree, and generation on trees built to be hard for it.
 //
-//   gen_bench [--size MB] [--repeat N]
+//   gen_bench [--size MB] [--repeat N] [--names N]
 //
 // 1. The records document of gendoc.h (MB = 1e6 bytes, default 100) is
 //    decoded, then parsed with ParseString and GenerateDTD is run on the
@@ -14,7 +14,12 @@
 //    the thread waits for a core.
 // 2. Worst cases, each at two sizes so that the growth shows: one element
 //    name whose instances show that many distinct child shapes; a chain of
-//    nested elements; one element with that many children.
+//    nested elements; one element with that many children. Then cases of
+//    many distinct names (N, default 400000, and a quarter of it): children
+//    of one element with that many names; that many names with a child in
+//    common; mixed content with that many names; the middle group of one
+//    model with that many names; one element with that many attribute
+//    names; that many documents, each with a name of its own.
 //
 // Times are wall-clock (steady_clock) unless told to be CPU time.
 #include <algorithm>
@@ -22,6 +27,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -97,7 +103,7 @@ std::string Model(const XmlElementDef& d) {
 }
 
 [[noreturn]] void Usage() {
-    std::fprintf(stderr, "usage: gen_bench [--size MB] [--repeat N]\n");
+    std::fprintf(stderr, "usage: gen_bench [--size MB] [--repeat N] [--names N]\n");
     std::exit(2);
 }
 
@@ -114,6 +120,28 @@ struct Appender {
     }
 };
 
+// A tree, or the trees of several documents, to generate from.
+struct Trees {
+    XmlDocument doc;
+    std::vector<std::unique_ptr<XmlDocument>> others;
+    bool Generate() {
+        if (others.empty())
+            return doc.GenerateDTD();
+        std::vector<const XmlDocument*> trees;
+        for (const auto& o : others)
+            trees.push_back(o.get());
+        return doc.GenerateDTD(trees);
+    }
+};
+
+// stem followed by the decimal digits of i.
+UCString Named(const UCChar* stem, int i) {
+    UCString s(stem);
+    for (char c : std::to_string(i))
+        s += UCChar(c);
+    return s;
+}
+
 XmlElement* Node(XmlDocument& doc, const UCChar* name) {
     XmlElement* e = doc.NewElement();
     e->Name(name);
@@ -123,7 +151,8 @@ XmlElement* Node(XmlDocument& doc, const UCChar* name) {
 // n instances of e under one root; instance i has 14 children whose names
 // spell i in base 3 as steps to one of the three names other than the one
 // before, so that no two instances have the same shape and no neighbours fold.
-void ShapesTree(XmlDocument& doc, int n) {
+void ShapesTree(Trees& t, int n) {
+    XmlDocument& doc = t.doc;
     static const UCChar* const names[] = {u"a", u"b", u"c", u"d"};
     XmlElement* root = Node(doc, u"r");
     doc.RootElement(root);
@@ -140,14 +169,16 @@ void ShapesTree(XmlDocument& doc, int n) {
     }
 }
 
-void DeepTree(XmlDocument& doc, int n) {
+void DeepTree(Trees& t, int n) {
+    XmlDocument& doc = t.doc;
     XmlElement* e = Node(doc, u"e");
     doc.RootElement(e);
     for (int i = 0; i < n; ++i, e = e->Child())
         e->Child(Node(doc, i % 2 ? u"e" : u"f"));
 }
 
-void WideTree(XmlDocument& doc, int n) {
+void WideTree(Trees& t, int n) {
+    XmlDocument& doc = t.doc;
     static const UCChar* const names[] = {u"a", u"a", u"b", u"c"};
     XmlElement* root = Node(doc, u"r");
     doc.RootElement(root);
@@ -156,16 +187,68 @@ void WideTree(XmlDocument& doc, int n) {
         kids.Add(Node(doc, names[i % 4]));
 }
 
-void WorstCase(const char* what, void (*build)(XmlDocument&, int), int small, int large, int repeat) {
+// Under one root r: n children named e0, e1, ...; with text in r when
+// mixed, and each with a child named child unless that is null.
+void NamedChildren(XmlDocument& doc, int n, bool mixed, const UCChar* child) {
+    XmlElement* root = Node(doc, u"r");
+    doc.RootElement(root);
+    if (mixed)
+        root->Data(u"t");
+    Appender kids{root};
+    for (int i = 0; i < n; ++i) {
+        XmlElement* e = Node(doc, Named(u"e", i).c_str());
+        kids.Add(e);
+        if (child)
+            e->Child(Node(doc, child));
+    }
+}
+
+void NamesTree(Trees& t, int n) { NamedChildren(t.doc, n, false, nullptr); }
+void CommonChildTree(Trees& t, int n) { NamedChildren(t.doc, n, false, u"z"); }
+void MixedNamesTree(Trees& t, int n) { NamedChildren(t.doc, n, true, nullptr); }
+
+// n instances of e, each with one child of a name of its own: a middle
+// group of n names.
+void MiddleNamesTree(Trees& t, int n) {
+    XmlElement* root = Node(t.doc, u"r");
+    t.doc.RootElement(root);
+    Appender kids{root};
+    for (int i = 0; i < n; ++i) {
+        XmlElement* e = Node(t.doc, u"e");
+        kids.Add(e);
+        e->Child(Node(t.doc, Named(u"c", i).c_str()));
+    }
+}
+
+void AttributeNamesTree(Trees& t, int n) {
+    XmlElement* root = Node(t.doc, u"r");
+    t.doc.RootElement(root);
+    for (int i = 0; i < n; ++i)
+        root->AddAttribute(Named(u"a", i).c_str(), u"v");
+}
+
+// n documents, each a root r with one child of a name of its own.
+void DocumentsTrees(Trees& t, int n) {
+    for (int i = 0; i < n; ++i) {
+        t.others.push_back(std::make_unique<XmlDocument>());
+        XmlDocument& doc = *t.others.back();
+        XmlElement* root = Node(doc, u"r");
+        doc.RootElement(root);
+        root->Child(Node(doc, Named(u"e", i).c_str()));
+    }
+}
+
+void WorstCase(const char* what, void (*build)(Trees&, int), int small, int large, int repeat) {
     double t[2];
     int sizes[2] = {small, large};
     for (int s = 0; s < 2; ++s) {
-        XmlDocument doc;
-        build(doc, sizes[s]);
+        Trees trees;
+        build(trees, sizes[s]);
+        XmlDocument& doc = trees.doc;
         Timing g;
         for (int r = 0; r < repeat; ++r)
             g.runs.push_back(Time([&] {
-                if (!doc.GenerateDTD())
+                if (!trees.Generate())
                     std::printf("    GenerateDTD gave false\n");
             }));
         t[s] = g.Best();
@@ -186,6 +269,7 @@ void WorstCase(const char* what, void (*build)(XmlDocument&, int), int small, in
 int main(int argc, char** argv) {
     double sizeMB = 100;
     int repeat = 5;
+    int names = 400000;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--size" && i + 1 < argc) {
@@ -195,6 +279,10 @@ int main(int argc, char** argv) {
         } else if (a == "--repeat" && i + 1 < argc) {
             repeat = std::atoi(argv[++i]);
             if (repeat < 1)
+                Usage();
+        } else if (a == "--names" && i + 1 < argc) {
+            names = std::atoi(argv[++i]);
+            if (names < 4)
                 Usage();
         } else {
             Usage();
@@ -265,5 +353,11 @@ int main(int argc, char** argv) {
     WorstCase("distinct child shapes", ShapesTree, 50000, 200000, repeat);
     WorstCase("chain of nested elements", DeepTree, 250000, 1000000, repeat);
     WorstCase("children of one element", WideTree, 250000, 1000000, repeat);
+    WorstCase("distinct names", NamesTree, names / 4, names, repeat);
+    WorstCase("names, a child in common", CommonChildTree, names / 4, names, repeat);
+    WorstCase("mixed content of names", MixedNamesTree, names / 4, names, repeat);
+    WorstCase("middle group of names", MiddleNamesTree, names / 4, names, repeat);
+    WorstCase("attribute names", AttributeNamesTree, names / 4, names, repeat);
+    WorstCase("documents", DocumentsTrees, names / 4, names, repeat);
     return 0;
 }

@@ -3,13 +3,16 @@
 //     head names, then one group (m1 | m2 | ...)*, then tail names
 // where the head is what all shapes agree on at their start, the tail what
 // they agree on at their end, and the group holds every other name once.
+//
+// A settled shape list (xmlchildshapes.h) has shapes that share neither
+// their first nor their last run, or an instance without children, so it
+// has neither head nor tail.
 #include <algorithm>
 #include <memory>
 #include <utility>
-#include <vector>
 
-#include "dtdgen/xmlchildshapes.h"
-#include "xmldocument.h"
+#include "dtdgen/xmlgenwalk.h"
+#include "dtdgen/xmlnamechoice.h"
 
 namespace {
 
@@ -26,23 +29,24 @@ inline void MergeCounts(ChildRun& into, const ChildRun& run) {
 }
 
 // A name of head or tail: "+" when any instance repeated it.
-XmlContentPart NamePart(const ChildRun& run) {
+XmlContentPart NamePart(const UCChar* name, const ChildRun& run) {
     XmlContentPart part;
-    part.Name(run.m_def->Name());
+    part.Name(name);
     part.CountMod(run.m_maxCount > 1 ? countPlus : countOne);
     return part;
 }
 
 }  // namespace
 
-void XmlDocument::BuildCP(XmlElementDef* def) {
+void XmlDocument::BuildCP(XmlElementDef* def, const GenWalk& walk) {
     std::unique_ptr<ChildSequenceList> list(static_cast<ChildSequenceList*>(def->InfoPointer(nullptr)));
     if (!list || list->ShapeCount() == 0)
         return;
+    auto nameOf = [&](const ChildRun& run) { return walk.places[run.m_place].def->Name(); };
     // Each shape is consumed from both ends by narrowing its stretch
     // [first, second) of the list's runs.
-    std::vector<std::pair<size_t, size_t>> seqs(list->ShapeCount());
-    unsigned shortest = ShortestCap;
+    GenVector<std::pair<size_t, size_t>> seqs(list->ShapeCount());
+    unsigned shortest = list->Settled() ? 0 : ShortestCap;
     for (size_t i = 0; i < seqs.size(); ++i) {
         seqs[i] = {list->Begin(i), list->Begin(i + 1)};
         if (seqs[i].second - seqs[i].first < shortest)
@@ -63,12 +67,12 @@ void XmlDocument::BuildCP(XmlElementDef* def) {
         ChildRun headRun = list->Run(seqs[0].first++);
         for (size_t i = 1; i < seqs.size(); ++i)
             MergeCounts(headRun, list->Run(seqs[i].first++));
-        result.AddCP(NamePart(headRun), false);
+        result.AddCP(NamePart(nameOf(headRun), headRun), false);
         --shortest;
     }
 
     // Common tail, gathered back to front.
-    std::vector<ChildRun> tailRuns;
+    GenVector<ChildRun> tailRuns;
     while (shortest != 0) {
         uint32_t lead = placeAt(seqs[0].second - 1);
         auto differs = [&](const std::pair<size_t, size_t>& s) { return placeAt(s.second - 1) != lead; };
@@ -83,34 +87,24 @@ void XmlDocument::BuildCP(XmlElementDef* def) {
 
     // Middle: every name left, once, by shape and then by place; only the
     // first run of a name is kept and its counts don't matter.
-    // Once every name of the list is in, the rest can add none.
-    std::vector<const XmlElementDef*> middle;
-    std::vector<unsigned char> seen;
+    // Once every name of a settled list is in, the rest can add none.
+    GenVector<const UCChar*> middle;
+    IdSet seen;
     for (const std::pair<size_t, size_t>& s : seqs) {
-        if (middle.size() == list->PlaceCount())
+        if (list->Settled() && middle.size() == list->PlaceCount())
             break;
-        for (size_t k = s.first; k < s.second; ++k) {
-            uint32_t place = placeAt(k);
-            if (place >= seen.size())
-                seen.resize(place + 1);
-            if (!seen[place]) {
-                seen[place] = true;
-                middle.push_back(list->Run(k).m_def);
-            }
-        }
+        for (size_t k = s.first; k < s.second; ++k)
+            if (seen.Insert(placeAt(k)))
+                middle.push_back(nameOf(list->Run(k)));
     }
 
     if (!middle.empty()) {
         XmlContentPart group;
-        for (const XmlElementDef* d : middle) {
-            XmlContentPart part;
-            part.Name(d->Name());
-            group.AddCP(part, true);
-        }
+        AppendNameChoice(group, middle.data(), middle.size());
         group.CountMod(countStar);
         result.AddCP(group, false);
     }
     for (const ChildRun& run : tailRuns)
-        result.AddCP(NamePart(run), false);
+        result.AddCP(NamePart(nameOf(run), run), false);
     def->Contents() = std::move(result);
 }

@@ -68,6 +68,7 @@ enum XmlToken : int {
 };
 
 struct XmlBlockShare;
+struct GenMemory;
 
 // A count as an int, INT_MAX for anything larger.
 inline int XmlSaturatedInt(int64_t n) { return n > INT_MAX ? INT_MAX : int(n); }
@@ -178,9 +179,10 @@ public:
     // Replaces the definition with one derived from the element tree:
     // element definitions with inferred content models, attribute lists
     // with the values seen, and a fixed "length" attribute on every element
-    // with text. True, also for a document without a root; false only when
-    // a shape list could not be allocated and an element with children got
-    // ANY for its content model.
+    // with text. True, also for a document without a root. False when
+    // memory ran out (or a tree had more than about a billion nodes): the
+    // definition is then empty, as XmlDtd::Clear leaves it, with no
+    // document type name, and nothing else has changed. Throws nothing.
     bool GenerateDTD();
     // The same over the trees of several documents (this one among them or
     // not; null entries and documents without a root are passed over): what
@@ -356,16 +358,21 @@ private:
 
     // ---- DTD generation (dtdgen/) ----
     friend class XmlGenerateProbe;
-    // State of one walk over the tree (dtdgen/xmlgenerate.cpp).
+    // State of one walk over the trees (dtdgen/xmlgenwalk.h).
     struct GenWalk;
+    // GenerateDTD over count documents, any of them null.
+    bool GenerateFrom(const XmlDocument* const* documents, size_t count);
     // Records what the instances in the chain from first and everything
     // below it show; the walk keeps its own stack, not the call stack.
-    bool BuildDTDElement(const XmlElement* first, GenWalk& walk);
+    void BuildDTDElement(const XmlElement* first, GenWalk& walk);
     // Turns the shapes recorded for def into its content model.
-    void BuildCP(XmlElementDef* def);
-    // Shape lists that generation may still allocate before an allocation is
-    // made to fail; negative: no limit. Only the tests set it.
-    int m_shapeListsLeft = -1;
+    void BuildCP(XmlElementDef* def, const GenWalk& walk);
+    // After the walks: measures, members of mixed content, content models
+    // and length attributes.
+    void FinishDefinitions(GenWalk& walk);
+    // The accounting of generation's working memory while the tests watch
+    // it (dtdgen/xmlgenmemory.h); null otherwise. Never copied.
+    GenMemory* m_genMemory = nullptr;
 
     UCString m_errorMessage;
     UCString m_errorFile;

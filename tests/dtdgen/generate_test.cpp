@@ -1,12 +1,23 @@
 // DTD generation from the tree: inferred content models, the order of the
 // definitions, content kinds, enumerations, length attributes, odd and huge
-// caller-built trees, shape lists that cannot be allocated, and generation
-// over several documents, which for one gives exactly what GenerateDTD gives.
+// caller-built trees, running out of memory, working memory in proportion to
+// the tree, and generation over several documents, which for one gives
+// exactly what GenerateDTD gives.
+#include <set>
+
+#include "dtdgen/xmlgenmemory.h"
+#include "dtdgen/xmlidset.h"
 #include "test_util.h"
 
 class XmlGenerateProbe {
 public:
-    static void ShapeListsLeft(XmlDocument& doc, int n) { doc.m_shapeListsLeft = n; }
+    // Generates with the working memory counted in memory.
+    static bool Generate(XmlDocument& doc, GenMemory& memory, const std::vector<const XmlDocument*>& docs) {
+        doc.m_genMemory = &memory;
+        bool result = docs.empty() ? doc.GenerateDTD() : doc.GenerateDTD(docs);
+        doc.m_genMemory = nullptr;
+        return result;
+    }
 };
 
 namespace {
@@ -83,6 +94,28 @@ TEST(GenerateDtdTest, InferredContentModels) {
         Generate(doc, Instances(c.instances));
         EXPECT_EQ(Model(doc.GetDTD(), u"e"), c.model) << c.instances;
         EXPECT_EQ(Model(doc.GetDTD(), u"r"), std::string(c.instances).find(';') != std::string::npos ? "(e+)" : "(e)") << c.instances;
+    }
+}
+
+// Shapes with a common head in a sweep across the growth of the shape table,
+// each met again with its head repeated; and as many instances without a
+// head, which settle the list.
+TEST(GenerateDtdTest, ShapeTableSweep) {
+    for (int k = 1; k <= 40; ++k) {
+        std::string lists, names, settled;
+        for (int i = 0; i < k; ++i) {
+            std::string c = "c" + std::to_string(i);
+            lists += (i ? ";x," : "x,") + c;
+            settled += (i ? ";" : "") + c;
+            names += (i ? "|" : "") + c;
+        }
+        for (int i = 0; i < k; ++i)
+            lists += ";x,x,c" + std::to_string(i);
+        XmlDocument doc;
+        Generate(doc, Instances(lists));
+        EXPECT_EQ(Model(doc.GetDTD(), u"e"), k == 1 ? "(x+,c0)" : "(x+,(" + names + ")*)") << k;
+        Generate(doc, Instances(settled + ";" + lists));
+        EXPECT_EQ(Model(doc.GetDTD(), u"e"), k == 1 ? "((x)*,c0)" : "((" + names + "|x)*)") << k;
     }
 }
 
@@ -239,26 +272,104 @@ TEST(GenerateDtdTest, MillionDeepAndMillionWide) {
     EXPECT_EQ(Model(wide.GetDTD(), u"r"), "(#PCDATA|a|b|c)*");
 }
 
-// Shape lists that cannot be allocated: an element whose instances had
-// children falls back to ANY and the result is false; an element that
-// turns out EMPTY or mixed loses nothing, and the result is true.
-TEST(GenerateDtdTest, ShapeListNotAllocated) {
-    struct { int lists; bool result; const char* models; } cases[] = {
-        {0, false, "ANY ANY EMPTY (#PCDATA|b)*"},
-        {1, false, "(a,c) ANY EMPTY (#PCDATA|b)*"},
-        {2, true, "(a,c) (b+) EMPTY (#PCDATA|b)*"},
-        {-1, true, "(a,c) (b+) EMPTY (#PCDATA|b)*"},
+// Any allocation of the working memory fails in turn: the result is false,
+// the definition that was there is gone and nothing of the work is left;
+// once none fails, the definition is the one made without the probe.
+TEST(GenerateDtdTest, OutOfMemory) {
+    const UCString old = u"<!DOCTYPE r [<!ELEMENT r ANY><!ATTLIST r k CDATA #IMPLIED>]>";
+    const UCString first = u"<r k='1'>t<a><b/><b/></a><c>x<b/></c><a/><m k='2'><a><b/></a></m></r>";
+    XmlDocument second;
+    ASSERT_EQ(second.ParseString(u"<r><d><e/></d><a><e/><b/></a></r>"), errNone);
+    for (bool many : {false, true}) {
+        XmlDocument doc;
+        ASSERT_EQ(doc.ParseString(old + first), errNone);
+        const std::vector<const XmlDocument*> docs = many ? std::vector<const XmlDocument*>{&doc, &second}
+                                                          : std::vector<const XmlDocument*>{};
+        GenMemory unlimited;
+        ASSERT_TRUE(XmlGenerateProbe::Generate(doc, unlimited, docs));
+        const UCString expected = Text(doc);
+        long limit = 0;
+        for (bool done = false; !done; ++limit) {
+            ASSERT_EQ(doc.ParseString(old + first), errNone);
+            GenMemory memory;
+            memory.allocationsLeft = limit;
+            done = XmlGenerateProbe::Generate(doc, memory, docs);
+            EXPECT_EQ(memory.bytes, 0u) << limit;
+            EXPECT_EQ(Text(doc), done ? expected : u"[]") << limit;
+        }
+        EXPECT_GT(limit, 20) << "allocations made to fail";
+        EXPECT_GT(unlimited.peak, 0u);
+    }
+}
+
+// The most working memory generation needs grows with the tree, whatever
+// the number of names, shapes and values: a tree four times the size must
+// need less than five times the memory (one that grows with the square needs
+// sixteen). Each tree repeats its item n times with '#' replaced by i.
+TEST(GenerateDtdTest, WorkingMemoryInProportion) {
+    struct { const char* head; const char* item; const char* tail; } cases[] = {
+        {"<r>", "<e#/>", "</r>"},                  // names
+        {"<r>", "<e#><z/></e#>", "</r>"},          // names with a child in common
+        {"<r>", "<e#><c#/></e#>", "</r>"},         // names with a child of their own
+        {"<r>t", "<e#/>", "</r>"},                 // members of mixed content
+        {"<r>", "<e><c#/></e>", "</r>"},           // names of a middle group
+        {"<r>", "<e><x/><c#/><x/></e>", "</r>"},   // shapes, never settled
+        {"<r>", "<e#>t</e#>", "</r>"},             // names with text
+        {"<r>", "<e# k='#'/>", "</r>"},            // names with attributes
+        {"<r", " k#='v'", "/>"},                   // attribute names
+        {"<r>", "<e k='#' m='#'/>", "</r>"},       // attribute values
+        {"", "<e#/>", ""},                         // documents
     };
     for (const auto& c : cases) {
-        XmlDocument doc;
-        ASSERT_EQ(doc.ParseString(u"<r><a><b/><b/></a><c>x<b/></c></r>"), errNone);
-        XmlGenerateProbe::ShapeListsLeft(doc, c.lists);
-        EXPECT_EQ(doc.GenerateDTD(), c.result) << c.lists;
-        const XmlDtd& dtd = doc.GetDTD();
-        EXPECT_EQ(Model(dtd, u"r") + " " + Model(dtd, u"a") + " " + Model(dtd, u"b") + " " + Model(dtd, u"c"),
-                  c.models);
-        for (int i = 0; i < dtd.ElementCount(); ++i)
-            EXPECT_EQ(dtd.ElementAt(i)->InfoPointer(), nullptr);
+        size_t peak[2];
+        for (int s = 0; s < 2; ++s) {
+            const int n = s ? 4000 : 1000;
+            std::vector<std::unique_ptr<XmlDocument>> docs;
+            std::vector<const XmlDocument*> trees;
+            std::string xml = c.head, item = c.item;
+            for (int i = 0; i < n; ++i) {
+                std::string one = item;
+                for (size_t at; (at = one.find('#')) != std::string::npos;)
+                    one.replace(at, 1, std::to_string(i));
+                xml += one;
+                if (!*c.head) {
+                    docs.push_back(std::make_unique<XmlDocument>());
+                    ASSERT_EQ(docs.back()->ParseString(U(one)), errNone);
+                    trees.push_back(docs.back().get());
+                }
+            }
+            XmlDocument doc;
+            ASSERT_EQ(doc.ParseString(U(xml + c.tail)), errNone);
+            GenMemory memory;
+            ASSERT_TRUE(XmlGenerateProbe::Generate(doc, memory, trees));
+            peak[s] = memory.peak;
+        }
+        EXPECT_LT(peak[1], 5 * peak[0]) << c.item << ": " << peak[0] << " then " << peak[1] << " bytes";
+    }
+}
+
+// Sets of places against std::set, in a sweep of sizes across the growth of
+// the byte map and of the table, with ids near, far and repeated.
+TEST(GenerateDtdTest, IdSets) {
+    struct { uint32_t start, step, mod; } patterns[] = {
+        {0, 1, 0}, {1000, 1, 0}, {0, 64, 0}, {5, 1000, 0}, {70000, 4294967295u, 0}, {0, 7919, 5000}, {3, 1, 40}};
+    for (const auto& p : patterns) {
+        for (uint32_t n = 0; n <= 150; ++n) {
+            IdSet ids;
+            WordSet words;
+            std::set<uint32_t> expected;
+            for (uint32_t i = 0, id = p.start; i < n; ++i, id = p.mod ? (id + p.step) % p.mod : id + p.step) {
+                bool added = expected.insert(id).second;
+                ASSERT_EQ(ids.Insert(id), added) << n << " " << id;
+                ASSERT_EQ(words.Insert(uint64_t(id) << 20 | 5), added) << n << " " << id;
+            }
+            ASSERT_EQ(ids.Size(), expected.size());
+            ASSERT_EQ(words.Size(), expected.size());
+            for (uint32_t id : expected)
+                for (uint32_t near : {id - 1, id, id + 1})
+                    ASSERT_EQ(ids.Contains(near) + 2 * words.Contains(uint64_t(near) << 20 | 5),
+                              3 * int(expected.count(near))) << n << " " << near;
+        }
     }
 }
 
@@ -298,6 +409,17 @@ TEST(GenerateManyTest, SeveralDocumentsMerge) {
               u"<!ELEMENT y EMPTY>\n<!ELEMENT other (x)>\n]>\n");
     EXPECT_TRUE(out.GenerateDTD({}));
     EXPECT_EQ(Text(out), u"[]");
+
+    // A node of another document in the tree: names are told by their text.
+    XmlDocument guest, host;
+    ASSERT_EQ(host.ParseString(u"<r><x/><y/></r>"), errNone);
+    XmlElement* visitor = guest.NewElement();
+    visitor->Name(u"y");
+    host.RootElement()->Child(visitor);
+    visitor->Child(guest.NewElement());
+    visitor->Child()->Name(u"x");
+    EXPECT_TRUE(host.GenerateDTD());
+    EXPECT_EQ(Order(host.GetDTD()) + " " + Model(host.GetDTD(), u"r") + Model(host.GetDTD(), u"y"), "r x y (x,y+)((x)*)");
 }
 
 }  // namespace
