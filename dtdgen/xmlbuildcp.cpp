@@ -32,6 +32,7 @@ inline void MergeCounts(ChildRun& into, const ChildRun& run) {
 XmlContentPart NamePart(const UCChar* name, const ChildRun& run) {
     XmlContentPart part;
     part.Name(name);
+    XmlRequired(part.Type() == cpName);
     part.CountMod(run.m_maxCount > 1 ? countPlus : countOne);
     return part;
 }
@@ -67,7 +68,7 @@ void XmlDocument::BuildCP(XmlElementDef* def, const GenWalk& walk) {
         ChildRun headRun = list->Run(seqs[0].first++);
         for (size_t i = 1; i < seqs.size(); ++i)
             MergeCounts(headRun, list->Run(seqs[i].first++));
-        result.AddCP(NamePart(nameOf(headRun), headRun), false);
+        XmlRequired(result.AddCP(NamePart(nameOf(headRun), headRun), false));
         --shortest;
     }
 
@@ -102,9 +103,9 @@ void XmlDocument::BuildCP(XmlElementDef* def, const GenWalk& walk) {
         XmlContentPart group;
         AppendNameChoice(group, middle.data(), middle.size());
         group.CountMod(countStar);
-        result.AddCP(group, false);
+        XmlRequired(result.AddCP(group, false));
     }
     for (const ChildRun& run : tailRuns)
-        result.AddCP(NamePart(nameOf(run), run), false);
+        XmlRequired(result.AddCP(NamePart(nameOf(run), run), false));
     def->Contents() = std::move(result);
 }

@@ -34,7 +34,7 @@ void XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
             if (walk.places.size() >= GenWalk::MaxPlaces)
                 throw std::bad_alloc();
             place = uint32_t(walk.places.size());
-            XmlElementDef* def = m_dtd.AddElement(walk.nameText[name]);
+            XmlElementDef* def = XmlRequired(m_dtd.AddElement(walk.nameText[name]));
             def->Type(elemEmpty);
             walk.places.push_back(GenWalk::Place{def, nullptr, name, elemEmpty, false, false});
             walk.namePlace[name] = place + 1;
@@ -53,7 +53,7 @@ void XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
     auto attributes = [&](const uint32_t* at, const uint32_t* end, uint32_t place, const XmlElement* node) {
         XmlAttrList*& list = walk.places[place].list;
         if (!list)
-            list = m_dtd.AddAttrList(walk.places[place].def->Name());
+            list = XmlRequired(m_dtd.AddAttrList(walk.places[place].def->Name()));
         // The node's attributes are in the order of their words; the node
         // is read only for a value that was not interned, and from where
         // the last one was read.
@@ -68,7 +68,7 @@ void XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                 // Keys of other documents may have made it already.
                 att = list->FindModifiableAttDef(k.name);
                 if (!att) {
-                    att = list->AddAttDef(k.name);
+                    att = XmlRequired(list->AddAttDef(k.name));
                     att->Type(attEnumerated);
                     att->DefType(defNone);
                 }
@@ -94,7 +94,9 @@ void XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                 value = nodeAttribute->Value();
             }
             if (att->FindEnum(value) < 0) {
+                const int before = att->EnumCount();
                 att->AddEnum(value);
+                XmlRequired(att->EnumCount() > before);
                 if (att->EnumCount() > 10)
                     att->Type(attCdata);
             }

@@ -51,6 +51,7 @@ bool XmlDocument::GenerateFrom(const XmlDocument* const* documents, size_t count
                 continue;
             if (!named) {
                 m_dtd.DocType(UCString(root->Name()));
+                XmlRequired(m_dtd.DocType() == root->Name());
                 named = true;
             }
             BuildDTDElement(root, walk);
@@ -122,9 +123,9 @@ void XmlDocument::FinishDefinitions(GenWalk& walk) {
             BuildCP(def, walk);
         } else if (place.type == elemMixed) {
             if (!place.list)
-                place.list = m_dtd.AddAttrList(def->Name());
+                place.list = XmlRequired(m_dtd.AddAttrList(def->Name()));
             if (!place.list->FindAttDef(u"length")) {
-                XmlAttDef* length = place.list->AddAttDef(u"length");
+                XmlAttDef* length = XmlRequired(place.list->AddAttDef(u"length"));
                 length->Type(attCdata);
                 length->DefType(defFixed);
                 wsfmt(number, u"%d", def->MaxLen());

@@ -14,6 +14,20 @@
 #include <utility>
 #include <vector>
 
+// The definition's operations tell running out of memory by their results
+// (a null pointer, false, or a setter that keeps the old value); generation
+// turns that into std::bad_alloc like its own allocations.
+template <class T>
+T* XmlRequired(T* made) {
+    if (!made)
+        throw std::bad_alloc();
+    return made;
+}
+inline void XmlRequired(bool done) {
+    if (!done)
+        throw std::bad_alloc();
+}
+
 struct GenMemory {
     // Allocations that may still succeed before one fails; negative: no
     // limit.

@@ -9,6 +9,8 @@
 // into the choice. The one look through the group finds no equal name.
 #include "dtdgen/xmlnamechoice.h"
 
+#include "dtdgen/xmlgenmemory.h"
+
 void AppendNameChoice(XmlContentPart& group, const UCChar* const* names, size_t n) {
     if (n == 0)
         return;
@@ -16,7 +18,7 @@ void AppendNameChoice(XmlContentPart& group, const UCChar* const* names, size_t 
     if (group.Type() == cpNone && n > 1) {
         for (size_t i = 0; i + 1 < n; ++i) {
             part.Name(names[i]);
-            group.AddCP(part, false);
+            XmlRequired(part.Type() == cpName && group.AddCP(part, false));
         }
         group.Name(u"");
         names += n - 1;
@@ -24,6 +26,6 @@ void AppendNameChoice(XmlContentPart& group, const UCChar* const* names, size_t 
     }
     for (size_t i = 0; i < n; ++i) {
         part.Name(names[i]);
-        group.AddCP(part, true);
+        XmlRequired(part.Type() == cpName && group.AddCP(part, true));
     }
 }

@@ -705,7 +705,10 @@ int Dtd(int argc, char** argv) {
                 return kExitFailed;
             trees.push_back(docs.back().get());
         }
-        result.GenerateDTD(trees);
+        if (!result.GenerateDTD(trees)) {
+            Message("ozmxml: out of memory while generating the definition\n");
+            return kExitFailed;
+        }
     } else {
         if (!Parse(result, args.files[0], false))
             return kExitFailed;
