@@ -109,4 +109,36 @@ TEST(ResourcesTest, AResolverGetsTheIdentifiersAndAnswers) {
     }
 }
 
+TEST(ResourcesTest, ACatalogueFirstThenThePolicyUnderIt) {
+    TempDir dir;
+    const std::string ent = dir.Write("lat.ent", "<!ENTITY nbsp '&#160;'>");
+    const std::string file = dir.Write("catalog.xml", "<catalog xmlns='urn:oasis:names:tc:entity:xmlns:xml:catalog'>"
+                                                       "<public publicId='-//X//ENTITIES L//EN' uri='lat.ent'/></catalog>");
+    auto catalog = std::make_shared<XmlCatalog>();
+    ASSERT_EQ(catalog->Load(U(file).c_str()), errNone);
+    XmlDocument d;
+    d.ExternalResources(XmlResources::Catalog(catalog, XmlResources::None()));
+    EXPECT_EQ(d.ExternalResources().Kind(), resCatalog);
+    ASSERT_EQ(d.ParseString(u"<!DOCTYPE a [<!ENTITY % l PUBLIC '-//X//ENTITIES L//EN' 'nowhere.ent'>%l;"
+                            u"<!ELEMENT a ANY>]><a>&nbsp;</a>"),
+              errNone)
+        << Narrow(d.ErrorMessage());
+    EXPECT_EQ(Str(d.RootElement()->Data()), u"\u00A0");
+    EXPECT_EQ(d.ParseString(u"<!DOCTYPE a [<!ENTITY % l SYSTEM 'lat.ent'>%l;]><a/>"), errOpenUri);
+    EXPECT_EQ(Narrow(d.ErrorMessage()), "URI 'lat.ent' refused: external resources are not allowed");
+
+    // XHTML 1.0 Strict through the system's catalogue, with no file beside
+    // the document, when the catalogue and the definitions are installed.
+    auto system = std::make_shared<XmlCatalog>();
+    if (access("/usr/share/xml/w3c-sgml-lib", F_OK) != 0 || system->Load(u"/etc/xml/catalog") != errNone)
+        GTEST_SKIP() << "no system catalogue with w3c-sgml-lib";
+    d.ExternalResources(XmlResources::Catalog(system, XmlResources::None()));
+    ASSERT_EQ(d.ParseString(u"<!DOCTYPE html PUBLIC '-//W3C//DTD XHTML 1.0 Strict//EN' "
+                            u"'http://www.w3.org/TR/xhtml1/DTD/xhtml1-strict.dtd'><html><head><title>t</title>"
+                            u"</head><body><p>a&nbsp;&eacute;</p></body></html>"),
+              errNone)
+        << Narrow(d.ErrorMessage());
+    EXPECT_EQ(Str(d.RootElement()->Child()->Next()->Child()->Data()), u"a\u00A0\u00E9");
+}
+
 }  // namespace
