@@ -37,6 +37,20 @@ const UCChar* KindOfFile(mode_t mode) {
     return u"a special file";
 }
 
+// Moves a place (line, col), counted as the character stream counts it, over
+// text.
+void Advance(const UCString& text, int64_t& line, int64_t& col) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const UCChar c = text[i];
+        if (c == 10 || c == 0x2028 || (c == 13 && (i + 1 == text.size() || text[i + 1] != 10))) {
+            ++line;
+            col = 0;
+        } else if (c != 13) {
+            ++col;
+        }
+    }
+}
+
 // A descriptor closed when it goes out of scope, unless handed on.
 struct Descriptor {
     int fd = -1;
@@ -141,6 +155,20 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
             break;
         text.push_back(c);
     }
+    // Bytes that are no text in the resource's encoding end it; the error
+    // names the place in the resource where they stand, behind the units of
+    // head and text.
+    UCString head;
+    auto invalid = [&] {
+        int64_t line = 1, col = 0;
+        Advance(head, line, col);
+        Advance(text, line, col);
+        const UCString enclosing = m_fileName;
+        FileName(uri);
+        SaveErrorPos(line, col + 1);
+        FileName(enclosing.c_str());
+        return SetUpError(errSyntax, u"Invalid byte sequence for encoding '%s'", OzmGlob::EncodingToName(file.Encoding()));
+    };
     // Whether the text may be copied for a later read: not when reading its
     // text declaration moved the position of the enclosing text or read
     // beyond what was pushed, which a copy would not do again.
@@ -148,14 +176,15 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
     if (OzmGlob::wcscmpi(text.c_str(), u"<?XML") == 0) {
         // A text declaration: its rest up to the first '>' is read again by
         // the declaration parser, which tests it; its values are dropped.
-        text.clear();
+        head.swap(text);
         UCChar c;
         do {
             c = file.Getc();
             if (c == UCEof)
-                return SetUpError(errSyntax, u"Error reading TextDecl");
+                return file.DecodeFailed() ? invalid() : SetUpError(errSyntax, u"Error reading TextDecl");
             text.push_back(c);
         } while (c != '>');
+        head += text;
         PushText(std::move(text));
         text.clear();
         const int64_t line = m_line, col = m_col;
@@ -173,6 +202,8 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
         double version = 1.0;
         bool standalone = true;
         result = ParseTextDecl(encoding, version, standalone);
+        if (file.DecodeFailed())
+            return invalid();
         if (result != errNone)
             return result;
         copyable = m_line == line && m_col == col && file.Pending() == pending && m_stringCursor == cursor;
@@ -196,6 +227,8 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, UCString& text) {
         if (stop != end || text.size() > maxUnits)
             break;
     }
+    if (file.DecodeFailed())
+        return invalid();
     if (text.size() > maxUnits)
         return SetUpError(errOpenUri, u"URI '%s' is larger than %u bytes", path.c_str(), unsigned(MaxResourceBytes));
     if (copyable)

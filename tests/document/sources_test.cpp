@@ -44,14 +44,15 @@ TEST(ParseFileTest, EncodingsDeclarationsAndFailures) {
         EXPECT_EQ(Str(d.ErrorFile()) + Num(u":", d.ErrorLine()) + Num(u":", d.ErrorCol()), U(dir.Path("d.xml:2:5")));
         EXPECT_EQ(Str(d.RootElement()->Child()->Name()), u"a");
     }
-    // The written declaration shows what was read; a later parse resets it.
+    // The written declaration names UTF-8, the set the text is written in; a
+    // later parse resets the encoding.
     const UCString path = U(dir.Write("d.xml", "<?xml version='1.0' encoding='windows-1252' standalone='no'?><a/>"));
     ASSERT_EQ(d.ParseFile(path.c_str()), errNone);
     EXPECT_EQ(d.Encoding(), csetWindows1250 + 2);
     const UCString read = Written([&](XmlOutputStream& s) { d.Write(s, false, true, true, 1, true); });
     ASSERT_EQ(d.ParseString(u"<a/>"), errNone);
     EXPECT_EQ(read + Written([&](XmlOutputStream& s) { d.Write(s, false, false, true, 1, true); }),
-              u"<?xml version=\"1.0\" encoding=\"windows-1252\"?>\n<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
+              u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<?xml version=\"1.0\" encoding=\"UTF-8\"?>");
 }
 
 // A module that serves a fixed text, answering errNotReady a number of times
