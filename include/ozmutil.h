@@ -208,6 +208,9 @@ public:
     // The set the text is decoded from: csetUTF8, csetUTF16LE, csetUTF16BE
     // or the declared one.
     OZM_CSET Encoding() const { return m_set; }
+    // Whether Begin was given a declaration that the bytes it had (a whole
+    // file buffer, 64 KB) did not hold to its end: it is then read as UTF-8.
+    bool DeclarationCut() const { return m_cut; }
 
 private:
     bool Select(OZM_CSET set);
@@ -219,6 +222,7 @@ private:
     bool m_stateful = false;  // the iconv decoder holds state between blocks
     bool m_used = false;      // a block has gone through the iconv decoder
     bool m_lost = false;      // a copy that cannot know the state
+    bool m_cut = false;
 };
 
 // Byte file with its own buffer: one system call per buffer, never per
@@ -311,6 +315,7 @@ public:
     // The set the text is read in (OzmTextDecoder::Encoding), once the
     // first unit has been asked for.
     OZM_CSET Encoding() const { return m_decoder.Encoding(); }
+    bool DeclarationCut() const { return m_decoder.DeclarationCut(); }
     int Putc(UCChar c);
     int PutString(const UCChar* text, long length = -1);
     // Only (0, 0) is needed: back to the start, the decoded buffer dropped.

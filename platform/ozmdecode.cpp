@@ -243,9 +243,11 @@ OZM_CSET SetOfName(const unsigned char* p, size_t n) {
 // pseudo-attributes (name, '=', quoted value, blanks anywhere between) up to
 // "?>". found: a whole declaration, set being the set of its last encoding
 // value (csetUnknown when none or unknown); none: the text begins with
-// something else; needMore: the bytes end before that is known.
-Sniff SniffDeclaration(const unsigned char* p, size_t n, OZM_CSET& set) {
+// something else; needMore: the bytes end before that is known. opened: the
+// bytes begin a declaration.
+Sniff SniffDeclaration(const unsigned char* p, size_t n, OZM_CSET& set, bool& opened) {
     set = csetUnknown;
+    opened = false;
     size_t i = 0;
     auto blanks = [&] {
         while (i < n && IsBlankByte(p[i]))
@@ -271,6 +273,7 @@ Sniff SniffDeclaration(const unsigned char* p, size_t n, OZM_CSET& set) {
         return Sniff::needMore;
     if (IsNameByte(p[i]))
         return Sniff::none;  // a processing instruction such as xml-stylesheet
+    opened = true;
     for (;;) {
         blanks();
         if (i == n)
@@ -370,6 +373,7 @@ OzmTextDecoder& OzmTextDecoder::operator=(const OzmTextDecoder& other) {
     m_stateful = other.m_stateful;
     m_used = other.m_used;
     m_lost = other.m_lost;
+    m_cut = other.m_cut;
     if (m_kind == kIconv && !m_lost) {
         // A new decoder starts in the initial state, which is the original's
         // only while it keeps none or has read nothing yet.
@@ -398,7 +402,7 @@ void OzmTextDecoder::Reset(int format) {
     m_format = format;
     m_kind = kNone;
     m_set = csetUTF8;
-    m_stateful = m_used = m_lost = false;
+    m_stateful = m_used = m_lost = m_cut = false;
 }
 
 // Selects how set is decoded; UTF-8 stands for every form that is no 8-bit
@@ -444,10 +448,12 @@ OzmTextDecoder::Status OzmTextDecoder::Begin(const unsigned char* data, size_t n
             return decDone;
         }
         OZM_CSET set;
-        const Sniff s = SniffDeclaration(data, n, set);
+        bool opened;
+        const Sniff s = SniffDeclaration(data, n, set, opened);
         if (s == Sniff::needMore && !final)
             return decNeedMore;
         Select(s == Sniff::found ? set : csetUTF8);
+        m_cut = s == Sniff::needMore && opened;
         return decDone;
     }
     if (n < 2 && !final)
