@@ -213,12 +213,13 @@ public:
     bool DeclarationCut() const { return m_cut; }
 
 private:
-    bool Select(OZM_CSET set);
+    void Select(OZM_CSET set);
     void CloseIconv();
     int m_format = 1;
     int m_kind = 0;  // 0 not begun; see ozmdecode.cpp
     OZM_CSET m_set = csetUTF8;
     void* m_iconv = nullptr;  // iconv_t of the iconv kind
+    const void* m_table = nullptr;  // units of the bytes, of the table kind
     bool m_stateful = false;  // the iconv decoder holds state between blocks
     bool m_used = false;      // a block has gone through the iconv decoder
     bool m_lost = false;      // a copy that cannot know the state

@@ -2,10 +2,12 @@
 // layer and OzmGlob::DecodeUTF8 share, and OzmTextDecoder, which finds the
 // encoding of a text from its first bytes and decodes it block by block:
 // UTF-8, UTF-16, US-ASCII and ISO-8859-1 itself, every other set through the
-// C library's iconv.
+// C library's iconv (a set of one byte a character through a table that
+// iconv fills once).
 #include "platform/ozmdecode.h"
 #include "platform/ozmutf8.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -317,9 +319,65 @@ Sniff SniffDeclaration(const unsigned char* p, size_t n, OZM_CSET& set, bool& op
 }
 
 // How the decoder turns bytes into units.
-enum Kind { kNone, kUtf8, kUtf16LE, kUtf16BE, kLatin1, kAscii, kIconv };
+enum Kind { kNone, kUtf8, kUtf16LE, kUtf16BE, kLatin1, kAscii, kTable, kIconv };
 
 inline iconv_t Handle(void* h) { return static_cast<iconv_t>(h); }
+
+// The unit of a byte that is no text in a set of one byte a character.
+constexpr UCChar kNoUnit = 0xFFFF;
+
+// Tables of the sets of one byte a character, by set value: each byte's unit
+// as iconv decodes it, or kNoUnit. Made once, at the first text in a set,
+// and kept; kNotByByte marks a set that is not of that kind.
+constexpr int kTableSlots = 128;
+std::atomic<const UCChar*> g_byteTables[kTableSlots];
+const UCChar kNotByByte[1] = {0};
+
+// The table of set (iconv's name), or null when its characters are not all
+// of one byte or the table cannot be had now.
+const UCChar* ByteTable(OZM_CSET set, const char* name) {
+    if (set < 0 || set >= kTableSlots)
+        return nullptr;
+    const UCChar* known = g_byteTables[set].load(std::memory_order_acquire);
+    if (known)
+        return known == kNotByByte ? nullptr : known;
+    iconv_t cd = iconv_open(OzmIconvUnits(), name);
+    if (cd == reinterpret_cast<iconv_t>(-1))
+        return nullptr;
+    UCChar* table = new (std::nothrow) UCChar[256];
+    const UCChar* made = table;
+    for (int b = 0; table && b < 256; ++b) {
+        char byte = static_cast<char>(b);
+        char* in = &byte;
+        size_t inLeft = 1;
+        UCChar units[2];
+        char* to = reinterpret_cast<char*>(units);
+        size_t toLeft = sizeof units;
+        const size_t r = iconv(cd, &in, &inLeft, &to, &toLeft);
+        const int error = errno;
+        iconv(cd, nullptr, nullptr, nullptr, nullptr);
+        if (r != size_t(-1) && toLeft == sizeof units - sizeof(UCChar) && units[0] != kNoUnit) {
+            table[b] = units[0];
+        } else if (r == size_t(-1) && error == EILSEQ) {
+            table[b] = kNoUnit;
+        } else {
+            made = kNotByByte;  // a byte that begins a longer character
+            break;
+        }
+    }
+    iconv_close(cd);
+    if (!table)
+        return nullptr;
+    if (made == kNotByByte)
+        delete[] table;
+    const UCChar* expected = nullptr;
+    if (!g_byteTables[set].compare_exchange_strong(expected, made, std::memory_order_acq_rel)) {
+        if (made != kNotByByte)
+            delete[] table;  // another thread made it first
+        made = expected;
+    }
+    return made == kNotByByte ? nullptr : made;
+}
 
 }  // namespace
 
@@ -374,6 +432,7 @@ OzmTextDecoder& OzmTextDecoder::operator=(const OzmTextDecoder& other) {
     m_used = other.m_used;
     m_lost = other.m_lost;
     m_cut = other.m_cut;
+    m_table = other.m_table;
     if (m_kind == kIconv && !m_lost) {
         // A new decoder starts in the initial state, which is the original's
         // only while it keeps none or has read nothing yet.
@@ -402,28 +461,35 @@ void OzmTextDecoder::Reset(int format) {
     m_format = format;
     m_kind = kNone;
     m_set = csetUTF8;
+    m_table = nullptr;
     m_stateful = m_used = m_lost = m_cut = false;
 }
 
 // Selects how set is decoded; UTF-8 stands for every form that is no 8-bit
 // set of its own (the UTF-16 forms, unknown names).
-bool OzmTextDecoder::Select(OZM_CSET set) {
+void OzmTextDecoder::Select(OZM_CSET set) {
     CloseIconv();
+    m_table = nullptr;
     m_stateful = m_used = m_lost = false;
     if (set == csetISO8859_1 || set == csetASCII) {
         m_kind = set == csetASCII ? kAscii : kLatin1;
         m_set = set;
-        return true;
+        return;
     }
     bool stateful = false;
     const char* name = OzmIconvName(set, &stateful);
     if (!name) {
         m_kind = kUtf8;
         m_set = csetUTF8;
-        return set == csetUTF8;
+        return;
+    }
+    m_set = set;
+    // A set of one byte a character goes through its table, made by iconv.
+    if (!stateful && (m_table = ByteTable(set, name)) != nullptr) {
+        m_kind = kTable;
+        return;
     }
     m_kind = kIconv;
-    m_set = set;
     m_stateful = stateful;
     m_iconv = iconv_open(OzmIconvUnits(), name);
     if (m_iconv == reinterpret_cast<void*>(-1)) {
@@ -432,9 +498,7 @@ bool OzmTextDecoder::Select(OZM_CSET set) {
             throw std::bad_alloc();
         // The text is not read in a set it is not in: it fails at once.
         m_lost = true;
-        return false;
     }
-    return true;
 }
 
 OzmTextDecoder::Status OzmTextDecoder::Begin(const unsigned char* data, size_t n, bool final, size_t& skip) {
@@ -499,6 +563,21 @@ OzmTextDecoder::Status OzmTextDecoder::Decode(const unsigned char* data, size_t 
         const size_t take = n < capacity ? n : capacity;
         units = consumed = WidenRun(data, take, out, m_kind == kAscii);
         if (consumed < take)
+            return decInvalid;
+        return take == n ? decDone : decFull;
+    }
+    case kTable: {
+        const size_t take = n < capacity ? n : capacity;
+        const UCChar* const table = static_cast<const UCChar*>(m_table);
+        size_t i = 0;
+        for (; i < take; ++i) {
+            const UCChar u = table[data[i]];
+            if (u == kNoUnit)
+                break;
+            out[i] = u;
+        }
+        units = consumed = i;
+        if (i < take)
             return decInvalid;
         return take == n ? decDone : decFull;
     }
