@@ -142,6 +142,7 @@ TEST_F(OzmFileTest, DeclaredEncodingsAcrossBlockBoundaries) {
         {"ISO-2022-JP", "a\x1B$BF|\x1B(B", u"a\u65E5"},
         {"windows-1258", "e\xEC" "a", u"\u00E9a"},  // e and a combining acute composed; a held to the end
         {"KOI8-R", "\xF0\xD2", u"\u041F\u0440"},
+        {"ISO-8859-1", "\xE9\xC3\xA9", u"\u00E9\u00C3\u00A9"},
     };
     for (const auto& s : sets) {
         const std::string decl = std::string("<?xml version='1.0' encoding='") + s.name + "'?>";
