@@ -47,7 +47,16 @@ BATCHERR XmlDocument::ParseFile(const UCChar* path, bool validate, bool ignoreDt
             m_sourceFile->Format(4);
         if (mark || second == UCEof || !m_sourceFile->Unread(2))
             m_sourceFile->Seek(0, 0);
-        return ParseDocument(validate, ignoreDtd);
+        BATCHERR parsed = ParseDocument(validate, ignoreDtd);
+        // Bytes that are no text in the file's encoding end its input where
+        // they stand, and the parse there, whatever the parser made of that.
+        if (m_sourceFile->DecodeFailed()) {
+            FileName(path);
+            SaveErrorPos(m_line, m_col + 1);
+            parsed = SetUpError(errSyntax, u"Invalid byte sequence for encoding '%s'",
+                                OzmGlob::EncodingToName(m_sourceFile->Encoding()));
+        }
+        return parsed;
     });
     if (file)
         file->Close();
@@ -84,7 +93,16 @@ BATCHERR XmlDocument::ParseDLL(const UCChar* spec, bool validate, bool designMod
         }
         m_lwio->SetDesignMode(designMode);
         m_notifier = notifier;
-        return ParseDocument(validate, ignoreDtd);
+        BATCHERR parsed = ParseDocument(validate, ignoreDtd);
+        // A module that ends its input with errSyntax found it malformed (the
+        // built-in ones: bytes that are no text in its encoding). Columns are
+        // not counted for a module: the place is the line.
+        if (m_lwio->InputState() == errSyntax) {
+            FileName(spec);
+            SaveErrorPos(m_line, m_col);
+            parsed = SetUpError(errSyntax, u"%s", m_lwio->LastErrorMessage());
+        }
+        return parsed;
     });
     if (lwio && lwio->IsConnected())
         lwio->Close();

@@ -55,6 +55,12 @@ BATCHERR XmlDocument::ParseTextDecl(OZM_CSET& encoding, double& version, bool& s
                 encoding = OzmGlob::EncodingByName(token.c_str());
                 if (encoding == csetUnknown)
                     return SetUpError(errSyntax, u"Unsupported encoding '%s'", token.c_str());
+                // A declaration too long for the file layer to find its
+                // encoding: the text is being read as UTF-8.
+                if (m_sourceFile->DeclarationCut() && encoding != m_sourceFile->Encoding() && encoding != csetUTF16 &&
+                    encoding != csetUTF16LE && encoding != csetUTF16BE)
+                    return SetUpError(errSyntax, u"Encoding '%s' is declared too far into the file to be used",
+                                      token.c_str());
             }
             break;
         case attStandalone:

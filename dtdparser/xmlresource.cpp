@@ -47,6 +47,20 @@ const UCChar* KindOfFile(mode_t mode) {
 // without becoming the controlling terminal.
 constexpr int kOpenFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
+// Moves a place (line, col), counted as the character stream counts it, over
+// text.
+void Advance(const UCString& text, int64_t& line, int64_t& col) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        const UCChar c = text[i];
+        if (c == 10 || c == 0x2028 || (c == 13 && (i + 1 == text.size() || text[i + 1] != 10))) {
+            ++line;
+            col = 0;
+        } else if (c != 13) {
+            ++col;
+        }
+    }
+}
+
 // A descriptor closed when it goes out of scope, unless handed on.
 struct Descriptor {
     int fd = -1;
@@ -160,7 +174,7 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, const UCChar* publicId, U
     if (kind == resCatalog) {
         UCString path;
         if (m_resources.Catalog() && m_resources.Catalog()->Resolve(publicId, uri, path))
-            return ReadResourceFile(path, false, text);  // the catalogue's files are the system's own
+            return ReadResourceFile(path, false, uri, text);  // the catalogue's files are the system's own
         kind = m_resources.m_otherwiseKind;
     }
     if (kind == resNone)
@@ -176,7 +190,7 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, const UCChar* publicId, U
             }
         }
         if (said == resolvePath)
-            return ReadResourceFile(answer, false, text);
+            return ReadResourceFile(answer, false, uri, text);
         if (said != resolveText)
             return SetUpError(errOpenUri, u"URI '%s' refused by the resolver", uri);
         if (!CountExternal(answer.size(), UCString(uri)))
@@ -213,11 +227,11 @@ BATCHERR XmlDocument::ReadParsedURI(const UCChar* uri, const UCChar* publicId, U
         OzmGlob::appndext(dir, ext);
         path = dir;
     }
-    return ReadResourceFile(path, kind == resConfined, text);
+    return ReadResourceFile(path, kind == resConfined, uri, text);
 }
 
 // The whole text of the regular file at path, behind its text declaration.
-BATCHERR XmlDocument::ReadResourceFile(const UCString& path, bool confined, UCString& text) {
+BATCHERR XmlDocument::ReadResourceFile(const UCString& path, bool confined, const UCChar* uri, UCString& text) {
     int fd = -1;
     ResourceKey key;
     BATCHERR result = OpenResource(path, confined, fd, key);
@@ -251,6 +265,21 @@ BATCHERR XmlDocument::ReadResourceFile(const UCString& path, bool confined, UCSt
             break;
         text.push_back(c);
     }
+    // Bytes that are no text in the resource's encoding end it; the error
+    // names the place in the resource where they stand, behind the units of
+    // head and text.
+    UCString head;
+    auto invalid = [&] {
+        int64_t line = 1, col = 0;
+        Advance(head, line, col);
+        Advance(text, line, col);
+        const UCString enclosing = m_fileName;
+        FileName(uri);
+        SaveErrorPos(line, col + 1);
+        FileName(enclosing.c_str());
+        return SetUpError(errSyntax, u"Invalid byte sequence for encoding '%s'",
+                          OzmGlob::EncodingToName(file.Encoding()));
+    };
     // Whether the text may be copied for a later read: not when reading its
     // text declaration moved the position of the enclosing text or read
     // beyond what was pushed, which a copy would not do again.
@@ -258,14 +287,15 @@ BATCHERR XmlDocument::ReadResourceFile(const UCString& path, bool confined, UCSt
     if (OzmGlob::wcscmpi(text.c_str(), u"<?XML") == 0) {
         // A text declaration: its rest up to the first '>' is read again by
         // the declaration parser, which tests it; its values are dropped.
-        text.clear();
+        head.swap(text);
         UCChar c;
         do {
             c = file.Getc();
             if (c == UCEof)
-                return SetUpError(errSyntax, u"Error reading TextDecl");
+                return file.DecodeFailed() ? invalid() : SetUpError(errSyntax, u"Error reading TextDecl");
             text.push_back(c);
         } while (c != '>');
+        head += text;
         PushText(std::move(text));
         text.clear();
         const int64_t line = m_line, col = m_col;
@@ -283,6 +313,8 @@ BATCHERR XmlDocument::ReadResourceFile(const UCString& path, bool confined, UCSt
         double version = 1.0;
         bool standalone = true;
         result = ParseTextDecl(encoding, version, standalone);
+        if (file.DecodeFailed())
+            return invalid();
         if (result != errNone)
             return result;
         copyable = m_line == line && m_col == col && file.Pending() == pending && m_stringCursor == cursor;
@@ -306,6 +338,8 @@ BATCHERR XmlDocument::ReadResourceFile(const UCString& path, bool confined, UCSt
         if (stop != end || text.size() > maxUnits)
             break;
     }
+    if (file.DecodeFailed())
+        return invalid();
     if (text.size() > maxUnits)
         return SetUpError(errOpenUri, u"URI '%s' is larger than %u bytes", path.c_str(), unsigned(MaxResourceBytes));
     if (copyable)

@@ -30,7 +30,9 @@ enum BATCHERR : int {
     errNotReady = 62
 };
 
-// Character sets. 0 is the platform's narrow set, which is UTF-8 here.
+// Character sets. 0 is the platform's narrow set, which is UTF-8 here. Every
+// named set can be decoded: UTF-8, UTF-16, US-ASCII and ISO-8859-1 by the
+// library itself, the others through the C library's iconv.
 enum OZM_CSET : int {
     csetUnknown = -1,
     csetDefault = 0,
@@ -39,10 +41,35 @@ enum OZM_CSET : int {
     csetUTF16LE = 3,
     csetUTF16BE = 4,
     csetASCII = 5,
-    csetISO8859_1 = 11,  // csetISO8859_1 + n - 1 is ISO-8859-n, n = 1..15
+    csetISO8859_1 = 11,  // csetISO8859_1 + n - 1 is ISO-8859-n, n = 1..16 (no 12)
     csetISO8859_15 = 25,
+    csetISO8859_16 = 26,
     csetWindows1250 = 30,  // csetWindows1250 + n is windows-125n, n = 0..8
-    csetWindows1258 = 38
+    csetWindows1258 = 38,
+    csetKOI8R = 40,
+    csetKOI8U = 41,
+    csetIBM866 = 42,
+    csetIBM855 = 43,
+    csetIBM437 = 44,
+    csetIBM850 = 45,
+    csetIBM852 = 46,
+    csetIBM857 = 47,
+    csetIBM862 = 48,
+    csetMacintosh = 49,
+    csetWindows874 = 50,
+    csetTIS620 = 51,
+    csetShiftJIS = 60,
+    csetWindows31J = 61,
+    csetEUCJP = 62,
+    csetISO2022JP = 63,
+    csetISO2022JP2 = 64,
+    csetGB2312 = 70,
+    csetGBK = 71,
+    csetGB18030 = 72,
+    csetBig5 = 73,
+    csetBig5HKSCS = 74,
+    csetEUCKR = 80,
+    csetISO2022KR = 81
 };
 
 // Longest path, in UCChar with the terminator, that the fixed path buffers
@@ -84,9 +111,12 @@ public:
     // equal, otherwise the sign of the first difference.
     static int wcscmpi(const UCChar* a, const UCChar* b);
 
-    // Character set of an encoding name, in any letter case; -1 when unknown.
+    // Character set of an encoding name (a name or alias of the IANA
+    // registry, or UTF8, UTF16, LATIN1, CP1250..CP1258), in any letter case;
+    // -1 when unknown or when this system's iconv cannot decode the set.
     static OZM_CSET EncodingByName(const UCChar* name);
-    // Canonical name of a character set; "" for an unknown value. Never null.
+    // Preferred IANA name of a character set; "" for an unknown value. Never
+    // null.
     static const UCChar* EncodingToName(OZM_CSET set);
     // ISO form of a character set (the default set maps to UTF-8).
     static OZM_CSET ISOEncoding(OZM_CSET set);
@@ -129,6 +159,73 @@ OZM_API int vwsfmt(UCChar* buffer, const UCChar* format, va_list args);
 // fit is cut. A limit below 1 writes nothing.
 OZM_API int vwsnfmt(UCChar* buffer, int limit, const UCChar* format, va_list args);
 
+// Turns the bytes of a text into UCChar units, a block at a time, from
+// wherever the bytes are: OzmUCFile hands it the blocks of its buffer, and a
+// range in memory can be handed over the same way. Begin decides how the text
+// is decoded from its first bytes; Decode then converts block after block.
+//
+// The form of a text is one of OzmUCFile's formats. In the 8-bit formats (1
+// and 8) a UTF-8 byte-order mark selects UTF-8; without one, the encoding
+// named in an XML or text declaration at the start (<?xml ... encoding="..."
+// ... ?>, read as ASCII) is used when it is a set other than UTF-8 and the
+// UTF-16 forms, and UTF-8 otherwise. UTF-8 reads invalid bytes as their
+// Latin-1 value; every other 8-bit set reports them (decInvalid). The 16-bit
+// formats read UTF-16 as OzmUCFile tells.
+class OZM_API OzmTextDecoder {
+public:
+    enum Status {
+        decDone,      // all bytes used (and, with final, nothing held back)
+        decFull,      // the units filled the room: call again with the rest
+        decNeedMore,  // the bytes left begin a character that goes on in the
+                      // next block: hand them in again in front of it
+        decInvalid    // the bytes at consumed are not text in the set
+    };
+    // The most bytes that decNeedMore leaves.
+    static constexpr size_t kMaxPartial = 4;
+
+    OzmTextDecoder() = default;
+    // A copy decodes on from where the original stands, except in a set
+    // whose decoder keeps a state of its own between blocks (ISO-2022-JP,
+    // ISO-2022-JP-2, ISO-2022-KR, windows-1255, windows-1258): a copy made
+    // after the first block of such a text reports its next block invalid.
+    OzmTextDecoder(const OzmTextDecoder& other);
+    OzmTextDecoder& operator=(const OzmTextDecoder& other);
+    ~OzmTextDecoder();
+
+    // Starts a new text of format (an OzmUCFile format).
+    void Reset(int format);
+    // Looks at the first n bytes of the text: decNeedMore when they do not
+    // yet decide (only without final: more bytes can follow), otherwise
+    // decDone with skip set to the length of a byte-order mark to pass over.
+    // Decode may be called only after that.
+    Status Begin(const unsigned char* data, size_t n, bool final, size_t& skip);
+    bool Begun() const { return m_kind != 0; }
+    // Decodes the bytes [data, data + n) into out, which has room for
+    // capacity units; final says that no bytes follow. consumed receives the
+    // bytes used, units the units written.
+    Status Decode(const unsigned char* data, size_t n, UCChar* out, size_t capacity, bool final, size_t& consumed,
+                  size_t& units);
+    // The set the text is decoded from: csetUTF8, csetUTF16LE, csetUTF16BE
+    // or the declared one.
+    OZM_CSET Encoding() const { return m_set; }
+    // Whether Begin was given a declaration that the bytes it had (a whole
+    // file buffer, 64 KB) did not hold to its end: it is then read as UTF-8.
+    bool DeclarationCut() const { return m_cut; }
+
+private:
+    void Select(OZM_CSET set);
+    void CloseIconv();
+    int m_format = 1;
+    int m_kind = 0;  // 0 not begun; see ozmdecode.cpp
+    OZM_CSET m_set = csetUTF8;
+    void* m_iconv = nullptr;  // iconv_t of the iconv kind
+    const void* m_table = nullptr;  // units of the bytes, of the table kind
+    bool m_stateful = false;  // the iconv decoder holds state between blocks
+    bool m_used = false;      // a block has gone through the iconv decoder
+    bool m_lost = false;      // a copy that cannot know the state
+    bool m_cut = false;
+};
+
 // Byte file with its own buffer: one system call per buffer, never per
 // character. A copy gets a duplicate of the descriptor, so each object
 // closes its own and nothing is closed twice.
@@ -166,10 +263,13 @@ private:
     static constexpr size_t kBufferSize = 65536;
     // Room in front of the data for the bytes of a character that was cut
     // off at the end of the previous block.
-    static constexpr size_t kHeadroom = 4;
+    static constexpr size_t kHeadroom = OzmTextDecoder::kMaxPartial;
 
     int FillAndGet();
     long FillBuffer();
+    // Reads more behind the unread bytes, which move to the front of the
+    // buffer first; 0 when the buffer is full, else as FillBuffer.
+    long FillMore();
     void ResetBuffers();
     void DropReadAhead();
     void CopyFrom(const OzmBFile& other);
@@ -182,8 +282,10 @@ private:
     size_t m_writeUsed = 0;
 };
 
-// Text file of UCChar units. Formats: 1 and 8 UTF-8 (a leading byte-order
-// mark is skipped; invalid bytes read as their Latin-1 value); 4 UTF-16 in
+// Text file of UCChar units. Formats: 1 and 8 8-bit text, read in the
+// encoding that an XML or text declaration at its start names (see
+// OzmTextDecoder), UTF-8 otherwise (a leading byte-order mark is skipped;
+// invalid bytes read as their Latin-1 value), written as UTF-8; 4 UTF-16 in
 // the order of its byte-order mark (little-endian without one; written
 // little-endian with a mark); 0x6004 and 0xA004 little- and big-endian
 // UTF-16 without a mark. Getc is inline over a buffer of decoded units.
@@ -204,9 +306,17 @@ public:
     int OpenDescriptor(int fd, int format, bool owned);
     int Close();
 
-    // Next unit, or UCEof at the end of the file or on a read error; throws
+    // Next unit, or UCEof at the end of the file, on a read error and at
+    // bytes that are invalid in the text's encoding (DecodeFailed); throws
     // std::bad_alloc when the buffer of decoded units cannot be had.
     UCChar Getc() { return m_ucPos < m_ucEnd ? *m_ucPos++ : Refill(); }
+    // Whether the input ended at invalid bytes: Getc has handed out every
+    // unit in front of them and then UCEof.
+    bool DecodeFailed() const { return m_decodeFailed; }
+    // The set the text is read in (OzmTextDecoder::Encoding), once the
+    // first unit has been asked for.
+    OZM_CSET Encoding() const { return m_decoder.Encoding(); }
+    bool DeclarationCut() const { return m_decoder.DeclarationCut(); }
     int Putc(UCChar c);
     int PutString(const UCChar* text, long length = -1);
     // Only (0, 0) is needed: back to the start, the decoded buffer dropped.
@@ -236,6 +346,7 @@ private:
     static constexpr size_t kUnits = 16384;  // decoded units per refill
 
     UCChar Refill();
+    bool BeginDecoding();
     UCChar Deliver(size_t units);
     UCChar EndOfInput();
     void ResetDecoding();
@@ -247,10 +358,13 @@ private:
     UCChar* m_ucBuffer = nullptr;  // kUnits units, allocated by the first read
     const UCChar* m_ucPos = nullptr;
     const UCChar* m_ucEnd = nullptr;
-    int m_byteOrder = 0;   // format 4: 0 not yet known, 1 little, 2 big
-    bool m_atStart = true; // a byte-order mark may still follow
-    bool m_ended = false;  // end of input or read error seen
-    unsigned char m_carry[4] = {0, 0, 0, 0};
+    OzmTextDecoder m_decoder;
+    bool m_atStart = true;  // the first byte read is the first of the file
+    bool m_ended = false;   // end of input, read error or invalid bytes seen
+    bool m_eof = false;     // the descriptor has reported its end
+    bool m_invalidAhead = false;  // the units at hand stop at invalid bytes
+    bool m_decodeFailed = false;
+    unsigned char m_carry[OzmTextDecoder::kMaxPartial] = {0, 0, 0, 0};
     int m_carryCount = 0;
 };
 
@@ -292,6 +406,8 @@ public:
     virtual BATCHERR Close() = 0;
     // Up to capacity units into buffer; errNone with count > 0, errNotReady
     // when nothing is there yet, any other value at the end or on failure.
+    // errSyntax says that the input is malformed (bytes that are not text in
+    // its encoding): a parse then fails with LastErrorMessage.
     virtual BATCHERR Read(UCChar* buffer, size_t capacity, size_t& count) = 0;
     virtual BATCHERR Write(const UCChar* text, size_t count) = 0;
     virtual void SetDesignMode(bool on) { (void)on; }
@@ -327,6 +443,9 @@ public:
     const UCChar* LastErrorMessage();
     void SetDesignMode(bool on);
     bool IsConnected() const;
+    // errNone while the input goes on; then what the module answered at its
+    // end or failure (GetC gives that answer from then on).
+    BATCHERR InputState() const;
 
 private:
     struct Connection;

@@ -86,8 +86,9 @@ public:
     virtual ~XmlDocument();
 
     BATCHERR ParseString(const UCString& text, bool validate = false, bool ignoreDtd = false);
-    // Reads a file: UTF-8, or UTF-16 in either order when it starts with a
-    // byte-order mark.
+    // Reads a file: UTF-16 in either order when it starts with a byte-order
+    // mark, else in the encoding its XML declaration names (UTF-8 when it
+    // names none; see the README's Encodings).
     BATCHERR ParseFile(const UCChar* path, bool validate = false, bool ignoreDtd = false);
     // Reads through an I/O module given as "MODULE:RESOURCE?OPTIONS". The
     // notifier, if any, is asked while the module has no character ready.
@@ -268,7 +269,9 @@ private:
     // and its public identifier (null when there is none), found as the
     // policy in m_resources says (dtdparser/xmlresource.cpp).
     BATCHERR ReadParsedURI(const UCChar* uri, const UCChar* publicId, UCString& text);
-    BATCHERR ReadResourceFile(const UCString& path, bool confined, UCString& text);
+    // The resource at path; uri is its name as written, for the place of an
+    // error in it.
+    BATCHERR ReadResourceFile(const UCString& path, bool confined, const UCChar* uri, UCString& text);
     // A file as the file system knows it: device, inode, size and time of
     // change, which tell whether a text read before is still its text.
     struct ResourceKey {

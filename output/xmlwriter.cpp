@@ -186,7 +186,13 @@ BATCHERR XmlDocument::Write(XmlOutputStream& out, bool withExternals, bool lineB
 void XmlDocument::WriteParts(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape, int parts,
                              bool writeEmpty) const {
     if (parts & 1) {
-        const UCChar* encoding = OzmGlob::EncodingToName(OzmGlob::ISOEncoding(m_encoding));
+        // The text goes out as UTF-8 or UTF-16 (or as the units themselves):
+        // a document read in any other set is declared UTF-8, so that what
+        // is written never names a set its bytes are not in.
+        OZM_CSET set = OzmGlob::ISOEncoding(m_encoding);
+        if (set != csetUTF16 && set != csetUTF16LE && set != csetUTF16BE)
+            set = csetUTF8;
+        const UCChar* encoding = OzmGlob::EncodingToName(set);
         out << u"<?xml version=\"";
         out.Format(u"%1.1f", m_version);
         out << u"\" encoding=\"" << encoding << u"\"?>";

@@ -1,5 +1,5 @@
-// ozmfile.cpp - buffered byte files (OzmBFile), text files of UCChar units
-// (OzmUCFile) and the UTF-8 decoder they share with OzmGlob::DecodeUTF8.
+// ozmfile.cpp - buffered byte files (OzmBFile) and text files of UCChar units
+// (OzmUCFile), which decode through OzmTextDecoder (ozmdecode.cpp).
 #include "ozmutil.h"
 #include "platform/ozmutf8.h"
 
@@ -18,176 +18,6 @@
 
 namespace {
 
-// ---------------------------------------------------------------------------
-// UTF-8 decoding
-
-// Decodes the UTF-8 bytes [src, src + n) into dst, which must have room for n
-// units (no sequence yields more units than it has bytes). A byte that does
-// not begin a complete, valid sequence (overlong forms, encoded surrogates,
-// values above U+10FFFF, stray continuation bytes) becomes the unit of its
-// Latin-1 value and decoding goes on with the next byte. A sequence that is
-// valid so far but cut off by the end of the data is left unconsumed unless
-// final is set, in which case its bytes are taken one by one as Latin-1.
-// Returns the number of units written; *consumed receives the bytes used.
-//
-// At the AVX2 level the vector code takes windows of up to 64 bytes as long
-// as they begin with a valid sequence of up to three bytes; what stops it (a
-// four-byte sequence, an invalid byte, the last 63 bytes) goes through the
-// code below, one sequence at a time, before the vector code takes over again.
-// more (never with final) says that the data goes on after n and that the
-// caller passes what is not consumed again with it: the last 63 bytes are
-// then left unconsumed, whole sequences or not, for the vector code of the
-// next call.
-size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final, size_t* consumed,
-                     bool more = false) {
-    const unsigned char* p = src;
-    const unsigned char* const end = src + n;
-    UCChar* out = dst;
-#if defined(__x86_64__)
-    const bool wide = g_ozmUtf8Level.load(std::memory_order_relaxed) >= kOzmUtf8Avx2;
-#else
-    const bool wide = false;
-#endif
-    constexpr ptrdiff_t kWindow = 64;
-    for (;;) {
-#if defined(__x86_64__)
-        if (wide) {
-            if (end - p >= kWindow) {
-                size_t units;
-                p += OzmDecodeUtf8Avx2(p, static_cast<size_t>(end - p), out, &units);
-                out += units;
-                if (end - p >= kWindow)
-                    goto sequence;
-            }
-            if (more && p != src)
-                break;
-        }
-#endif
-        // ASCII runs go through a block at a time. Units are stored for the
-        // whole block even when it holds a non-ASCII byte; only the ASCII
-        // prefix is kept, and dst always has room for a whole block here.
-#if defined(__SSE2__)
-        while (end - p >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-            const __m128i zero = _mm_setzero_si128();
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(v, zero));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(v, zero));
-            const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(v));
-            if (mask) {
-                const unsigned k = static_cast<unsigned>(__builtin_ctz(mask));
-                p += k;
-                out += k;
-                break;
-            }
-            p += 16;
-            out += 16;
-        }
-#endif
-        while (end - p >= 8) {
-            uint64_t word;
-            std::memcpy(&word, p, 8);
-            if (word & 0x8080808080808080ULL)
-                break;
-            for (int i = 0; i < 8; ++i)
-                out[i] = p[i];
-            p += 8;
-            out += 8;
-        }
-        if (p == end)
-            break;
-    // Non-ASCII text comes in runs: after a multi-byte sequence another one
-    // is decoded straight away, without probing for an ASCII block first.
-    sequence:
-        const unsigned b0 = *p;
-        if (b0 < 0x80) {
-            *out++ = static_cast<UCChar>(b0);
-            ++p;
-            continue;
-        }
-        const size_t avail = static_cast<size_t>(end - p);
-        if (b0 >= 0xC2 && b0 <= 0xDF) {
-            if (avail >= 2) {
-                if ((p[1] & 0xC0) == 0x80) {
-                    *out++ = static_cast<UCChar>(((b0 & 0x1F) << 6) | (p[1] & 0x3F));
-                    p += 2;
-                    if (p != end && *p >= 0x80 && !(wide && end - p >= kWindow))
-                        goto sequence;
-                    continue;
-                }
-            } else if (!final) {
-                break;
-            }
-        } else if (b0 >= 0xE0 && b0 <= 0xEF) {
-            // E0 needs A0..BF next (no overlongs), ED needs 80..9F (no surrogates).
-            const unsigned lo = b0 == 0xE0 ? 0xA0 : 0x80;
-            const unsigned hi = b0 == 0xED ? 0x9F : 0xBF;
-            if (avail >= 2 && (p[1] < lo || p[1] > hi)) {
-                // invalid
-            } else if (avail >= 3) {
-                if ((p[2] & 0xC0) == 0x80) {
-                    *out++ = static_cast<UCChar>(((b0 & 0x0F) << 12) | ((p[1] & 0x3F) << 6) | (p[2] & 0x3F));
-                    p += 3;
-                    if (p != end && *p >= 0x80 && !(wide && end - p >= kWindow))
-                        goto sequence;
-                    continue;
-                }
-            } else if (!final) {
-                break;
-            }
-        } else if (b0 >= 0xF0 && b0 <= 0xF4) {
-            // F0 needs 90..BF next (no overlongs), F4 needs 80..8F (nothing past U+10FFFF).
-            const unsigned lo = b0 == 0xF0 ? 0x90 : 0x80;
-            const unsigned hi = b0 == 0xF4 ? 0x8F : 0xBF;
-            if (avail >= 2 && (p[1] < lo || p[1] > hi)) {
-                // invalid
-            } else if (avail >= 3 && (p[2] & 0xC0) != 0x80) {
-                // invalid
-            } else if (avail >= 4) {
-                if ((p[3] & 0xC0) == 0x80) {
-                    const uint32_t cp = ((b0 & 0x07u) << 18) | ((p[1] & 0x3Fu) << 12) | ((p[2] & 0x3Fu) << 6) |
-                                        (p[3] & 0x3Fu);
-                    out[0] = static_cast<UCChar>(0xD800 + ((cp - 0x10000) >> 10));
-                    out[1] = static_cast<UCChar>(0xDC00 + (cp & 0x3FF));
-                    out += 2;
-                    p += 4;
-                    continue;
-                }
-            } else if (!final) {
-                break;
-            }
-        }
-        // Not the start of a valid sequence: the byte stands for itself.
-        *out++ = static_cast<UCChar>(b0);
-        ++p;
-    }
-    *consumed = static_cast<size_t>(p - src);
-    return static_cast<size_t>(out - dst);
-}
-
-bool IsUtf8Bom(const unsigned char* p) { return p[0] == 0xEF && p[1] == 0xBB && p[2] == 0xBF; }
-
-// The first n (< 3) bytes of a UTF-8 byte-order mark.
-bool IsUtf8BomPrefix(const unsigned char* p, size_t n) {
-    static const unsigned char bom[3] = {0xEF, 0xBB, 0xBF};
-    return std::memcmp(p, bom, n) == 0;
-}
-
-// Units of n / 2 UTF-16 byte pairs.
-size_t DecodeUtf16Run(const unsigned char* src, size_t n, UCChar* dst, bool bigEndian) {
-    const size_t units = n / 2;
-    const bool native = bigEndian == (__BYTE_ORDER__ == __ORDER_BIG_ENDIAN__);
-    if (native) {
-        std::memcpy(dst, src, units * 2);
-    } else if (bigEndian) {
-        for (size_t i = 0; i < units; ++i)
-            dst[i] = static_cast<UCChar>((src[2 * i] << 8) | src[2 * i + 1]);
-    } else {
-        for (size_t i = 0; i < units; ++i)
-            dst[i] = static_cast<UCChar>(src[2 * i] | (src[2 * i + 1] << 8));
-    }
-    return units;
-}
-
 bool IsUtf16Format(int format) { return format == 4 || format == 0x6004 || format == 0xA004; }
 
 bool IsKnownFormat(int format) { return format == 1 || format == 8 || IsUtf16Format(format); }
@@ -199,36 +29,6 @@ int RetryClose(int fd) {
 }
 
 }  // namespace
-
-void OzmGlob::DecodeUTF8(const unsigned char* data, size_t length, UCString& out) {
-    if (!data || length == 0) {
-        out.clear();
-        return;
-    }
-    if (length >= 3 && IsUtf8Bom(data)) {
-        data += 3;
-        length -= 3;
-    }
-    // Decoded a block at a time into a local buffer and appended: resizing
-    // the string first would fill it with zeros only to overwrite them (which
-    // costs more than the copy). The block's 8,000 bytes stay below the size
-    // from which the C library copies with string instructions, which
-    // instruction counts show a byte at a time. A sequence cut by the end of
-    // a block is decoded at the start of the next; so are the last bytes of a
-    // block that the vector code leaves.
-    out.clear();
-    out.reserve(length);
-    constexpr size_t kBlock = 4000;
-    UCChar units[kBlock];
-    while (length > 0) {
-        const bool final = length <= kBlock;
-        size_t consumed;
-        const size_t n = DecodeUtf8Run(data, final ? length : kBlock, units, final, &consumed, !final);
-        out.append(units, n);
-        data += consumed;
-        length -= consumed;
-    }
-}
 
 // ---------------------------------------------------------------------------
 // OzmBFile
@@ -413,6 +213,27 @@ long OzmBFile::FillBuffer() {
     return static_cast<long>(n);
 }
 
+long OzmBFile::FillMore() {
+    if (m_handle == -1 || !m_buffer)
+        return -1;
+    if (m_writeUsed && Flush() != 0)
+        return -1;
+    unsigned char* data = m_buffer + kHeadroom;
+    const size_t have = static_cast<size_t>(m_readEnd - m_readPos);
+    std::memmove(data, m_readPos, have);
+    m_readPos = data;
+    m_readEnd = data + have;
+    if (have == kBufferSize)
+        return 0;
+    ssize_t n;
+    do {
+        n = ::read(m_handle, data + have, kBufferSize - have);
+    } while (n < 0 && errno == EINTR);
+    if (n > 0)
+        m_readEnd += n;
+    return static_cast<long>(n);
+}
+
 int OzmBFile::FillAndGet() {
     if (FillBuffer() <= 0)
         return -1;
@@ -524,9 +345,12 @@ void OzmUCFile::CopyState(const OzmUCFile& other) {
     m_format = other.m_format;
     if (m_handle == -1)
         return;
-    m_byteOrder = other.m_byteOrder;
+    m_decoder = other.m_decoder;
     m_atStart = other.m_atStart;
     m_ended = other.m_ended;
+    m_eof = other.m_eof;
+    m_invalidAhead = other.m_invalidAhead;
+    m_decodeFailed = other.m_decodeFailed;
     std::memcpy(m_carry, other.m_carry, sizeof m_carry);
     m_carryCount = other.m_carryCount;
     size_t pending = static_cast<size_t>(other.m_ucEnd - other.m_ucPos);
@@ -544,9 +368,9 @@ void OzmUCFile::CopyState(const OzmUCFile& other) {
 void OzmUCFile::ResetDecoding() {
     m_unitsDecoded = 0;
     m_ucPos = m_ucEnd = m_ucBuffer;
-    m_byteOrder = 0;
+    m_decoder.Reset(m_format);
     m_atStart = true;
-    m_ended = false;
+    m_ended = m_eof = m_invalidAhead = m_decodeFailed = false;
     m_carryCount = 0;
 }
 
@@ -648,75 +472,87 @@ UCChar OzmUCFile::EndOfInput() {
     return UCEof;
 }
 
-// Decodes the next chunk of the byte buffer in the current format. Bytes of
-// a character cut off at the end of the buffer wait in m_carry and are put
-// back in front of the next block (into the buffer's headroom).
+// Lets the decoder decide how the text is read: from its first bytes, read
+// until they decide or the buffer is full, when the file is read from its
+// start (a byte-order mark or a declaration may stand there); from nothing
+// otherwise. False on a read error.
+bool OzmUCFile::BeginDecoding() {
+    m_decoder.Reset(m_format);
+    size_t skip = 0;
+    if (!m_atStart) {
+        m_decoder.Begin(nullptr, 0, true, skip);
+        return true;
+    }
+    for (;;) {
+        const size_t avail = static_cast<size_t>(m_readEnd - m_readPos);
+        const bool full = avail == kBufferSize;
+        if (m_decoder.Begin(m_readPos, avail, m_eof || full, skip) != OzmTextDecoder::decNeedMore)
+            break;
+        const long got = FillMore();
+        if (got < 0)
+            return false;
+        m_eof = got == 0;
+    }
+    m_readPos += skip;
+    m_atStart = false;
+    return true;
+}
+
+// Decodes the next block of the byte buffer. The bytes of a character cut
+// off at the end of the buffer wait in m_carry and are put back in front of
+// the next block (into the buffer's headroom). Invalid bytes end the input
+// once the units in front of them have been read.
 UCChar OzmUCFile::Refill() {
     if (m_ended || m_handle == -1) {
         m_ucPos = m_ucEnd;
         return UCEof;
     }
+    if (m_invalidAhead) {
+        m_decodeFailed = true;
+        return EndOfInput();
+    }
     // Running out of memory is no end of the input: it throws.
     if (!m_ucBuffer)
         m_ucBuffer = new UCChar[kUnits];
-    const bool utf16 = IsUtf16Format(m_format);
+    if (!m_decoder.Begun() && !BeginDecoding())
+        return EndOfInput();
     for (;;) {
-        if (m_readPos == m_readEnd && FillBuffer() <= 0) {
-            size_t units = 0;
-            if (m_carryCount && !utf16) {
-                size_t used;
-                units = DecodeUtf8Run(m_carry, static_cast<size_t>(m_carryCount), m_ucBuffer, true, &used);
-            }
-            // An odd byte left over from UTF-16 is dropped.
-            m_carryCount = 0;
-            return units ? Deliver(units) : EndOfInput();
-        }
-        unsigned char* p = m_buffer + (m_readPos - m_buffer) - m_carryCount;
-        std::memcpy(p, m_carry, static_cast<size_t>(m_carryCount));
-        m_carryCount = 0;
-        if (m_atStart) {
-            size_t avail = static_cast<size_t>(m_readEnd - p);
-            if (utf16) {
-                if (avail >= 2) {
-                    const bool le = p[0] == 0xFF && p[1] == 0xFE;
-                    const bool be = p[0] == 0xFE && p[1] == 0xFF;
-                    if (m_format == 4) {
-                        m_byteOrder = be ? 2 : 1;
-                        if (le || be)
-                            p += 2;
-                    } else if ((m_format == 0x6004 && le) || (m_format == 0xA004 && be)) {
-                        p += 2;
-                    }
-                    m_atStart = false;
-                }
-            } else if (avail >= 3) {
-                if (IsUtf8Bom(p))
-                    p += 3;
-                m_atStart = false;
-            } else if (!IsUtf8BomPrefix(p, avail)) {
-                m_atStart = false;
-            }
-        }
-        const size_t left = static_cast<size_t>(m_readEnd - p);
-        const size_t take = left < kUnits ? left : kUnits;
-        size_t used;
-        size_t units;
-        if (utf16) {
-            const bool big = m_format == 0xA004 || (m_format == 4 && m_byteOrder == 2);
-            units = DecodeUtf16Run(p, take, m_ucBuffer, big);
-            used = units * 2;
+        OzmTextDecoder::Status status;
+        size_t used, units;
+        if (m_readPos == m_readEnd && (m_eof || FillBuffer() <= 0)) {
+            // The end: what was held back is decoded for good.
+            m_eof = true;
+            const size_t count = static_cast<size_t>(m_carryCount);
+            status = m_decoder.Decode(m_carry, count, m_ucBuffer, kUnits, true, used, units);
+            m_carryCount = static_cast<int>(count - used);
+            std::memmove(m_carry, m_carry + used, static_cast<size_t>(m_carryCount));
+            if (status == OzmTextDecoder::decDone)
+                m_carryCount = 0;
         } else {
-            units = DecodeUtf8Run(p, take, m_ucBuffer, false, &used);
+            unsigned char* p = m_buffer + (m_readPos - m_buffer) - m_carryCount;
+            std::memcpy(p, m_carry, static_cast<size_t>(m_carryCount));
+            m_carryCount = 0;
+            const size_t left = static_cast<size_t>(m_readEnd - p);
+            status = m_decoder.Decode(p, left, m_ucBuffer, kUnits, false, used, units);
+            m_readPos = p + used;
+            if (status == OzmTextDecoder::decNeedMore) {
+                m_carryCount = static_cast<int>(left - used);
+                std::memcpy(m_carry, m_readPos, static_cast<size_t>(m_carryCount));
+                m_readPos = m_readEnd;
+            }
         }
-        p += used;
-        m_readPos = p;
-        if (take == left && used < left) {
-            m_carryCount = static_cast<int>(left - used);
-            std::memcpy(m_carry, p, static_cast<size_t>(m_carryCount));
-            m_readPos = m_readEnd;
+        if (status == OzmTextDecoder::decInvalid) {
+            if (units) {
+                m_invalidAhead = true;
+                return Deliver(units);
+            }
+            m_decodeFailed = true;
+            return EndOfInput();
         }
         if (units)
             return Deliver(units);
+        if (m_eof && status == OzmTextDecoder::decDone)
+            return EndOfInput();
     }
 }
 

@@ -53,7 +53,8 @@ UCString SystemError(int err) { return FromNarrow(std::strerror(err)); }
 
 // ---------------------------------------------------------------------------
 // Built-in modules. Both read through OzmUCFile, so their input decodes
-// exactly as a text file does.
+// exactly as a text file does, in the encoding its declaration names; bytes
+// that are no text in it end the input with errSyntax.
 
 class UCFileModule : public OzmIOModule {
 public:
@@ -76,6 +77,9 @@ public:
                 break;
             // Nothing decoded: Getc reads and decodes the next block.
             UCChar c = m_file.Getc();
+            if (c == UCEof && m_file.DecodeFailed())
+                return SetError(errSyntax, u"Invalid byte sequence for encoding '" +
+                                               UCString(OzmGlob::EncodingToName(m_file.Encoding())) + u"'");
             if (c == UCEof)
                 return kEndOfInput;
             buffer[count++] = c;
@@ -124,8 +128,9 @@ protected:
     size_t m_peekPos = 0;
 };
 
-// "file:PATH": reads UTF-8, or UTF-16 when the file starts with a
-// byte-order mark; writes UTF-8, appending with mode bit 0x2000.
+// "file:PATH": reads UTF-8, the encoding its declaration names, or UTF-16
+// when the file starts with a byte-order mark; writes UTF-8, appending with
+// mode bit 0x2000.
 class FileModule : public UCFileModule {
 public:
     BATCHERR Open(const UCChar* resource, const UCChar* options, short mode) override {
@@ -160,8 +165,8 @@ public:
     }
 };
 
-// "fd:N": reads UTF-8 from, or writes UTF-8 to, an open descriptor, which
-// stays open.
+// "fd:N": reads UTF-8 (or the encoding its declaration names) from, or
+// writes UTF-8 to, an open descriptor, which stays open.
 class FdModule : public UCFileModule {
 public:
     BATCHERR Open(const UCChar* resource, const UCChar* options, short mode) override {
@@ -483,3 +488,5 @@ void OzmLightweightIO::SetDesignMode(bool on) {
 }
 
 bool OzmLightweightIO::IsConnected() const { return m_conn && m_conn->connected; }
+
+BATCHERR OzmLightweightIO::InputState() const { return m_conn && m_conn->reading ? m_conn->inState : errNone; }

@@ -94,7 +94,8 @@ TEST(WriterTest, DocumentText) {
         {false, u"", 1.0, csetUTF8, 7, true, true, DECL u"\n\n"},
         {true, u"", 1.06, csetUTF8, 1, false, false, u"<?xml version=\"1.1\" encoding=\"UTF-8\"?>"},
         {true, u"", 1.0, csetDefault, 1, false, false, DECL},
-        {true, u"", 2.0, csetISO8859_1, 1, true, false, u"<?xml version=\"2.0\" encoding=\"ISO-8859-1\"?>\n"},
+        {true, u"", 2.0, csetISO8859_1, 1, true, false, u"<?xml version=\"2.0\" encoding=\"UTF-8\"?>\n"},
+        {true, u"", 1.0, csetUTF16BE, 1, false, false, u"<?xml version=\"1.0\" encoding=\"UTF-16BE\"?>"},
     };
     for (const auto& c : cases) {
         XmlDocument doc;

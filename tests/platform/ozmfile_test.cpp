@@ -108,3 +108,107 @@ TEST_F(OzmFileTest, ReadSeekAndWriteInBulk) {
 }
 
 }  // namespace
+
+namespace {
+
+// What a file of format 8 reads as: its units, then whether it ended at
+// invalid bytes, the set it was read in and whether its declaration was cut.
+struct Read8 {
+    UCString units;
+    bool failed;
+    OZM_CSET set;
+    bool cut;
+};
+Read8 ReadFile8(const std::string& path) {
+    OzmUCFile f;
+    if (f.Open(U(path).c_str(), u"rb", 8, csetDefault) != 0)
+        return {u"<no file>", false, csetUnknown, false};
+    UCString units = ReadAll(f);
+    return {units, f.DecodeFailed(), f.Encoding(), f.DeclarationCut()};
+}
+
+// Characters of every length cut at every place by the byte buffer (64 KB)
+// and by the block of decoded units (16384), and characters that a stateful
+// decoder holds back across them: each text is shifted by 0 to 11 bytes.
+TEST_F(OzmFileTest, DeclaredEncodingsAcrossBlockBoundaries) {
+    const struct {
+        const char* name;
+        std::string chunk;  // bytes of a few characters
+        UCString units;     // what they read as
+    } sets[] = {
+        {"Shift_JIS", "\x93\xFA" "a\x96\x7B", u"\u65E5a\u672C"},
+        {"EUC-JP", "\x8F\xB0\xA1\xC6\xFC", u"\u4E02\u65E5"},
+        {"GB18030", "\x95\x32\x82\x36" "b", u"\U00020000b"},
+        {"ISO-2022-JP", "a\x1B$BF|\x1B(B", u"a\u65E5"},
+        {"windows-1258", "e\xEC" "a", u"\u00E9a"},  // e and a combining acute composed; a held to the end
+        {"KOI8-R", "\xF0\xD2", u"\u041F\u0440"},
+        {"ISO-8859-1", "\xE9\xC3\xA9", u"\u00E9\u00C3\u00A9"},
+    };
+    for (const auto& s : sets) {
+        const std::string decl = std::string("<?xml version='1.0' encoding='") + s.name + "'?>";
+        for (size_t shift = 0; shift < 12; ++shift) {
+            std::string bytes = decl + std::string(shift, 'a');
+            UCString units = U(bytes);
+            while (bytes.size() < 140000)
+                bytes += s.chunk, units += s.units;
+            const Read8 r = ReadFile8(tmp.Write("s.xml", bytes));
+            EXPECT_TRUE(r.units == units && !r.failed) << s.name << " shifted by " << shift;
+            EXPECT_EQ(OzmGlob::EncodingToName(r.set), U(s.name));
+        }
+    }
+    // US-ASCII: a byte beyond ASCII at every place around the blocks of
+    // sixteen that are widened at once ends the text right in front of it.
+    for (size_t n = 0; n < 40; ++n) {
+        const std::string decl = "<?xml encoding='us-ascii'?>";
+        const Read8 r = ReadFile8(tmp.Write("a.xml", decl + std::string(n, 'x') + "\x80yz"));
+        EXPECT_TRUE(r.units == U(decl) + UCString(n, u'x') && r.failed) << n;
+    }
+    // The declaration is looked for in the first 64 KB: ending at byte 65536
+    // it is used, beyond that the text reads as UTF-8 and says so.
+    for (size_t end = 65534; end <= 65538; ++end) {
+        const std::string tail = " encoding='KOI8-R'?>";
+        const std::string decl = "<?xml" + std::string(end - 5 - tail.size(), ' ') + tail;
+        const Read8 r = ReadFile8(tmp.Write("w.xml", decl + "\xF0\xD2"));
+        const bool used = end <= 65536;
+        EXPECT_EQ(r.units, U(decl) + (used ? u"\u041F\u0440" : u"\u00F0\u00D2")) << end;
+        EXPECT_EQ(std::make_pair(r.set, r.cut), std::make_pair(used ? csetKOI8R : csetUTF8, !used)) << end;
+    }
+}
+
+// The declaration read from a pipe that delivers a byte at a time; a copy of a
+// text in a set whose decoder holds a state cannot go on decoding it.
+TEST_F(OzmFileTest, DeclarationFromAPipeAndCopies) {
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    const std::string text = "<?xml encoding='ISO-8859-5'?>\xBF\xE0\xDE\xDC\xEF\xDD\xD0";
+    std::thread writer([&] {
+        for (char c : text) {
+            EXPECT_EQ(write(fds[1], &c, 1), 1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        close(fds[1]);
+    });
+    OzmUCFile f;
+    ASSERT_EQ(f.OpenDescriptor(fds[0], 1, true), 0);
+    UCString got = ReadAll(f);
+    writer.join();
+    EXPECT_EQ(got, u"<?xml encoding='ISO-8859-5'?>\u041F\u0440\u043E\u043C\u044F\u043D\u0430");
+
+    // A copy reads on where the original stands (sharing its descriptor):
+    // to the end in KOI8-R, up to the units it took over in ISO-2022-JP.
+    for (const bool stateful : {false, true}) {
+        std::string bytes = stateful ? "<?xml encoding='ISO-2022-JP'?>" : "<?xml encoding='KOI8-R'?>";
+        for (int i = 0; i < 20000; ++i)
+            bytes += stateful ? "\x1B$BF|\x1B(B" : "\xF0";
+        tmp.Write("c.xml", bytes);
+        ASSERT_EQ(Open(f, "c.xml", u"r", 1), 0);
+        EXPECT_EQ(f.Getc(), u'<');
+        OzmUCFile copy(f);
+        const UCString rest = ReadAll(copy);
+        EXPECT_EQ(rest.size(), stateful ? size_t(f.PendingEnd() - f.Pending()) : 24u + 20000) << stateful;
+        EXPECT_EQ(rest.back(), stateful ? u'\u65E5' : u'\u041F');
+        EXPECT_EQ(copy.DecodeFailed(), stateful);
+    }
+}
+
+}  // namespace

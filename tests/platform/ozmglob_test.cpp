@@ -48,18 +48,25 @@ TEST(OzmGlobTest, CompareAndEncodingNames) {
         EXPECT_TRUE(eq ? G::wcscmpi(a, b) == 0 : G::wcscmpi(a, b) < 0 && G::wcscmpi(b, a) > 0) << Narrow(a);
     const std::pair<const UCChar*, int> names[] = {
         {u"utf-8", 1}, {u"Utf8", 1}, {u"utf-16le", 3}, {u"ascii", 5}, {u"ISO-8859-11", 21}, {u"latin1", 11},
-        {u"WINDOWS-1252", 32}, {u"cp1252", 32}, {u"ISO-8859-12", -1}, {u"ISO-8859-16", -1}, {u"ISO-8859-01", -1},
-        {u"windows-1259", -1}, {u"UTF-8 ", -1}, {u"", -1}, {u"\u00DCTF-8", -1}, {nullptr, -1}};
+        {u"WINDOWS-1252", 32}, {u"cp1252", 32}, {u"ISO-8859-12", -1}, {u"ISO-8859-16", 26}, {u"ISO-8859-01", -1},
+        {u"windows-1259", -1}, {u"UTF-8 ", -1}, {u"", -1}, {u"\u00DCTF-8", -1}, {nullptr, -1},
+        // The registry's aliases; sets that are not ASCII at the start, and names outside the registry, are unknown.
+        {u"ms_kanji", csetShiftJIS}, {u"CSSHIFTJIS", csetShiftJIS}, {u"cp866", csetIBM866}, {u"866", csetIBM866},
+        {u"ISO_8859-5:1988", 15}, {u"cyrillic", 15}, {u"csISO88598I", 18}, {u"L10", 26}, {u"csGBK", csetGBK},
+        {u"windows-936", csetGBK}, {u"big5-hkscs", csetBig5HKSCS}, {u"csISO2022JP", csetISO2022JP},
+        {u"Extended_UNIX_Code_Packed_Format_for_Japanese", csetEUCJP}, {u"x-sjis", -1}, {u"UTF-32", -1},
+        {u"UTF-7", -1}, {u"EBCDIC-US", -1}, {u"x-mac-cyrillic", -1}, {u"KOI8-RU", -1}};
     for (const auto& c : names)
         EXPECT_EQ(G::EncodingByName(c.first), c.second) << Narrow(Str(c.first));
     int named = 0;
-    for (int set = 1; set <= 40; ++set) {
+    for (int set = 1; set <= 100; ++set) {
         std::u16string name = G::EncodingToName(OZM_CSET(set));
         named += !name.empty();
         EXPECT_TRUE(name.empty() || G::EncodingByName(name.c_str()) == set) << set;
     }
-    EXPECT_EQ(named, 5 + 14 + 9);
-    EXPECT_EQ(UCString(G::EncodingToName(csetASCII)), u"US-ASCII");
+    EXPECT_EQ(named, 5 + 15 + 9 + 24);
+    EXPECT_EQ(UCString(G::EncodingToName(csetASCII)) + G::EncodingToName(csetShiftJIS) + G::EncodingToName(csetBig5),
+              u"US-ASCIIShift_JISBig5");
     EXPECT_EQ(G::ISOEncoding(csetDefault), csetUTF8);
 }
 
