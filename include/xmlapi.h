@@ -8,3 +8,4 @@
 #include "xmldocument.h"
 #include "xmloutput.h"
 #include "xmlresources.h"
+#include "xmlvalidate.h"

@@ -1,0 +1,964 @@
+// XmlDocument::Validate: the tree checked against a definition (see
+// xmlvalidate.h for what is checked).
+//
+// One walk over the tree, with its own stack of open elements. What the
+// definition says of an element name is looked up once per check and kept
+// by the number of the name in the document's name table; a content model
+// is compiled into an XmlAutomaton when an element first needs it. IDREF
+// values are kept until the walk has seen every ID.
+#include <algorithm>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "input/xmlcharstream.h"
+#include "validate/xmlautomaton.h"
+#include "xmldocument.h"
+
+namespace {
+
+using View = std::u16string_view;
+
+// The lookups of XmlDtd keep indexes that they build on first use, so that
+// a definition shared by checks on several threads is looked up under this
+// lock. Each check asks once per name and keeps the answer.
+std::mutex s_dtdLookup;
+
+bool IsSpace(UCChar c) { return c == 0x20 || c == 0x09 || c == 0x0A || c == 0x0D; }
+bool NameStart(UCChar c) { return c < 0x80 ? (kXmlAsciiNames.cls[c] & 1) != 0 : XmlIsNameStartRule(c); }
+bool NameChar(UCChar c) { return c < 0x80 ? (kXmlAsciiNames.cls[c] & 2) != 0 : XmlIsNameCharRule(c); }
+
+bool IsName(View v) {
+    if (v.empty() || !NameStart(v[0]))
+        return false;
+    for (UCChar c : v.substr(1))
+        if (!NameChar(c))
+            return false;
+    return true;
+}
+bool IsNmtoken(View v) {
+    if (v.empty())
+        return false;
+    for (UCChar c : v)
+        if (!NameChar(c))
+            return false;
+    return true;
+}
+
+// The tokens of a value: runs of anything but white space.
+template <class Each>
+void Tokens(View v, Each&& each) {
+    size_t i = 0;
+    while (i < v.size()) {
+        while (i < v.size() && IsSpace(v[i]))
+            ++i;
+        size_t j = i;
+        while (j < v.size() && !IsSpace(v[j]))
+            ++j;
+        if (j > i)
+            each(v.substr(i, j - i));
+        i = j;
+    }
+}
+
+// v with leading and trailing white space dropped and each inner run made
+// one blank, in out.
+void Collapse(View v, UCString& out) {
+    out.clear();
+    Tokens(v, [&](View token) {
+        if (!out.empty())
+            out += u' ';
+        out += token;
+    });
+}
+
+UCString Quoted(View v) {
+    // Long values are shown by their start.
+    constexpr size_t kShown = 60;
+    UCString out = u"'";
+    out += v.substr(0, kShown);
+    if (v.size() > kShown)
+        out += u"...";
+    return out + u"'";
+}
+
+const UCChar* ModText(int mod) {
+    return mod == countPlus ? u"+" : mod == countStar ? u"*" : mod == countOptional ? u"?" : u"";
+}
+
+// A content model as a declaration writes it, shortened when long.
+UCString ModelText(const XmlElementDef& def) {
+    constexpr size_t kLongest = 160;
+    const XmlContentPart& model = def.Contents();
+    UCString out;
+    if (def.Type() == elemMixed) {
+        out = u"(#PCDATA";
+        std::vector<UCString> names;
+        if (model.Type() != cpNone)
+            model.ListOfNames(names);
+        for (const UCString& name : names) {
+            if (out.size() > kLongest)
+                return out + u" | ...)*";
+            out += u" | " + name;
+        }
+        return out + (names.empty() ? u")" : u")*");
+    }
+    struct Frame {
+        const XmlContentPart* part;
+        int next;
+    };
+    std::vector<Frame> stack;
+    stack.push_back({&model, -1});
+    while (!stack.empty() && out.size() <= kLongest) {
+        Frame& f = stack.back();
+        const XmlContentPart& part = *f.part;
+        if (part.Type() != cpSequence && part.Type() != cpChoice) {
+            out += part.Name();
+            out += ModText(part.CountMod());
+            stack.pop_back();
+            continue;
+        }
+        if (f.next < 0) {
+            out += u'(';
+            f.next = 0;
+        }
+        if (f.next < part.Count()) {
+            if (f.next > 0)
+                out += part.Type() == cpSequence ? u", " : u" | ";
+            const XmlContentPart* member = &part[f.next++];
+            stack.push_back({member, -1});
+            continue;
+        }
+        out += u')';
+        out += ModText(part.CountMod());
+        stack.pop_back();
+    }
+    if (!stack.empty())
+        out += u" ...";
+    return out;
+}
+
+}  // namespace
+
+class XmlValidator {
+public:
+    XmlValidator(const XmlDocument& doc, const XmlDtd& dtd, std::vector<XmlViolation>& out, size_t most)
+        : m_doc(doc), m_dtd(dtd), m_out(out), m_most(most) {
+        m_tableSize = int(doc.m_names.size());
+    }
+
+    void Run();
+
+private:
+    // What the definition says of one attribute.
+    struct AttInfo {
+        const XmlAttDef* def = nullptr;
+        UCString fixed;     // the #FIXED value as compared
+        bool fixedOk = true;  // the fixed value could be worked out
+        std::unordered_set<View> values;  // of a long enumeration
+    };
+    // What the definition says of one element name.
+    struct ElementInfo {
+        const UCChar* name = u"";
+        const XmlElementDef* def = nullptr;
+        const XmlAttrList* list = nullptr;
+        std::vector<AttInfo> atts;  // the first definition of each name
+        std::unordered_map<View, int> attIndex;  // when there are many
+        std::vector<int> required;
+        std::vector<uint64_t> stamps;  // the element that last had each attribute
+        std::unique_ptr<XmlAutomaton> automaton;
+        bool compiled = false;
+        bool nondeterministicReported = false;
+        std::vector<int> mixed;  // keys that mixed content lists, sorted
+        UCString model;          // for messages
+    };
+    struct Ref {
+        const XmlElement* element;
+        int attribute;
+        View id;
+    };
+
+    // Appends a violation; false once the limit is reached.
+    bool Report(int kind, UCString message, const XmlElement* element);
+    bool Full() const { return m_stopped; }
+    int KeyOf(const XmlElement* e);
+    int KeyOfName(const UCChar* name);
+    ElementInfo& Info(int key, const XmlElement* e);
+    void Describe(ElementInfo& info);
+    const XmlEntityDef* Entity(View name);
+    bool CheckDefinition();
+    bool Visit(const XmlElement* e);
+    bool CheckAttributes(const XmlElement* e, ElementInfo& info);
+    bool CheckValue(const XmlElement* e, int index, const ElementInfo& info, const AttInfo& att);
+    bool CheckContent(const XmlElement* e, ElementInfo& info);
+    bool CheckChildren(const XmlElement* e, ElementInfo& info);
+    // The value as XML reads it, references replaced and white space as
+    // blanks, in out; false with the fault in fault when a reference
+    // cannot be replaced.
+    bool Expand(View raw, UCString& out, UCString& fault);
+    bool CheckDanglingRefs();
+    // Visits the tree depth first, the root first, with the open elements
+    // (the ancestors of the one visited) on m_open; stops when visit gives
+    // false.
+    template <class Visit>
+    bool Walk(Visit&& visit) {
+        m_open.clear();
+        const XmlElement* e = m_doc.RootElement();
+        while (e) {
+            if (!visit(e))
+                return false;
+            if (e->Child()) {
+                m_open.push_back(e);
+                e = e->Child();
+                continue;
+            }
+            for (;;) {
+                if (m_open.empty()) {
+                    e = nullptr;
+                    break;
+                }
+                if (e->Next()) {
+                    e = e->Next();
+                    break;
+                }
+                e = m_open.back();
+                m_open.pop_back();
+            }
+        }
+        return true;
+    }
+    UCString PathOf(const XmlElement* e);
+    const UCChar* AttName(const XmlElement* e, int index) const { return e->GetAttributeName(index); }
+    UCString Where(const XmlElement* e, int index) const {
+        return u"attribute '" + UCString(AttName(e, index)) + u"' of element '" + e->Name() + u"'";
+    }
+
+    const XmlDocument& m_doc;
+    const XmlDtd& m_dtd;
+    std::vector<XmlViolation>& m_out;
+    size_t m_most;
+    bool m_stopped = false;
+    int m_tableSize = 0;
+    std::map<UCString, int, std::less<>> m_extraKeys;  // names the document's table lacks
+    std::vector<int> m_infoOf;                         // key -> index in m_infos, or -1
+    std::deque<ElementInfo> m_infos;
+    uint64_t m_serial = 0;  // the element being visited
+    // The walk's open elements, the root first.
+    std::vector<const XmlElement*> m_open;
+    // Positions among siblings of one name, per parent, made when a path
+    // needs them: child -> (position from 1, count of that name).
+    std::unordered_map<const XmlElement*, std::unordered_map<const XmlElement*, std::pair<int, int>>> m_ranks;
+    std::unordered_map<UCString, const XmlEntityDef*> m_entities;
+    std::unordered_set<View> m_ids;
+    std::vector<Ref> m_refs;
+    std::deque<UCString> m_kept;  // values that IDs and references point into
+    UCString m_value, m_scratch;
+    uint64_t m_expanded = 0, m_rawUnits = 0;
+};
+
+const UCChar* XmlViolation::KindName(int kind) {
+    static const UCChar* const kNames[] = {u"",
+                                           u"no-definition",
+                                           u"root-name",
+                                           u"undeclared-element",
+                                           u"empty-content",
+                                           u"mixed-content",
+                                           u"element-content",
+                                           u"text-in-content",
+                                           u"nondeterministic",
+                                           u"undeclared-attribute",
+                                           u"duplicate-attribute",
+                                           u"missing-attribute",
+                                           u"fixed-attribute",
+                                           u"enumeration",
+                                           u"attribute-syntax",
+                                           u"duplicate-id",
+                                           u"dangling-idref",
+                                           u"entity-attribute",
+                                           u"reference",
+                                           u"duplicate-element-decl",
+                                           u"attribute-decl",
+                                           u"out-of-memory"};
+    return kind > 0 && size_t(kind) < sizeof kNames / sizeof kNames[0] ? kNames[kind] : u"";
+}
+
+bool XmlValidator::Report(int kind, UCString message, const XmlElement* element) {
+    if (m_stopped)
+        return false;
+    UCString path = element ? PathOf(element) : UCString();
+    m_out.emplace_back(kind, std::move(message), element, std::move(path));
+    if (m_most && m_out.size() >= m_most)
+        m_stopped = true;
+    return !m_stopped;
+}
+
+int XmlValidator::KeyOfName(const UCChar* name) {
+    auto it = m_doc.m_nameIndex.find(View(name));
+    if (it != m_doc.m_nameIndex.end())
+        return it->second;
+    auto extra = m_extraKeys.find(View(name));
+    if (extra != m_extraKeys.end())
+        return extra->second;
+    const int key = m_tableSize + int(m_extraKeys.size());
+    m_extraKeys.emplace(name, key);
+    return key;
+}
+
+int XmlValidator::KeyOf(const XmlElement* e) {
+    const XmlDocument* owner;
+    const int index = XmlDocument::NameIndexOf(e, owner);
+    if (owner == &m_doc && index >= 0)
+        return index;
+    return KeyOfName(e->Name());
+}
+
+const XmlEntityDef* XmlValidator::Entity(View name) {
+    auto it = m_entities.find(UCString(name));
+    if (it != m_entities.end())
+        return it->second;
+    const UCString key(name);
+    const XmlEntityDef* found;
+    {
+        std::lock_guard<std::mutex> lock(s_dtdLookup);
+        found = m_doc.GetDTD().FindEntity(key.c_str());
+        if (!found && &m_dtd != &m_doc.GetDTD())
+            found = m_dtd.FindEntity(key.c_str());
+    }
+    m_entities.emplace(key, found);
+    return found;
+}
+
+XmlValidator::ElementInfo& XmlValidator::Info(int key, const XmlElement* e) {
+    if (size_t(key) >= m_infoOf.size())
+        m_infoOf.resize(std::max(size_t(key) + 1, size_t(m_tableSize)), -1);
+    int& slot = m_infoOf[size_t(key)];
+    if (slot >= 0)
+        return m_infos[size_t(slot)];
+    m_infos.emplace_back();
+    slot = int(m_infos.size() - 1);
+    ElementInfo& info = m_infos.back();
+    info.name = e->Name();
+    {
+        std::lock_guard<std::mutex> lock(s_dtdLookup);
+        info.def = m_dtd.FindElement(info.name);
+        info.list = m_dtd.FindAttrList(info.name);
+    }
+    Describe(info);
+    return info;
+}
+
+// The attribute definitions of info's name that count (the first of each
+// name), with what the checks of values need.
+void XmlValidator::Describe(ElementInfo& info) {
+    if (!info.list)
+        return;
+    const XmlAttrList& list = *info.list;
+    for (int i = 0; i < list.DefCount(); ++i) {
+        const XmlAttDef* def = list.GetAttDef(i);
+        if (list.FindAttDef(def->Name()) != def)
+            continue;  // a later definition of a name: the first counts
+        info.atts.emplace_back();
+        AttInfo& att = info.atts.back();
+        att.def = def;
+        if (def->DefType() == defRequired)
+            info.required.push_back(int(info.atts.size() - 1));
+        if (def->DefType() == defFixed) {
+            UCString fault;
+            att.fixedOk = Expand(def->DefVal(), att.fixed, fault);
+            if (def->Type() != attCdata && def->Type() != attNone) {
+                Collapse(att.fixed, m_scratch);
+                att.fixed = m_scratch;
+            }
+        }
+        if (def->Type() == attEnumerated && def->EnumCount() > 8)
+            for (int k = 0; k < def->EnumCount(); ++k)
+                att.values.insert(View(def->GetEnum(k)));
+    }
+    info.stamps.assign(info.atts.size(), 0);
+    if (info.atts.size() > 8)
+        for (size_t i = 0; i < info.atts.size(); ++i)
+            info.attIndex.emplace(View(info.atts[i].def->Name()), int(i));
+}
+
+// Expands raw, which a tree or definition holds as written, as XML
+// normalises an attribute value; the text of the entities is read from an
+// explicit stack, so that nesting costs no call stack.
+bool XmlValidator::Expand(View raw, UCString& out, UCString& fault) {
+    out.clear();
+    struct Frame {
+        View text;
+        size_t at;
+        const XmlEntityDef* entity;
+    };
+    std::vector<Frame> stack;
+    stack.push_back({raw, 0, nullptr});
+    m_rawUnits += raw.size();
+    while (!stack.empty()) {
+        Frame& f = stack.back();
+        if (f.at >= f.text.size()) {
+            stack.pop_back();
+            continue;
+        }
+        const UCChar c = f.text[f.at];
+        if (c != u'&') {
+            out += IsSpace(c) ? u' ' : c;
+            ++f.at;
+            continue;
+        }
+        const size_t semi = f.text.find(u';', f.at);
+        const View ref = f.text.substr(f.at, semi == View::npos ? View::npos : semi + 1 - f.at);
+        if (semi == View::npos) {
+            fault = u"a reference without ';': " + Quoted(ref);
+            return false;
+        }
+        const View body = f.text.substr(f.at + 1, semi - f.at - 1);
+        f.at = semi + 1;
+        if (!body.empty() && body[0] == u'#') {
+            const bool hex = body.size() > 1 && body[1] == u'x';
+            const View digits = body.substr(hex ? 2 : 1);
+            uint32_t value = 0;
+            bool ok = !digits.empty();
+            for (UCChar d : digits) {
+                int v = d >= u'0' && d <= u'9' ? d - u'0'
+                        : hex && d >= u'a' && d <= u'f' ? d - u'a' + 10
+                        : hex && d >= u'A' && d <= u'F' ? d - u'A' + 10
+                                                         : -1;
+                ok = ok && v >= 0;
+                if (!ok)
+                    break;
+                value = value * (hex ? 16 : 10) + uint32_t(v);
+                if (value > 0x10FFFF) {
+                    ok = false;
+                    break;
+                }
+            }
+            const bool isChar = value == 0x9 || value == 0xA || value == 0xD || (value >= 0x20 && value <= 0xD7FF) ||
+                                (value >= 0xE000 && value <= 0xFFFD) || value >= 0x10000;
+            if (!ok || !isChar) {
+                fault = u"a malformed character reference " + Quoted(ref);
+                return false;
+            }
+            if (value >= 0x10000) {
+                out += UCChar(0xD800 + ((value - 0x10000) >> 10));
+                out += UCChar(0xDC00 + ((value - 0x10000) & 0x3FF));
+            } else {
+                out += UCChar(value);
+            }
+            continue;
+        }
+        if (!IsName(body)) {
+            fault = u"a malformed reference " + Quoted(ref);
+            return false;
+        }
+        const XmlEntityDef* entity = Entity(body);
+        if (!entity) {
+            fault = u"undefined entity '" + UCString(body) + u"'";
+            return false;
+        }
+        for (const Frame& open : stack)
+            if (open.entity == entity) {
+                fault = u"entity '" + UCString(body) + u"', which refers to itself";
+                return false;
+            }
+        if (stack.size() > size_t(XmlDocument::MaxEntityNesting)) {
+            fault = u"entities nested too deep at '" + UCString(body) + u"'";
+            return false;
+        }
+        // As much expansion as a parse allows (a reference counts 32 units).
+        m_expanded += entity->ValueLength() + 32;
+        if (m_expanded > XmlDocument::MaxEntityExpansion &&
+            m_expanded > uint64_t(XmlDocument::EntityExpansionRatio) * m_rawUnits) {
+            fault = u"entity '" + UCString(body) + u"', which expands beyond the limit";
+            return false;
+        }
+        stack.push_back({View(entity->Value(), entity->ValueLength()), 0, entity});
+    }
+    return true;
+}
+
+bool XmlValidator::CheckDefinition() {
+    std::unordered_set<View> declared;
+    for (int i = 0; i < m_dtd.ElementCount(); ++i) {
+        const XmlElementDef* def = m_dtd.ElementAt(i);
+        if (!declared.insert(View(def->Name())).second) {
+            if (!Report(valDuplicateElementDecl,
+                        u"Element '" + UCString(def->Name()) + u"' is declared more than once", nullptr))
+                return false;
+            continue;
+        }
+        const XmlAttrList* list;
+        {
+            std::lock_guard<std::mutex> lock(s_dtdLookup);
+            list = m_dtd.FindAttrList(def->Name());
+        }
+        if (!list)
+            continue;
+        const UCString element = def->Name();
+        const XmlAttDef* id = nullptr;
+        const XmlAttDef* notation = nullptr;
+        for (int k = 0; k < list->DefCount(); ++k) {
+            const XmlAttDef* att = list->GetAttDef(k);
+            if (list->FindAttDef(att->Name()) != att)
+                continue;
+            const UCString where = u"attribute '" + UCString(att->Name()) + u"' of element '" + element + u"'";
+            auto fault = [&](const UCString& what) { return Report(valAttributeDecl, what, nullptr); };
+            if (att->Type() == attId) {
+                if (id && !fault(u"Element '" + element + u"' has more than one ID attribute: '" + id->Name() +
+                                 u"' and '" + att->Name() + u"'"))
+                    return false;
+                id = id ? id : att;
+                if ((att->DefType() == defFixed || att->DefType() == defValue) &&
+                    !fault(u"ID " + where + u" has a default value; it must be #IMPLIED or #REQUIRED"))
+                    return false;
+            }
+            if (att->Type() == attNotation) {
+                if (notation && !fault(u"Element '" + element + u"' has more than one NOTATION attribute"))
+                    return false;
+                notation = notation ? notation : att;
+                if (def->Type() == elemEmpty && !fault(u"NOTATION " + where + u" stands on an EMPTY element"))
+                    return false;
+            }
+            for (int v = 0; v < att->EnumCount(); ++v)
+                if (att->FindEnum(att->GetEnum(v)) != v &&
+                    !fault(u"Value '" + UCString(att->GetEnum(v)) + u"' stands twice in the enumeration of " + where))
+                    return false;
+            if (att->DefType() != defFixed && att->DefType() != defValue)
+                continue;
+            UCString value, problem;
+            if (!Expand(att->DefVal(), value, problem)) {
+                if (!fault(u"Default value of " + where + u" refers to " + problem))
+                    return false;
+                continue;
+            }
+            if (att->Type() != attCdata && att->Type() != attNone) {
+                Collapse(value, m_scratch);
+                value = m_scratch;
+            }
+            bool ok = true;
+            switch (att->Type()) {
+            case attId:
+            case attIdref:
+            case attEntity:
+            case attNotation:
+                ok = IsName(value);
+                break;
+            case attIdrefs:
+            case attEntities:
+                ok = !value.empty();
+                Tokens(value, [&](View t) { ok = ok && IsName(t); });
+                break;
+            case attNmtoken:
+                ok = IsNmtoken(value);
+                break;
+            case attNmtokens:
+                ok = !value.empty();
+                Tokens(value, [&](View t) { ok = ok && IsNmtoken(t); });
+                break;
+            case attEnumerated:
+                ok = att->FindEnum(value.c_str()) >= 0;
+                break;
+            default:
+                break;
+            }
+            if (!ok && !fault(u"Default value " + Quoted(value) + u" of " + where + u" does not fit its type"))
+                return false;
+        }
+    }
+    return true;
+}
+
+UCString XmlValidator::PathOf(const XmlElement* e) {
+    // The chain from the root: the open elements, then e unless it is the
+    // innermost open one itself.
+    std::vector<const XmlElement*> chain(m_open.begin(), m_open.end());
+    if (chain.empty() || chain.back() != e)
+        chain.push_back(e);
+    UCString path;
+    for (size_t i = 0; i < chain.size(); ++i) {
+        path += u'/';
+        path += chain[i]->Name();
+        if (i == 0)
+            continue;
+        const XmlElement* parent = chain[i - 1];
+        auto it = m_ranks.find(parent);
+        if (it == m_ranks.end()) {
+            std::unordered_map<int, int> counts;
+            for (const XmlElement* c = parent->Child(); c; c = c->Next())
+                ++counts[KeyOf(c)];
+            std::unordered_map<int, int> seen;
+            auto& ranks = m_ranks[parent];
+            for (const XmlElement* c = parent->Child(); c; c = c->Next()) {
+                const int key = KeyOf(c);
+                ranks[c] = {++seen[key], counts[key]};
+            }
+            it = m_ranks.find(parent);
+        }
+        const auto rank = it->second.find(chain[i]);
+        if (rank != it->second.end() && rank->second.second > 1) {
+            path += u'[';
+            for (char d : std::to_string(rank->second.first))
+                path += UCChar(d);
+            path += u']';
+        }
+    }
+    return path;
+}
+
+bool XmlValidator::CheckValue(const XmlElement* e, int index, const ElementInfo& info, const AttInfo& att) {
+    (void)info;
+    const XmlAttDef& def = *att.def;
+    const int type = def.Type();
+    const bool tokenized = type != attCdata && type != attNone;
+    const bool fixed = def.DefType() == defFixed;
+    const UCChar* raw = e->GetAttributeValue(index);
+    View v(raw);
+    const bool hasRef = v.find(u'&') != View::npos;
+    if (!tokenized && !fixed && !hasRef)
+        return true;
+    // stable: v points into the tree, which outlives the check.
+    bool stable = true;
+    if (hasRef) {
+        UCString fault;
+        if (!Expand(v, m_value, fault))
+            return Report(valReference, u"Value of " + Where(e, index) + u" refers to " + fault, e);
+        v = m_value;
+        stable = false;
+    }
+    if (tokenized) {
+        // Trimmed; a value with any other white space is collapsed.
+        size_t b = 0, n = v.size();
+        while (b < n && IsSpace(v[b]))
+            ++b;
+        while (n > b && IsSpace(v[n - 1]))
+            --n;
+        v = v.substr(b, n - b);
+        bool plain = true;
+        for (size_t i = 0; i < v.size() && plain; ++i)
+            plain = v[i] != u'\t' && v[i] != u'\n' && v[i] != u'\r' && !(v[i] == u' ' && i + 1 < v.size() && v[i + 1] == u' ');
+        if (!plain) {
+            Collapse(v, m_scratch);
+            m_value.swap(m_scratch);
+            v = m_value;
+            stable = false;
+        }
+    } else if (fixed && !hasRef && v.find_first_of(u"\t\n\r") != View::npos) {
+        m_value.assign(v);
+        for (UCChar& c : m_value)
+            c = IsSpace(c) ? u' ' : c;
+        v = m_value;
+        stable = false;
+    }
+    if (fixed && att.fixedOk && v != View(att.fixed))
+        return Report(valFixedAttribute,
+                      u"Value " + Quoted(v) + u" of " + Where(e, index) + u" is not its fixed value " + Quoted(att.fixed),
+                      e);
+    auto keep = [&](View token) -> View {
+        if (stable)
+            return token;
+        m_kept.emplace_back(token);
+        return m_kept.back();
+    };
+    auto syntax = [&](const UCChar* what) {
+        return Report(valAttributeSyntax, u"Value " + Quoted(v) + u" of " + Where(e, index) + u" is not " + what, e);
+    };
+    switch (type) {
+    case attId:
+        if (!IsName(v))
+            return syntax(u"a name");
+        if (m_ids.count(v))
+            return Report(valDuplicateId, u"ID " + Quoted(v) + u" of " + Where(e, index) + u" is not unique", e);
+        m_ids.insert(keep(v));
+        return true;
+    case attIdref:
+        if (!IsName(v))
+            return syntax(u"a name");
+        m_refs.push_back({e, index, keep(v)});
+        return true;
+    case attIdrefs: {
+        bool ok = !v.empty();
+        Tokens(v, [&](View t) { ok = ok && IsName(t); });
+        if (!ok)
+            return syntax(u"a list of names");
+        Tokens(v, [&](View t) { m_refs.push_back({e, index, keep(t)}); });
+        return true;
+    }
+    case attEntity:
+    case attEntities: {
+        bool ok = !v.empty();
+        Tokens(v, [&](View t) { ok = ok && IsName(t); });
+        if (!ok)
+            return syntax(type == attEntity ? u"a name" : u"a list of names");
+        if (type == attEntity && v.find(u' ') != View::npos)
+            return syntax(u"a name");
+        return Report(valEntityAttribute,
+                      u"Value " + Quoted(v) + u" of " + Where(e, index) +
+                          u" must name unparsed entities, which this library does not keep",
+                      e);
+    }
+    case attNmtoken:
+        return IsNmtoken(v) || syntax(u"a name token");
+    case attNmtokens: {
+        bool ok = !v.empty();
+        Tokens(v, [&](View t) { ok = ok && IsNmtoken(t); });
+        return ok || syntax(u"a list of name tokens");
+    }
+    case attNotation:
+        return IsName(v) || syntax(u"a name");
+    case attEnumerated: {
+        bool found = false;
+        if (!att.values.empty()) {
+            found = att.values.count(v) != 0;
+        } else {
+            for (int k = 0; k < def.EnumCount() && !found; ++k)
+                found = v == View(def.GetEnum(k));
+        }
+        if (found)
+            return true;
+        UCString list = u"(";
+        for (int k = 0; k < def.EnumCount() && list.size() < 160; ++k)
+            list += (k ? u" | " : u"") + UCString(def.GetEnum(k));
+        list += list.size() < 160 ? u")" : u" ...)";
+        return Report(valEnumeration, u"Value " + Quoted(v) + u" of " + Where(e, index) + u" is not one of " + list,
+                      e);
+    }
+    default:
+        return true;
+    }
+}
+
+bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
+    const int count = e->AttributeCount();
+    if (count == 0 && info.required.empty())
+        return true;
+    const uint64_t serial = m_serial;
+    for (int i = 0; i < count; ++i) {
+        const UCChar* name = e->GetAttributeName(i);
+        int a = -1;
+        if (!info.attIndex.empty()) {
+            auto it = info.attIndex.find(View(name));
+            a = it == info.attIndex.end() ? -1 : it->second;
+        } else {
+            for (size_t k = 0; k < info.atts.size() && a < 0; ++k)
+                if (View(info.atts[k].def->Name()) == View(name))
+                    a = int(k);
+        }
+        if (a < 0) {
+            if (!Report(valUndeclaredAttribute, u"Attribute '" + UCString(name) + u"' of element '" + e->Name() +
+                                                     u"' is not declared",
+                        e))
+                return false;
+            continue;
+        }
+        if (info.stamps[size_t(a)] == serial) {
+            if (!Report(valDuplicateAttribute,
+                        u"Attribute '" + UCString(name) + u"' stands twice on element '" + e->Name() + u"'", e))
+                return false;
+            continue;
+        }
+        info.stamps[size_t(a)] = serial;
+        if (!CheckValue(e, i, info, info.atts[size_t(a)]))
+            return false;
+    }
+    for (int r : info.required)
+        if (info.stamps[size_t(r)] != serial &&
+            !Report(valMissingAttribute, u"Required attribute '" + UCString(info.atts[size_t(r)].def->Name()) +
+                                             u"' of element '" + e->Name() + u"' is missing",
+                    e))
+            return false;
+    return true;
+}
+
+bool XmlValidator::CheckChildren(const XmlElement* e, ElementInfo& info) {
+    if (!info.compiled) {
+        info.compiled = true;
+        info.automaton = std::make_unique<XmlAutomaton>();
+        info.automaton->Build(info.def->Contents(), [this](const UCChar* name) { return KeyOfName(name); });
+        const UCChar* conflict = nullptr;
+        if (!info.automaton->Deterministic(conflict)) {
+            info.nondeterministicReported = true;
+            if (!Report(valNondeterministic,
+                        u"Content model of '" + UCString(e->Name()) + u"' is not deterministic: " + ModelText(*info.def) +
+                            u" lets '" + conflict + u"' match at more than one place",
+                        e))
+                return false;
+        }
+    }
+    XmlAutomaton& automaton = *info.automaton;
+    int state = XmlAutomaton::Start;
+    const XmlElement* before = nullptr;
+    for (const XmlElement* c = e->Child(); c; before = c, c = c->Next()) {
+        const int next = automaton.Next(state, KeyOf(c));
+        if (next == XmlAutomaton::Dead) {
+            std::vector<const UCChar*> names;
+            bool more;
+            automaton.Expected(state, 6, names, more);
+            UCString message = u"Content of '" + UCString(e->Name()) + u"' does not match " + ModelText(*info.def) +
+                               u": '" + c->Name() + u"' is not allowed " +
+                               (before ? u"after '" + UCString(before->Name()) + u"'" : UCString(u"first"));
+            if (!names.empty()) {
+                message += u", expecting ";
+                for (size_t i = 0; i < names.size(); ++i)
+                    message += (i ? u", '" : u"'") + UCString(names[i]) + u"'";
+                message += more ? u", ..." : u"";
+            } else {
+                message += u", expecting the end";
+            }
+            return Report(valElementContent, std::move(message), e);
+        }
+        state = next;
+        if (automaton.Undecided() && automaton.Ambiguous(state) && !info.nondeterministicReported) {
+            info.nondeterministicReported = true;
+            if (!Report(valNondeterministic,
+                        u"Content model of '" + UCString(e->Name()) + u"' is not deterministic: " + ModelText(*info.def) +
+                            u" lets '" + c->Name() + u"' match at more than one place",
+                        e))
+                return false;
+        }
+    }
+    if (automaton.Accepting(state))
+        return true;
+    std::vector<const UCChar*> names;
+    bool more;
+    automaton.Expected(state, 6, names, more);
+    UCString message = u"Content of '" + UCString(e->Name()) + u"' does not match " + ModelText(*info.def) + u": " +
+                       (before ? u"it ends after '" + UCString(before->Name()) + u"'" : UCString(u"it is empty"));
+    for (size_t i = 0; i < names.size(); ++i)
+        message += (i ? u", '" : u", expecting '") + UCString(names[i]) + u"'";
+    message += more ? u", ..." : u"";
+    return Report(valElementContent, std::move(message), e);
+}
+
+bool XmlValidator::CheckContent(const XmlElement* e, ElementInfo& info) {
+    const XmlElementDef& def = *info.def;
+    switch (def.Type()) {
+    case elemEmpty:
+        if (e->Child())
+            return Report(valEmptyContent, u"Element '" + UCString(e->Name()) + u"' is declared EMPTY but has child '" +
+                                               e->Child()->Name() + u"'",
+                          e);
+        if (e->DataLength() > 0)
+            return Report(valEmptyContent, u"Element '" + UCString(e->Name()) + u"' is declared EMPTY but has text",
+                          e);
+        return true;
+    case elemMixed: {
+        if (!info.compiled) {
+            info.compiled = true;
+            std::vector<UCString> names;
+            if (def.Contents().Type() != cpNone)
+                def.Contents().ListOfNames(names);
+            for (const UCString& name : names)
+                info.mixed.push_back(KeyOfName(name.c_str()));
+            std::sort(info.mixed.begin(), info.mixed.end());
+        }
+        for (const XmlElement* c = e->Child(); c; c = c->Next())
+            if (!std::binary_search(info.mixed.begin(), info.mixed.end(), KeyOf(c)) &&
+                !Report(valMixedContent, u"Element '" + UCString(c->Name()) + u"' is not allowed in the content " +
+                                             ModelText(def) + u" of '" + e->Name() + u"'",
+                        e))
+                return false;
+        return true;
+    }
+    case elemChildren: {
+        const UCChar* data = e->Data();
+        for (long i = 0, n = e->DataLength(); i < n; ++i)
+            if (!IsSpace(data[i])) {
+                if (!Report(valTextInContent, u"Element '" + UCString(e->Name()) + u"' has text " +
+                                                  Quoted(View(data + i, size_t(n - i))) +
+                                                  u" where its content " + ModelText(def) + u" allows only elements",
+                            e))
+                    return false;
+                break;
+            }
+        return CheckChildren(e, info);
+    }
+    default:
+        return true;  // ANY, or no type
+    }
+}
+
+bool XmlValidator::Visit(const XmlElement* e) {
+    ++m_serial;
+    ElementInfo& info = Info(KeyOf(e), e);
+    if (!info.def &&
+        !Report(valUndeclaredElement, u"Element '" + UCString(e->Name()) + u"' is not declared", e))
+        return false;
+    if (!CheckAttributes(e, info))
+        return false;
+    return !info.def || CheckContent(e, info);
+}
+
+bool XmlValidator::CheckDanglingRefs() {
+    std::unordered_map<const XmlElement*, UCString> paths;
+    for (const Ref& r : m_refs)
+        if (!m_ids.count(r.id))
+            paths.emplace(r.element, UCString());
+    if (paths.empty())
+        return true;
+    // The paths need the walk's open elements: walk again for them, then
+    // report in the order of the references.
+    Walk([&](const XmlElement* e) {
+        auto it = paths.find(e);
+        if (it != paths.end())
+            it->second = PathOf(e);
+        return true;
+    });
+    for (const Ref& r : m_refs) {
+        if (m_ids.count(r.id))
+            continue;
+        if (m_stopped)
+            return false;
+        m_out.emplace_back(valDanglingIdref,
+                           u"Value " + Quoted(r.id) + u" of " + Where(r.element, r.attribute) + u" names no ID",
+                           r.element, paths[r.element]);
+        if (m_most && m_out.size() >= m_most)
+            m_stopped = true;
+    }
+    return !m_stopped;
+}
+
+void XmlValidator::Run() {
+    const XmlDtd& own = m_doc.GetDTD();
+    const bool none = &m_dtd == &own ? !own.HaveContents() && own.DocType().empty()
+                                     : m_dtd.ElementCount() == 0 && m_dtd.DocType().empty();
+    if (none) {
+        Report(valNoDefinition, u"The document has no document type definition", nullptr);
+        return;
+    }
+    if (!CheckDefinition())
+        return;
+    const XmlElement* root = m_doc.RootElement();
+    if (!root) {
+        Report(valRootName, u"The document has no root element", nullptr);
+        return;
+    }
+    const UCString& docType = m_dtd.DocType();
+    if (!docType.empty() && docType != root->Name() &&
+        !Report(valRootName,
+                u"Root element '" + UCString(root->Name()) + u"' is not the document type '" + docType + u"'", root))
+        return;
+    if (!Walk([this](const XmlElement* e) { return Visit(e); }))
+        return;
+    m_open.clear();
+    CheckDanglingRefs();
+}
+
+bool XmlDocument::Validate(std::vector<XmlViolation>& violations, size_t maxViolations) const {
+    return Validate(m_dtd, violations, maxViolations);
+}
+
+bool XmlDocument::Validate(const XmlDtd& dtd, std::vector<XmlViolation>& violations, size_t maxViolations) const {
+    violations.clear();
+    try {
+        XmlValidator(*this, dtd, violations, maxViolations).Run();
+    } catch (const std::bad_alloc&) {
+        try {
+            violations.emplace_back(valOutOfMemory, u"Out of memory", nullptr, UCString());
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    return violations.empty();
+}
