@@ -198,10 +198,11 @@ public:
     // ---- Validation (validate/, see xmlvalidate.h) ----
     // Checks the tree against the document's own definition, or against dtd
     // (one read with ParseExternalDTD, say, or generated into another
-    // document). violations is emptied, then receives what is found in
-    // document order (the definition's own faults first, IDREF values that
-    // name no ID last), up to maxViolations of them (0: no limit), where the
-    // check stops. True when nothing was found. Changes neither the tree nor
+    // document). violations is emptied, then receives what is found: the
+    // definition's own faults, then the tree's in document order, then, in
+    // document order too, ID values met before and IDREF values that name no
+    // ID, which are known only at the end; up to maxViolations of them (0: no
+    // limit), where the check stops. True when nothing was found. Changes neither the tree nor
     // any definition, and never throws: running out of memory ends the check
     // with a valOutOfMemory record where one can be had. Each content model
     // is compiled once per check, and each element's children are matched in

@@ -172,6 +172,28 @@ int XmlAutomaton::Intern(std::vector<int>& positions) {
     return id;
 }
 
+int XmlAutomaton::SlowNext(int state, int key) {
+    const uint64_t k = uint64_t(uint32_t(state)) << 32 | uint32_t(key);
+    auto it = m_transitions.find(k);
+    if (it != m_transitions.end())
+        return it->second;
+    const int next = Transition(state, key);
+    if (uint32_t(key) < m_keyRange) {
+        if (m_rowOf.size() <= size_t(state))
+            m_rowOf.resize(size_t(state) + 1, -1);
+        if (m_rowOf[size_t(state)] < 0 && m_table.size() + m_keyRange <= kTableLimit) {
+            m_rowOf[size_t(state)] = int(m_table.size());
+            m_table.resize(m_table.size() + m_keyRange, kUnknown);
+        }
+        if (m_rowOf[size_t(state)] >= 0) {
+            m_table[size_t(m_rowOf[size_t(state)]) + uint32_t(key)] = next;
+            return next;
+        }
+    }
+    m_transitions.emplace(k, next);
+    return next;
+}
+
 int XmlAutomaton::Transition(int state, int key) {
     auto candidates = m_byKey.find(key);
     if (candidates == m_byKey.end())

@@ -24,7 +24,8 @@ public:
     // Compiles model, the contents of an element definition of type
     // elemChildren; key gives the number under which a name is matched.
     template <class KeyOf>
-    void Build(const XmlContentPart& model, KeyOf&& key) {
+    void Build(const XmlContentPart& model, KeyOf&& key, int keyRange) {
+        m_keyRange = uint32_t(keyRange);
         Flatten(model);
         for (size_t i = 0; i < m_nodes.size(); ++i)
             if (m_nodes[i].type == cpName) {
@@ -44,15 +45,16 @@ public:
     static constexpr int Start = 0;
     static constexpr int Dead = -1;
     // The state after state has met a child with name key; Dead when the
-    // model allows no such child there.
+    // model allows no such child there. Keys below the range given to Build
+    // are answered from a table of rows, one per state met, while the table
+    // stays small; others from a hash map.
     int Next(int state, int key) {
-        const uint64_t k = uint64_t(uint32_t(state)) << 32 | uint32_t(key);
-        auto it = m_transitions.find(k);
-        if (it != m_transitions.end())
-            return it->second;
-        const int next = Transition(state, key);
-        m_transitions.emplace(k, next);
-        return next;
+        if (uint32_t(key) < m_keyRange && size_t(state) < m_rowOf.size() && m_rowOf[size_t(state)] >= 0) {
+            const int next = m_table[size_t(m_rowOf[size_t(state)]) + uint32_t(key)];
+            if (next != kUnknown)
+                return next;
+        }
+        return SlowNext(state, key);
     }
     // Whether the content may end in state.
     bool Accepting(int state) const { return m_accepting[size_t(state)]; }
@@ -89,6 +91,10 @@ private:
 
     void Flatten(const XmlContentPart& model);
     void Analyse();
+    static constexpr int kUnknown = -2;
+    // Table entries (rows of m_keyRange) allowed before the hash map serves.
+    static constexpr size_t kTableLimit = size_t(1) << 20;
+    int SlowNext(int state, int key);
     int Transition(int state, int key);
     int Intern(std::vector<int>& positions);
     // Whether position q may follow position p (Start's p is -1).
@@ -103,5 +109,8 @@ private:
     std::vector<bool> m_accepting;
     std::map<std::vector<int>, int> m_stateIds;
     std::unordered_map<uint64_t, int> m_transitions;
+    uint32_t m_keyRange = 0;
+    std::vector<int> m_rowOf;  // state -> offset of its row in m_table, or -1
+    std::vector<int> m_table;
     bool m_undecided = false;
 };

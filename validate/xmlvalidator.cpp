@@ -8,6 +8,7 @@
 // values are kept until the walk has seen every ID.
 #include <algorithm>
 #include <deque>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -47,6 +48,29 @@ bool IsNmtoken(View v) {
         if (!NameChar(c))
             return false;
     return true;
+}
+
+uint32_t HashOf(View v) {
+    uint32_t h = 2166136261u;
+    for (UCChar c : v)
+        h = (h ^ c) * 16777619u;
+    return h;
+}
+
+// Sorts keys by their upper 32 bits, keeping the order of equal ones: two
+// passes of a radix sort, which read and write in sequence.
+void SortByHigh(std::vector<uint64_t>& keys) {
+    std::vector<uint64_t> other(keys.size());
+    for (int shift = 32; shift < 64; shift += 16) {
+        std::vector<size_t> start(65537, 0);
+        for (uint64_t k : keys)
+            ++start[((k >> shift) & 0xFFFF) + 1];
+        for (size_t d = 1; d < start.size(); ++d)
+            start[d] += start[d - 1];
+        for (uint64_t k : keys)
+            other[start[(k >> shift) & 0xFFFF]++] = k;
+        keys.swap(other);
+    }
 }
 
 // The tokens of a value: runs of anything but white space.
@@ -157,6 +181,8 @@ private:
     // What the definition says of one attribute.
     struct AttInfo {
         const XmlAttDef* def = nullptr;
+        View name;
+        std::vector<View> enums;
         UCString fixed;     // the #FIXED value as compared
         bool fixedOk = true;  // the fixed value could be worked out
         std::unordered_set<View> values;  // of a long enumeration
@@ -173,13 +199,28 @@ private:
         std::unique_ptr<XmlAutomaton> automaton;
         bool compiled = false;
         bool nondeterministicReported = false;
-        std::vector<int> mixed;  // keys that mixed content lists, sorted
-        UCString model;          // for messages
+        // Mixed content, no attribute required: an element of this name
+        // without attributes and children has nothing to check.
+        bool plain = false;
+        std::vector<bool> mixed;  // by key: whether mixed content lists it
     };
-    struct Ref {
+    // An open element of the walk, with the match of its children so far.
+    struct Open {
+        const XmlElement* element;
+        ElementInfo* info;
+        int state;                   // of the automaton of element content
+        const XmlElement* last;      // the child met last
+        bool matching;               // no fault found in its children yet
+    };
+    // An ID or a reference to one: kept as met and matched after the walk
+    // by sorting on a hash, so that a large document's IDs are read in
+    // sequence rather than looked up in a table too large for the cache.
+    struct Token {
+        View text;
         const XmlElement* element;
         int attribute;
-        View id;
+        uint64_t serial;  // the element's place in document order
+        uint32_t hash;    // of text, worked out while the text is at hand
     };
 
     // Appends a violation; false once the limit is reached.
@@ -187,32 +228,46 @@ private:
     bool Full() const { return m_stopped; }
     int KeyOf(const XmlElement* e);
     int KeyOfName(const UCChar* name);
-    ElementInfo& Info(int key, const XmlElement* e);
+    ElementInfo& Info(int key, const XmlElement* e) {
+        if (size_t(key) < m_infoOf.size() && m_infoOf[size_t(key)])
+            return *m_infoOf[size_t(key)];
+        return NewInfo(key, e);
+    }
+    ElementInfo& NewInfo(int key, const XmlElement* e);
     void Describe(ElementInfo& info);
     const XmlEntityDef* Entity(View name);
     bool CheckDefinition();
-    bool Visit(const XmlElement* e);
+    // The checks of e itself: its declaration, attributes and text, and
+    // whether it may have children at all.
+    bool Visit(const XmlElement* e, ElementInfo& info);
     bool CheckAttributes(const XmlElement* e, ElementInfo& info);
-    bool CheckValue(const XmlElement* e, int index, const ElementInfo& info, const AttInfo& att);
-    bool CheckContent(const XmlElement* e, ElementInfo& info);
-    bool CheckChildren(const XmlElement* e, ElementInfo& info);
+    bool CheckValue(const XmlElement* e, int index, const AttInfo& att);
+    bool Prepare(const XmlElement* e, ElementInfo& info);
+    // The child of the open element parent with name key.
+    bool Step(Open& parent, const XmlElement* child, int key);
+    // The end of the children of the open element.
+    bool Finish(const Open& open);
+    bool ContentFault(const Open& open, const XmlElement* child, int state);
     // The value as XML reads it, references replaced and white space as
     // blanks, in out; false with the fault in fault when a reference
     // cannot be replaced.
     bool Expand(View raw, UCString& out, UCString& fault);
-    bool CheckDanglingRefs();
+    // IDs met before and references to no ID, in document order.
+    bool CheckIds();
     // Visits the tree depth first, the root first, with the open elements
-    // (the ancestors of the one visited) on m_open; stops when visit gives
-    // false.
-    template <class Visit>
-    bool Walk(Visit&& visit) {
+    // (the ancestors of the one visited) on m_open: enter(e) on reaching an
+    // element, leave(open) when an element with children is done; stops
+    // when either gives false. The element that follows an element in the
+    // slab is fetched ahead while the element is checked.
+    template <class Enter, class Leave>
+    bool Walk(Enter&& enter, Leave&& leave) {
         m_open.clear();
         const XmlElement* e = m_doc.RootElement();
         while (e) {
-            if (!visit(e))
+            __builtin_prefetch(reinterpret_cast<const char*>(e) + 12 * sizeof(XmlElement));
+            if (!enter(e))
                 return false;
             if (e->Child()) {
-                m_open.push_back(e);
                 e = e->Child();
                 continue;
             }
@@ -225,8 +280,11 @@ private:
                     e = e->Next();
                     break;
                 }
-                e = m_open.back();
+                const Open done = m_open.back();
                 m_open.pop_back();
+                if (!leave(done))
+                    return false;
+                e = done.element;
             }
         }
         return true;
@@ -244,17 +302,16 @@ private:
     bool m_stopped = false;
     int m_tableSize = 0;
     std::map<UCString, int, std::less<>> m_extraKeys;  // names the document's table lacks
-    std::vector<int> m_infoOf;                         // key -> index in m_infos, or -1
+    std::vector<ElementInfo*> m_infoOf;                // by key, null until met
     std::deque<ElementInfo> m_infos;
     uint64_t m_serial = 0;  // the element being visited
     // The walk's open elements, the root first.
-    std::vector<const XmlElement*> m_open;
+    std::vector<Open> m_open;
     // Positions among siblings of one name, per parent, made when a path
     // needs them: child -> (position from 1, count of that name).
     std::unordered_map<const XmlElement*, std::unordered_map<const XmlElement*, std::pair<int, int>>> m_ranks;
     std::unordered_map<UCString, const XmlEntityDef*> m_entities;
-    std::unordered_set<View> m_ids;
-    std::vector<Ref> m_refs;
+    std::vector<Token> m_ids, m_refs;
     std::deque<UCString> m_kept;  // values that IDs and references point into
     UCString m_value, m_scratch;
     uint64_t m_expanded = 0, m_rawUnits = 0;
@@ -332,15 +389,12 @@ const XmlEntityDef* XmlValidator::Entity(View name) {
     return found;
 }
 
-XmlValidator::ElementInfo& XmlValidator::Info(int key, const XmlElement* e) {
+XmlValidator::ElementInfo& XmlValidator::NewInfo(int key, const XmlElement* e) {
     if (size_t(key) >= m_infoOf.size())
-        m_infoOf.resize(std::max(size_t(key) + 1, size_t(m_tableSize)), -1);
-    int& slot = m_infoOf[size_t(key)];
-    if (slot >= 0)
-        return m_infos[size_t(slot)];
+        m_infoOf.resize(std::max(size_t(key) + 1, size_t(m_tableSize)), nullptr);
     m_infos.emplace_back();
-    slot = int(m_infos.size() - 1);
     ElementInfo& info = m_infos.back();
+    m_infoOf[size_t(key)] = &info;
     info.name = e->Name();
     {
         std::lock_guard<std::mutex> lock(s_dtdLookup);
@@ -348,6 +402,7 @@ XmlValidator::ElementInfo& XmlValidator::Info(int key, const XmlElement* e) {
         info.list = m_dtd.FindAttrList(info.name);
     }
     Describe(info);
+    info.plain = info.def && info.def->Type() == elemMixed && info.required.empty();
     return info;
 }
 
@@ -364,6 +419,9 @@ void XmlValidator::Describe(ElementInfo& info) {
         info.atts.emplace_back();
         AttInfo& att = info.atts.back();
         att.def = def;
+        att.name = def->Name();
+        for (int k = 0; k < def->EnumCount(); ++k)
+            att.enums.push_back(View(def->GetEnum(k)));
         if (def->DefType() == defRequired)
             info.required.push_back(int(info.atts.size() - 1));
         if (def->DefType() == defFixed) {
@@ -574,7 +632,9 @@ bool XmlValidator::CheckDefinition() {
 UCString XmlValidator::PathOf(const XmlElement* e) {
     // The chain from the root: the open elements, then e unless it is the
     // innermost open one itself.
-    std::vector<const XmlElement*> chain(m_open.begin(), m_open.end());
+    std::vector<const XmlElement*> chain;
+    for (const Open& open : m_open)
+        chain.push_back(open.element);
     if (chain.empty() || chain.back() != e)
         chain.push_back(e);
     UCString path;
@@ -608,17 +668,21 @@ UCString XmlValidator::PathOf(const XmlElement* e) {
     return path;
 }
 
-bool XmlValidator::CheckValue(const XmlElement* e, int index, const ElementInfo& info, const AttInfo& att) {
-    (void)info;
+bool XmlValidator::CheckValue(const XmlElement* e, int index, const AttInfo& att) {
     const XmlAttDef& def = *att.def;
     const int type = def.Type();
     const bool tokenized = type != attCdata && type != attNone;
     const bool fixed = def.DefType() == defFixed;
-    const UCChar* raw = e->GetAttributeValue(index);
-    View v(raw);
-    const bool hasRef = v.find(u'&') != View::npos;
-    if (!tokenized && !fixed && !hasRef)
+    // A value that nothing is compared with is not read.
+    if (!tokenized && !fixed)
         return true;
+    // One pass finds the length and whether a reference stands in it.
+    const UCChar* raw = e->GetAttributeValue(index);
+    const UCChar* end = raw;
+    bool hasRef = false;
+    for (; *end; ++end)
+        hasRef |= *end == u'&';
+    View v(raw, size_t(end - raw));
     // stable: v points into the tree, which outlives the check.
     bool stable = true;
     if (hasRef) {
@@ -669,21 +733,19 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const ElementInfo&
     case attId:
         if (!IsName(v))
             return syntax(u"a name");
-        if (m_ids.count(v))
-            return Report(valDuplicateId, u"ID " + Quoted(v) + u" of " + Where(e, index) + u" is not unique", e);
-        m_ids.insert(keep(v));
+        m_ids.push_back({keep(v), e, index, m_serial, HashOf(v)});
         return true;
     case attIdref:
         if (!IsName(v))
             return syntax(u"a name");
-        m_refs.push_back({e, index, keep(v)});
+        m_refs.push_back({keep(v), e, index, m_serial, HashOf(v)});
         return true;
     case attIdrefs: {
         bool ok = !v.empty();
         Tokens(v, [&](View t) { ok = ok && IsName(t); });
         if (!ok)
             return syntax(u"a list of names");
-        Tokens(v, [&](View t) { m_refs.push_back({e, index, keep(t)}); });
+        Tokens(v, [&](View t) { m_refs.push_back({keep(t), e, index, m_serial, HashOf(t)}); });
         return true;
     }
     case attEntity:
@@ -713,8 +775,8 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const ElementInfo&
         if (!att.values.empty()) {
             found = att.values.count(v) != 0;
         } else {
-            for (int k = 0; k < def.EnumCount() && !found; ++k)
-                found = v == View(def.GetEnum(k));
+            for (size_t k = 0; k < att.enums.size() && !found; ++k)
+                found = v == att.enums[k];
         }
         if (found)
             return true;
@@ -737,13 +799,14 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
     const uint64_t serial = m_serial;
     for (int i = 0; i < count; ++i) {
         const UCChar* name = e->GetAttributeName(i);
+        const View key(name);
         int a = -1;
         if (!info.attIndex.empty()) {
-            auto it = info.attIndex.find(View(name));
+            auto it = info.attIndex.find(key);
             a = it == info.attIndex.end() ? -1 : it->second;
         } else {
             for (size_t k = 0; k < info.atts.size() && a < 0; ++k)
-                if (View(info.atts[k].def->Name()) == View(name))
+                if (info.atts[k].name == key)
                     a = int(k);
         }
         if (a < 0) {
@@ -760,7 +823,7 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
             continue;
         }
         info.stamps[size_t(a)] = serial;
-        if (!CheckValue(e, i, info, info.atts[size_t(a)]))
+        if (!CheckValue(e, i, info.atts[size_t(a)]))
             return false;
     }
     for (int r : info.required)
@@ -772,67 +835,66 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
     return true;
 }
 
-bool XmlValidator::CheckChildren(const XmlElement* e, ElementInfo& info) {
-    if (!info.compiled) {
-        info.compiled = true;
-        info.automaton = std::make_unique<XmlAutomaton>();
-        info.automaton->Build(info.def->Contents(), [this](const UCChar* name) { return KeyOfName(name); });
-        const UCChar* conflict = nullptr;
-        if (!info.automaton->Deterministic(conflict)) {
-            info.nondeterministicReported = true;
-            if (!Report(valNondeterministic,
-                        u"Content model of '" + UCString(e->Name()) + u"' is not deterministic: " + ModelText(*info.def) +
-                            u" lets '" + conflict + u"' match at more than one place",
-                        e))
-                return false;
+// What the content of e needs before its children come: the automaton of
+// element content, compiled at the first element of its name, and the names
+// that mixed content lists.
+bool XmlValidator::Prepare(const XmlElement* e, ElementInfo& info) {
+    info.compiled = true;
+    const XmlElementDef& def = *info.def;
+    if (def.Type() == elemMixed) {
+        std::vector<UCString> names;
+        if (def.Contents().Type() != cpNone)
+            def.Contents().ListOfNames(names);
+        for (const UCString& name : names) {
+            const size_t key = size_t(KeyOfName(name.c_str()));
+            if (key >= info.mixed.size())
+                info.mixed.resize(key + 1, false);
+            info.mixed[key] = true;
         }
-    }
-    XmlAutomaton& automaton = *info.automaton;
-    int state = XmlAutomaton::Start;
-    const XmlElement* before = nullptr;
-    for (const XmlElement* c = e->Child(); c; before = c, c = c->Next()) {
-        const int next = automaton.Next(state, KeyOf(c));
-        if (next == XmlAutomaton::Dead) {
-            std::vector<const UCChar*> names;
-            bool more;
-            automaton.Expected(state, 6, names, more);
-            UCString message = u"Content of '" + UCString(e->Name()) + u"' does not match " + ModelText(*info.def) +
-                               u": '" + c->Name() + u"' is not allowed " +
-                               (before ? u"after '" + UCString(before->Name()) + u"'" : UCString(u"first"));
-            if (!names.empty()) {
-                message += u", expecting ";
-                for (size_t i = 0; i < names.size(); ++i)
-                    message += (i ? u", '" : u"'") + UCString(names[i]) + u"'";
-                message += more ? u", ..." : u"";
-            } else {
-                message += u", expecting the end";
-            }
-            return Report(valElementContent, std::move(message), e);
-        }
-        state = next;
-        if (automaton.Undecided() && automaton.Ambiguous(state) && !info.nondeterministicReported) {
-            info.nondeterministicReported = true;
-            if (!Report(valNondeterministic,
-                        u"Content model of '" + UCString(e->Name()) + u"' is not deterministic: " + ModelText(*info.def) +
-                            u" lets '" + c->Name() + u"' match at more than one place",
-                        e))
-                return false;
-        }
-    }
-    if (automaton.Accepting(state))
         return true;
-    std::vector<const UCChar*> names;
-    bool more;
-    automaton.Expected(state, 6, names, more);
-    UCString message = u"Content of '" + UCString(e->Name()) + u"' does not match " + ModelText(*info.def) + u": " +
-                       (before ? u"it ends after '" + UCString(before->Name()) + u"'" : UCString(u"it is empty"));
-    for (size_t i = 0; i < names.size(); ++i)
-        message += (i ? u", '" : u", expecting '") + UCString(names[i]) + u"'";
-    message += more ? u", ..." : u"";
-    return Report(valElementContent, std::move(message), e);
+    }
+    if (def.Type() != elemChildren)
+        return true;
+    info.automaton = std::make_unique<XmlAutomaton>();
+    info.automaton->Build(
+        def.Contents(), [this](const UCChar* name) { return KeyOfName(name); }, m_tableSize + int(m_extraKeys.size()));
+    const UCChar* conflict = nullptr;
+    if (info.automaton->Deterministic(conflict))
+        return true;
+    info.nondeterministicReported = true;
+    return Report(valNondeterministic,
+                  u"Content model of '" + UCString(e->Name()) + u"' is not deterministic: " + ModelText(def) +
+                      u" lets '" + conflict + u"' match at more than one place",
+                  e);
 }
 
-bool XmlValidator::CheckContent(const XmlElement* e, ElementInfo& info) {
+// The position of the first unit of [p, p + n) that is no white space, or
+// n: eight units at a time.
+size_t FirstNonSpace(const UCChar* p, size_t n) {
+    size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+        const __m128i space = _mm_or_si128(
+            _mm_or_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16(0x20)), _mm_cmpeq_epi16(v, _mm_set1_epi16(0x0A))),
+            _mm_or_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16(0x09)), _mm_cmpeq_epi16(v, _mm_set1_epi16(0x0D))));
+        const unsigned mask = unsigned(_mm_movemask_epi8(space));
+        if (mask != 0xFFFF)
+            return i + size_t(__builtin_ctz(~mask)) / 2;
+    }
+    while (i < n && IsSpace(p[i]))
+        ++i;
+    return i;
+}
+
+bool XmlValidator::Visit(const XmlElement* e, ElementInfo& info) {
+    ++m_serial;
+    if (!info.def)
+        return Report(valUndeclaredElement, u"Element '" + UCString(e->Name()) + u"' is not declared", e) &&
+               CheckAttributes(e, info);
+    if (!CheckAttributes(e, info))
+        return false;
+    if (!info.compiled && !Prepare(e, info))
+        return false;
     const XmlElementDef& def = *info.def;
     switch (def.Type()) {
     case elemEmpty:
@@ -844,76 +906,150 @@ bool XmlValidator::CheckContent(const XmlElement* e, ElementInfo& info) {
             return Report(valEmptyContent, u"Element '" + UCString(e->Name()) + u"' is declared EMPTY but has text",
                           e);
         return true;
-    case elemMixed: {
-        if (!info.compiled) {
-            info.compiled = true;
-            std::vector<UCString> names;
-            if (def.Contents().Type() != cpNone)
-                def.Contents().ListOfNames(names);
-            for (const UCString& name : names)
-                info.mixed.push_back(KeyOfName(name.c_str()));
-            std::sort(info.mixed.begin(), info.mixed.end());
-        }
-        for (const XmlElement* c = e->Child(); c; c = c->Next())
-            if (!std::binary_search(info.mixed.begin(), info.mixed.end(), KeyOf(c)) &&
-                !Report(valMixedContent, u"Element '" + UCString(c->Name()) + u"' is not allowed in the content " +
-                                             ModelText(def) + u" of '" + e->Name() + u"'",
-                        e))
-                return false;
-        return true;
-    }
     case elemChildren: {
-        const UCChar* data = e->Data();
-        for (long i = 0, n = e->DataLength(); i < n; ++i)
-            if (!IsSpace(data[i])) {
-                if (!Report(valTextInContent, u"Element '" + UCString(e->Name()) + u"' has text " +
-                                                  Quoted(View(data + i, size_t(n - i))) +
-                                                  u" where its content " + ModelText(def) + u" allows only elements",
-                            e))
-                    return false;
-                break;
-            }
-        return CheckChildren(e, info);
+        const size_t n = size_t(e->DataLength());
+        const size_t at = FirstNonSpace(e->Data(), n);
+        if (at < n)
+            return Report(valTextInContent, u"Element '" + UCString(e->Name()) + u"' has text " +
+                                                Quoted(View(e->Data() + at, n - at)) + u" where its content " +
+                                                ModelText(def) + u" allows only elements",
+                          e);
+        return true;
     }
     default:
-        return true;  // ANY, or no type
+        return true;
     }
 }
 
-bool XmlValidator::Visit(const XmlElement* e) {
-    ++m_serial;
-    ElementInfo& info = Info(KeyOf(e), e);
-    if (!info.def &&
-        !Report(valUndeclaredElement, u"Element '" + UCString(e->Name()) + u"' is not declared", e))
-        return false;
-    if (!CheckAttributes(e, info))
-        return false;
-    return !info.def || CheckContent(e, info);
+bool XmlValidator::ContentFault(const Open& open, const XmlElement* child, int state) {
+    const XmlElement* e = open.element;
+    const XmlElementDef& def = *open.info->def;
+    std::vector<const UCChar*> names;
+    bool more;
+    open.info->automaton->Expected(state, 6, names, more);
+    UCString message = u"Content of '" + UCString(e->Name()) + u"' does not match " + ModelText(def) + u": ";
+    if (child)
+        message += u"'" + UCString(child->Name()) + u"' is not allowed " +
+                   (open.last ? u"after '" + UCString(open.last->Name()) + u"'" : UCString(u"first"));
+    else
+        message += open.last ? u"it ends after '" + UCString(open.last->Name()) + u"'" : UCString(u"it is empty");
+    for (size_t i = 0; i < names.size(); ++i)
+        message += (i ? u", '" : u", expecting '") + UCString(names[i]) + u"'";
+    if (more)
+        message += u", ...";
+    else if (names.empty())
+        message += u", expecting the end";
+    return Report(valElementContent, std::move(message), e);
 }
 
-bool XmlValidator::CheckDanglingRefs() {
+bool XmlValidator::Step(Open& parent, const XmlElement* child, int key) {
+    ElementInfo& info = *parent.info;
+    if (!info.def)
+        return true;
+    switch (info.def->Type()) {
+    case elemChildren: {
+        if (!parent.matching)
+            return true;
+        XmlAutomaton& automaton = *info.automaton;
+        const int next = automaton.Next(parent.state, key);
+        if (next == XmlAutomaton::Dead) {
+            parent.matching = false;
+            return ContentFault(parent, child, parent.state);
+        }
+        parent.state = next;
+        parent.last = child;
+        if (automaton.Undecided() && !info.nondeterministicReported && automaton.Ambiguous(next)) {
+            info.nondeterministicReported = true;
+            return Report(valNondeterministic,
+                          u"Content model of '" + UCString(parent.element->Name()) + u"' is not deterministic: " +
+                              ModelText(*info.def) + u" lets '" + child->Name() + u"' match at more than one place",
+                          parent.element);
+        }
+        return true;
+    }
+    case elemMixed:
+        if (size_t(key) < info.mixed.size() && info.mixed[size_t(key)])
+            return true;
+        return Report(valMixedContent, u"Element '" + UCString(child->Name()) + u"' is not allowed in the content " +
+                                           ModelText(*info.def) + u" of '" + parent.element->Name() + u"'",
+                      parent.element);
+    default:
+        return true;  // EMPTY reported its children already; ANY takes any
+    }
+}
+
+bool XmlValidator::Finish(const Open& open) {
+    const ElementInfo& info = *open.info;
+    if (!info.def || info.def->Type() != elemChildren || !open.matching || info.automaton->Accepting(open.state))
+        return true;
+    return ContentFault(open, nullptr, open.state);
+}
+
+bool XmlValidator::CheckIds() {
+    auto sorted = [](const std::vector<Token>& tokens) {
+        std::vector<uint64_t> keys(tokens.size());
+        for (size_t i = 0; i < tokens.size(); ++i)
+            keys[i] = uint64_t(tokens[i].hash) << 32 | i;
+        SortByHigh(keys);
+        return keys;
+    };
+    const std::vector<uint64_t> ids = sorted(m_ids), refs = sorted(m_refs);
+    // The faults, as (token, is a reference), in document order below.
+    std::vector<std::pair<const Token*, bool>> faults;
+    // Runs of one hash: the distinct texts in each, and the IDs after the
+    // first of a text.
+    std::vector<View> distinct;
+    size_t r = 0;
+    for (size_t i = 0; i < ids.size();) {
+        const uint64_t hash = ids[i] >> 32;
+        size_t end = i;
+        distinct.clear();
+        for (; end < ids.size() && ids[end] >> 32 == hash; ++end) {
+            const Token& id = m_ids[uint32_t(ids[end])];
+            if (std::find(distinct.begin(), distinct.end(), id.text) != distinct.end())
+                faults.emplace_back(&id, false);
+            else
+                distinct.push_back(id.text);
+        }
+        for (; r < refs.size() && refs[r] >> 32 <= hash; ++r) {
+            const Token& ref = m_refs[uint32_t(refs[r])];
+            if (refs[r] >> 32 < hash || std::find(distinct.begin(), distinct.end(), ref.text) == distinct.end())
+                faults.emplace_back(&ref, true);
+        }
+        i = end;
+    }
+    for (; r < refs.size(); ++r)
+        faults.emplace_back(&m_refs[uint32_t(refs[r])], true);
+    if (faults.empty())
+        return true;
+    std::stable_sort(faults.begin(), faults.end(),
+                     [](const auto& a, const auto& b) { return a.first->serial < b.first->serial; });
+    // The paths need the walk's open elements: walk again for them.
     std::unordered_map<const XmlElement*, UCString> paths;
-    for (const Ref& r : m_refs)
-        if (!m_ids.count(r.id))
-            paths.emplace(r.element, UCString());
-    if (paths.empty())
-        return true;
-    // The paths need the walk's open elements: walk again for them, then
-    // report in the order of the references.
-    Walk([&](const XmlElement* e) {
-        auto it = paths.find(e);
-        if (it != paths.end())
-            it->second = PathOf(e);
-        return true;
-    });
-    for (const Ref& r : m_refs) {
-        if (m_ids.count(r.id))
-            continue;
+    for (const auto& f : faults)
+        paths.emplace(f.first->element, UCString());
+    Walk(
+        [&](const XmlElement* e) {
+            auto it = paths.find(e);
+            if (it != paths.end())
+                it->second = PathOf(e);
+            if (e->Child())
+                m_open.push_back({e, nullptr, 0, nullptr, false});
+            return true;
+        },
+        [](const Open&) { return true; });
+    for (const auto& f : faults) {
         if (m_stopped)
             return false;
-        m_out.emplace_back(valDanglingIdref,
-                           u"Value " + Quoted(r.id) + u" of " + Where(r.element, r.attribute) + u" names no ID",
-                           r.element, paths[r.element]);
+        const Token& t = *f.first;
+        if (f.second)
+            m_out.emplace_back(valDanglingIdref,
+                               u"Value " + Quoted(t.text) + u" of " + Where(t.element, t.attribute) + u" names no ID",
+                               t.element, paths[t.element]);
+        else
+            m_out.emplace_back(valDuplicateId,
+                               u"ID " + Quoted(t.text) + u" of " + Where(t.element, t.attribute) + u" is not unique",
+                               t.element, paths[t.element]);
         if (m_most && m_out.size() >= m_most)
             m_stopped = true;
     }
@@ -940,10 +1076,28 @@ void XmlValidator::Run() {
         !Report(valRootName,
                 u"Root element '" + UCString(root->Name()) + u"' is not the document type '" + docType + u"'", root))
         return;
-    if (!Walk([this](const XmlElement* e) { return Visit(e); }))
+    const bool done = Walk(
+        [this](const XmlElement* e) {
+            const int key = KeyOf(e);
+            ElementInfo& info = Info(key, e);
+            if (!m_open.empty() && !Step(m_open.back(), e, key))
+                return false;
+            if (info.plain && info.compiled && !e->Child() && !e->AttributeCount())
+                return true;
+            if (!Visit(e, info))
+                return false;
+            Open open{e, &info, XmlAutomaton::Start, nullptr, true};
+            if (e->Child()) {
+                m_open.push_back(open);
+                return true;
+            }
+            return Finish(open);
+        },
+        [this](const Open& open) { return Finish(open); });
+    if (!done)
         return;
     m_open.clear();
-    CheckDanglingRefs();
+    CheckIds();
 }
 
 bool XmlDocument::Validate(std::vector<XmlViolation>& violations, size_t maxViolations) const {
