@@ -220,6 +220,7 @@ private:
         owner = e->m_block ? e->m_block->Document() : nullptr;
         return e->m_nameId - 1;
     }
+    static const XmlDeque<XmlAttribute>& AttributesOf(const XmlElement* e) { return e->m_attributes; }
 
 private:
     friend class XmlElement;

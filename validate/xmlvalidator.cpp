@@ -202,6 +202,7 @@ private:
         // Mixed content, no attribute required: an element of this name
         // without attributes and children has nothing to check.
         bool plain = false;
+        int type = -1;  // of the definition; -1 without one
         std::vector<bool> mixed;  // by key: whether mixed content lists it
     };
     // An open element of the walk, with the match of its children so far.
@@ -241,10 +242,27 @@ private:
     // whether it may have children at all.
     bool Visit(const XmlElement* e, ElementInfo& info);
     bool CheckAttributes(const XmlElement* e, ElementInfo& info);
-    bool CheckValue(const XmlElement* e, int index, const AttInfo& att);
+    bool CheckValue(const XmlElement* e, int index, const UCChar* raw, const AttInfo& att);
     bool Prepare(const XmlElement* e, ElementInfo& info);
-    // The child of the open element parent with name key.
-    bool Step(Open& parent, const XmlElement* child, int key);
+    // The child of the open element parent with name key: inline for the
+    // common case, StepFault for the rest.
+    bool Step(Open& parent, const XmlElement* child, int key) {
+        ElementInfo& info = *parent.info;
+        if (info.type == elemChildren) {
+            if (!parent.matching)
+                return true;
+            const int next = info.automaton->Next(parent.state, key);
+            if (next < 0 || info.automaton->Undecided())
+                return StepFault(parent, child, next);
+            parent.state = next;
+            parent.last = child;
+            return true;
+        }
+        if (info.type == elemMixed && !(size_t(key) < info.mixed.size() && info.mixed[size_t(key)]))
+            return StepFault(parent, child, 0);
+        return true;  // EMPTY reported its children already; ANY takes any
+    }
+    bool StepFault(Open& parent, const XmlElement* child, int next);
     // The end of the children of the open element.
     bool Finish(const Open& open);
     bool ContentFault(const Open& open, const XmlElement* child, int state);
@@ -403,6 +421,7 @@ XmlValidator::ElementInfo& XmlValidator::NewInfo(int key, const XmlElement* e) {
     }
     Describe(info);
     info.plain = info.def && info.def->Type() == elemMixed && info.required.empty();
+    info.type = info.def ? info.def->Type() : -1;
     return info;
 }
 
@@ -668,7 +687,7 @@ UCString XmlValidator::PathOf(const XmlElement* e) {
     return path;
 }
 
-bool XmlValidator::CheckValue(const XmlElement* e, int index, const AttInfo& att) {
+bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw, const AttInfo& att) {
     const XmlAttDef& def = *att.def;
     const int type = def.Type();
     const bool tokenized = type != attCdata && type != attNone;
@@ -677,7 +696,6 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const AttInfo& att
     if (!tokenized && !fixed)
         return true;
     // One pass finds the length and whether a reference stands in it.
-    const UCChar* raw = e->GetAttributeValue(index);
     const UCChar* end = raw;
     bool hasRef = false;
     for (; *end; ++end)
@@ -797,8 +815,10 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
     if (count == 0 && info.required.empty())
         return true;
     const uint64_t serial = m_serial;
-    for (int i = 0; i < count; ++i) {
-        const UCChar* name = e->GetAttributeName(i);
+    int i = -1;
+    for (const XmlAttribute& attribute : XmlDocument::AttributesOf(e)) {
+        ++i;
+        const UCChar* name = attribute.Name();
         const View key(name);
         int a = -1;
         if (!info.attIndex.empty()) {
@@ -823,7 +843,7 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
             continue;
         }
         info.stamps[size_t(a)] = serial;
-        if (!CheckValue(e, i, info.atts[size_t(a)]))
+        if (!CheckValue(e, i, attribute.Value(), info.atts[size_t(a)]))
             return false;
     }
     for (int r : info.required)
@@ -942,40 +962,26 @@ bool XmlValidator::ContentFault(const Open& open, const XmlElement* child, int s
     return Report(valElementContent, std::move(message), e);
 }
 
-bool XmlValidator::Step(Open& parent, const XmlElement* child, int key) {
+bool XmlValidator::StepFault(Open& parent, const XmlElement* child, int next) {
     ElementInfo& info = *parent.info;
-    if (!info.def)
-        return true;
-    switch (info.def->Type()) {
-    case elemChildren: {
-        if (!parent.matching)
-            return true;
-        XmlAutomaton& automaton = *info.automaton;
-        const int next = automaton.Next(parent.state, key);
-        if (next == XmlAutomaton::Dead) {
-            parent.matching = false;
-            return ContentFault(parent, child, parent.state);
-        }
-        parent.state = next;
-        parent.last = child;
-        if (automaton.Undecided() && !info.nondeterministicReported && automaton.Ambiguous(next)) {
-            info.nondeterministicReported = true;
-            return Report(valNondeterministic,
-                          u"Content model of '" + UCString(parent.element->Name()) + u"' is not deterministic: " +
-                              ModelText(*info.def) + u" lets '" + child->Name() + u"' match at more than one place",
-                          parent.element);
-        }
-        return true;
-    }
-    case elemMixed:
-        if (size_t(key) < info.mixed.size() && info.mixed[size_t(key)])
-            return true;
+    if (info.type == elemMixed)
         return Report(valMixedContent, u"Element '" + UCString(child->Name()) + u"' is not allowed in the content " +
                                            ModelText(*info.def) + u" of '" + parent.element->Name() + u"'",
                       parent.element);
-    default:
-        return true;  // EMPTY reported its children already; ANY takes any
+    if (next == XmlAutomaton::Dead) {
+        parent.matching = false;
+        return ContentFault(parent, child, parent.state);
     }
+    parent.state = next;
+    parent.last = child;
+    if (!info.nondeterministicReported && info.automaton->Ambiguous(next)) {
+        info.nondeterministicReported = true;
+        return Report(valNondeterministic,
+                      u"Content model of '" + UCString(parent.element->Name()) + u"' is not deterministic: " +
+                          ModelText(*info.def) + u" lets '" + child->Name() + u"' match at more than one place",
+                      parent.element);
+    }
+    return true;
 }
 
 bool XmlValidator::Finish(const Open& open) {
@@ -1002,18 +1008,26 @@ bool XmlValidator::CheckIds() {
     size_t r = 0;
     for (size_t i = 0; i < ids.size();) {
         const uint64_t hash = ids[i] >> 32;
-        size_t end = i;
+        size_t end = i + 1;
+        while (end < ids.size() && ids[end] >> 32 == hash)
+            ++end;
+        // A token is read only when its hash is shared: most are not, and
+        // they lie all over the memory of the tree.
+        for (; r < refs.size() && refs[r] >> 32 < hash; ++r)
+            faults.emplace_back(&m_refs[uint32_t(refs[r])], true);
+        const bool referenced = r < refs.size() && refs[r] >> 32 == hash;
         distinct.clear();
-        for (; end < ids.size() && ids[end] >> 32 == hash; ++end) {
-            const Token& id = m_ids[uint32_t(ids[end])];
-            if (std::find(distinct.begin(), distinct.end(), id.text) != distinct.end())
-                faults.emplace_back(&id, false);
-            else
-                distinct.push_back(id.text);
-        }
-        for (; r < refs.size() && refs[r] >> 32 <= hash; ++r) {
+        if (end - i > 1 || referenced)
+            for (size_t k = i; k < end; ++k) {
+                const Token& id = m_ids[uint32_t(ids[k])];
+                if (std::find(distinct.begin(), distinct.end(), id.text) != distinct.end())
+                    faults.emplace_back(&id, false);
+                else
+                    distinct.push_back(id.text);
+            }
+        for (; r < refs.size() && refs[r] >> 32 == hash; ++r) {
             const Token& ref = m_refs[uint32_t(refs[r])];
-            if (refs[r] >> 32 < hash || std::find(distinct.begin(), distinct.end(), ref.text) == distinct.end())
+            if (std::find(distinct.begin(), distinct.end(), ref.text) == distinct.end())
                 faults.emplace_back(&ref, true);
         }
         i = end;
