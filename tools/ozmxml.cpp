@@ -761,6 +761,17 @@ int Validate(int argc, char** argv) {
         }
         if (!Readable(file))
             return kExitFailed;
+        // What the subset names by a relative path is found beside it (the
+        // library would look beside the last document parsed).
+        const std::string::size_type slash = file.rfind('/');
+        if (slash != std::string::npos) {
+            const UCString dir = Wide(file.substr(0, slash + 1).c_str());
+            definition.ExternalResources(XmlResources::Resolver(
+                [dir](const UCChar*, const UCChar* systemId, const UCChar*, UCString& answer) {
+                    answer = systemId[0] == u'/' ? UCString(systemId) : dir + systemId;
+                    return int(resolvePath);
+                }));
+        }
         // A subset without a single root element (XHTML's, say) is read whole
         // before that is found out: it is taken, and the root's name is then
         // not checked.
