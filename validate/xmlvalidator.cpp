@@ -73,15 +73,18 @@ void SortByHigh(std::vector<uint64_t>& keys) {
     }
 }
 
-// The tokens of a value: runs of anything but white space.
+// The tokens of a value: runs of anything but white space, or, in a value
+// with its references replaced (blanksOnly), of anything but blanks: there
+// white space that a character reference gave is part of a token.
 template <class Each>
-void Tokens(View v, Each&& each) {
+void Tokens(View v, bool blanksOnly, Each&& each) {
+    auto space = [blanksOnly](UCChar c) { return blanksOnly ? c == u' ' : IsSpace(c); };
     size_t i = 0;
     while (i < v.size()) {
-        while (i < v.size() && IsSpace(v[i]))
+        while (i < v.size() && space(v[i]))
             ++i;
         size_t j = i;
-        while (j < v.size() && !IsSpace(v[j]))
+        while (j < v.size() && !space(v[j]))
             ++j;
         if (j > i)
             each(v.substr(i, j - i));
@@ -89,11 +92,11 @@ void Tokens(View v, Each&& each) {
     }
 }
 
-// v with leading and trailing white space dropped and each inner run made
-// one blank, in out.
-void Collapse(View v, UCString& out) {
+// v with leading and trailing space dropped and each inner run made one
+// blank, in out (blanksOnly as for Tokens).
+void Collapse(View v, bool blanksOnly, UCString& out) {
     out.clear();
-    Tokens(v, [&](View token) {
+    Tokens(v, blanksOnly, [&](View token) {
         if (!out.empty())
             out += u' ';
         out += token;
@@ -447,7 +450,7 @@ void XmlValidator::Describe(ElementInfo& info) {
             UCString fault;
             att.fixedOk = Expand(def->DefVal(), att.fixed, fault);
             if (def->Type() != attCdata && def->Type() != attNone) {
-                Collapse(att.fixed, m_scratch);
+                Collapse(att.fixed, true, m_scratch);
                 att.fixed = m_scratch;
             }
         }
@@ -612,7 +615,7 @@ bool XmlValidator::CheckDefinition() {
                 continue;
             }
             if (att->Type() != attCdata && att->Type() != attNone) {
-                Collapse(value, m_scratch);
+                Collapse(value, true, m_scratch);
                 value = m_scratch;
             }
             bool ok = true;
@@ -626,14 +629,14 @@ bool XmlValidator::CheckDefinition() {
             case attIdrefs:
             case attEntities:
                 ok = !value.empty();
-                Tokens(value, [&](View t) { ok = ok && IsName(t); });
+                Tokens(value, true, [&](View t) { ok = ok && IsName(t); });
                 break;
             case attNmtoken:
                 ok = IsNmtoken(value);
                 break;
             case attNmtokens:
                 ok = !value.empty();
-                Tokens(value, [&](View t) { ok = ok && IsNmtoken(t); });
+                Tokens(value, true, [&](View t) { ok = ok && IsNmtoken(t); });
                 break;
             case attEnumerated:
                 ok = att->FindEnum(value.c_str()) >= 0;
@@ -711,18 +714,21 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
         stable = false;
     }
     if (tokenized) {
-        // Trimmed; a value with any other white space is collapsed.
+        // Trimmed, and collapsed unless it has single blanks only. Once
+        // references are replaced, only blanks count: white space that a
+        // character reference gave is part of the value.
+        auto space = [hasRef](UCChar c) { return hasRef ? c == u' ' : IsSpace(c); };
         size_t b = 0, n = v.size();
-        while (b < n && IsSpace(v[b]))
+        while (b < n && space(v[b]))
             ++b;
-        while (n > b && IsSpace(v[n - 1]))
+        while (n > b && space(v[n - 1]))
             --n;
         v = v.substr(b, n - b);
         bool plain = true;
         for (size_t i = 0; i < v.size() && plain; ++i)
-            plain = v[i] != u'\t' && v[i] != u'\n' && v[i] != u'\r' && !(v[i] == u' ' && i + 1 < v.size() && v[i + 1] == u' ');
+            plain = (v[i] == u' ' || !space(v[i])) && !(v[i] == u' ' && i + 1 < v.size() && v[i + 1] == u' ');
         if (!plain) {
-            Collapse(v, m_scratch);
+            Collapse(v, hasRef, m_scratch);
             m_value.swap(m_scratch);
             v = m_value;
             stable = false;
@@ -760,16 +766,16 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
         return true;
     case attIdrefs: {
         bool ok = !v.empty();
-        Tokens(v, [&](View t) { ok = ok && IsName(t); });
+        Tokens(v, true, [&](View t) { ok = ok && IsName(t); });
         if (!ok)
             return syntax(u"a list of names");
-        Tokens(v, [&](View t) { m_refs.push_back({keep(t), e, index, m_serial, HashOf(t)}); });
+        Tokens(v, true, [&](View t) { m_refs.push_back({keep(t), e, index, m_serial, HashOf(t)}); });
         return true;
     }
     case attEntity:
     case attEntities: {
         bool ok = !v.empty();
-        Tokens(v, [&](View t) { ok = ok && IsName(t); });
+        Tokens(v, true, [&](View t) { ok = ok && IsName(t); });
         if (!ok)
             return syntax(type == attEntity ? u"a name" : u"a list of names");
         if (type == attEntity && v.find(u' ') != View::npos)
@@ -783,7 +789,7 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
         return IsNmtoken(v) || syntax(u"a name token");
     case attNmtokens: {
         bool ok = !v.empty();
-        Tokens(v, [&](View t) { ok = ok && IsNmtoken(t); });
+        Tokens(v, true, [&](View t) { ok = ok && IsNmtoken(t); });
         return ok || syntax(u"a list of name tokens");
     }
     case attNotation:
@@ -959,6 +965,8 @@ bool XmlValidator::ContentFault(const Open& open, const XmlElement* child, int s
         message += u", ...";
     else if (names.empty())
         message += u", expecting the end";
+    else if (open.info->automaton->Accepting(state))
+        message += u" or the end";
     return Report(valElementContent, std::move(message), e);
 }
 
@@ -1127,6 +1135,7 @@ bool XmlDocument::Validate(const XmlDtd& dtd, std::vector<XmlViolation>& violati
             violations.emplace_back(valOutOfMemory, u"Out of memory", nullptr, UCString());
         } catch (const std::bad_alloc&) {
         }
+        return false;
     }
     return violations.empty();
 }
