@@ -210,10 +210,16 @@ void XmlAutomaton::Expected(int state, size_t most, std::vector<const UCChar*>& 
     names.clear();
     more = false;
     std::vector<std::pair<int, int>> found;  // (order, position), one per name
+    // A message needs a few names: a huge model is not searched whole.
+    size_t tests = 0;
     for (size_t q = 0; q < m_nodes.size(); ++q) {
         const Node& n = m_nodes[q];
         if (n.type != cpName)
             continue;
+        if ((tests += m_states[size_t(state)].size()) > kExpectedTests) {
+            more = true;
+            break;
+        }
         bool follows = false;
         for (int p : m_states[size_t(state)])
             follows = follows || Follows(p, int(q));
@@ -232,7 +238,7 @@ void XmlAutomaton::Expected(int state, size_t most, std::vector<const UCChar*>& 
     for (const auto& f : found) {
         if (names.size() == most) {
             more = true;
-            return;
+            break;
         }
         names.push_back(m_nodes[size_t(f.second)].name);
     }

@@ -92,6 +92,8 @@ private:
     void Flatten(const XmlContentPart& model);
     void Analyse();
     static constexpr int kUnknown = -2;
+    // Follow tests that Expected may make.
+    static constexpr size_t kExpectedTests = size_t(1) << 14;
     // Table entries (rows of m_keyRange) allowed before the hash map serves.
     static constexpr size_t kTableLimit = size_t(1) << 20;
     int SlowNext(int state, int key);

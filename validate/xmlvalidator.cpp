@@ -434,9 +434,12 @@ void XmlValidator::Describe(ElementInfo& info) {
     if (!info.list)
         return;
     const XmlAttrList& list = *info.list;
+    // The list's own lookup builds an index on first use, which threads
+    // sharing the definition must not do at once: names are kept here.
+    std::unordered_set<View> seen;
     for (int i = 0; i < list.DefCount(); ++i) {
         const XmlAttDef* def = list.GetAttDef(i);
-        if (list.FindAttDef(def->Name()) != def)
+        if (!seen.insert(View(def->Name())).second)
             continue;  // a later definition of a name: the first counts
         info.atts.emplace_back();
         AttInfo& att = info.atts.back();
@@ -580,9 +583,10 @@ bool XmlValidator::CheckDefinition() {
         const UCString element = def->Name();
         const XmlAttDef* id = nullptr;
         const XmlAttDef* notation = nullptr;
+        std::unordered_set<View> seen;
         for (int k = 0; k < list->DefCount(); ++k) {
             const XmlAttDef* att = list->GetAttDef(k);
-            if (list->FindAttDef(att->Name()) != att)
+            if (!seen.insert(View(att->Name())).second)
                 continue;
             const UCString where = u"attribute '" + UCString(att->Name()) + u"' of element '" + element + u"'";
             auto fault = [&](const UCString& what) { return Report(valAttributeDecl, what, nullptr); };
@@ -602,8 +606,9 @@ bool XmlValidator::CheckDefinition() {
                 if (def->Type() == elemEmpty && !fault(u"NOTATION " + where + u" stands on an EMPTY element"))
                     return false;
             }
+            std::unordered_set<View> values;
             for (int v = 0; v < att->EnumCount(); ++v)
-                if (att->FindEnum(att->GetEnum(v)) != v &&
+                if (!values.insert(View(att->GetEnum(v))).second &&
                     !fault(u"Value '" + UCString(att->GetEnum(v)) + u"' stands twice in the enumeration of " + where))
                     return false;
             if (att->DefType() != defFixed && att->DefType() != defValue)
