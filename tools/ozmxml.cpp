@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
@@ -295,6 +297,8 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void At(size_t index, const std::string& file) {
+        if (!m_thread.joinable())
+            return;  // nothing is shown
         std::lock_guard<std::mutex> lock(g_terminal);
         m_index = index;
         m_file = Shown(file);
@@ -655,46 +659,51 @@ void RunBatch(const std::vector<BatchFile>& files, unsigned jobs, Work&& work, E
         }
         return;
     }
-    struct Slot {
-        bool done = false;
-        FileResult result;
-    };
-    std::vector<Slot> slots(files.size());
+    // This thread is one of the workers: between files of its own it prints
+    // the results that are ready in order, and it waits only at the end, so
+    // that small files cost no switch between threads each.
+    std::vector<FileResult> results(files.size());
+    std::unique_ptr<std::atomic<bool>[]> done(new std::atomic<bool>[files.size()]);
+    for (size_t i = 0; i < files.size(); ++i)
+        done[i] = false;
+    std::atomic<size_t> next{0}, awaited{SIZE_MAX};
     std::mutex lock;
     std::condition_variable finished;
-    size_t next = 0;
-    auto worker = [&] {
-        XmlDocument doc;
-        for (;;) {
-            size_t i;
-            {
-                std::lock_guard<std::mutex> guard(lock);
-                if (next == files.size())
-                    return;
-                i = next++;
-            }
-            FileResult result;
-            process(doc, i, result);
-            {
-                std::lock_guard<std::mutex> guard(lock);
-                slots[i].result = std::move(result);
-                slots[i].done = true;
-            }
-            finished.notify_all();
+    auto take = [&](XmlDocument& doc) {
+        const size_t i = next++;
+        if (i >= files.size())
+            return false;
+        process(doc, i, results[i]);
+        done[i] = true;
+        if (awaited == i) {
+            std::lock_guard<std::mutex> guard(lock);
+            finished.notify_one();
         }
+        return true;
     };
     std::vector<std::thread> threads;
-    for (size_t t = 0; t < std::min<size_t>(jobs, files.size()); ++t)
-        threads.emplace_back(worker);
-    for (size_t i = 0; i < files.size(); ++i) {
-        FileResult result;
-        {
+    for (size_t t = 1; t < std::min<size_t>(jobs, files.size()); ++t)
+        threads.emplace_back([&] {
+            XmlDocument doc;
+            while (take(doc))
+                ;
+        });
+    XmlDocument doc;
+    size_t printed = 0;
+    auto print = [&] {
+        emit(printed, results[printed]);
+        results[printed] = FileResult();
+        ++printed;
+    };
+    while (take(doc))
+        while (printed < files.size() && done[printed])
+            print();
+    for (; printed < files.size(); print())
+        if (!done[printed]) {
             std::unique_lock<std::mutex> guard(lock);
-            finished.wait(guard, [&] { return slots[i].done; });
-            result = std::move(slots[i].result);
+            awaited = printed;
+            finished.wait(guard, [&] { return done[printed].load(); });
         }
-        emit(i, result);
-    }
     for (std::thread& t : threads)
         t.join();
 }

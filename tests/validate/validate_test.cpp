@@ -177,7 +177,7 @@ std::string Regex(const XmlContentPart& p) {
     return out + ")" + mods[p.CountMod()];
 }
 
-// Every sequence of up to five children from {a, b, c} is judged as the
+// Every sequence of up to four children from {a, b, c} is judged as the
 // regular expression of the model judges it, also where a greedy match goes
 // wrong and where the model is not deterministic (which is reported).
 TEST(Validate, ContentModelsAgainstRegularExpressions) {
@@ -210,7 +210,7 @@ TEST(Validate, ContentModelsAgainstRegularExpressions) {
         models.push_back({texts.back().c_str(), true});
     }
     std::vector<std::string> words(1, "");
-    for (size_t i = 0; i < words.size() && words[i].size() < 5; ++i)
+    for (size_t i = 0; i < words.size() && words[i].size() < 4; ++i)
         for (const char* c = names; *c; ++c)
             words.push_back(words[i] + *c);
     XmlDocument doc;
