@@ -830,15 +830,21 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
     for (const XmlAttribute& attribute : XmlDocument::AttributesOf(e)) {
         ++i;
         const UCChar* name = attribute.Name();
-        const View key(name);
         int a = -1;
         if (!info.attIndex.empty()) {
-            auto it = info.attIndex.find(key);
+            auto it = info.attIndex.find(View(name));
             a = it == info.attIndex.end() ? -1 : it->second;
         } else {
-            for (size_t k = 0; k < info.atts.size() && a < 0; ++k)
-                if (info.atts[k].name == key)
+            // Unit by unit against the definitions' names, whose lengths are
+            // known: the attribute's name is not measured first.
+            for (size_t k = 0; k < info.atts.size() && a < 0; ++k) {
+                const View def = info.atts[k].name;
+                size_t n = 0;
+                while (n < def.size() && name[n] == def[n])
+                    ++n;
+                if (n == def.size() && name[n] == 0)
                     a = int(k);
+            }
         }
         if (a < 0) {
             if (!Report(valUndeclaredAttribute, u"Attribute '" + UCString(name) + u"' of element '" + e->Name() +
