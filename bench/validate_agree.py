@@ -33,8 +33,8 @@ ROOT = os.path.dirname(HERE)
 XHTML = "/usr/share/xml/w3c-sgml-lib/schema/dtd"
 
 # ---- Definitions as models ----------------------------------------------
-# A model: {"elements": {name: spec}, "attlists": {name: [att]}, "root": name}
-# spec: ("EMPTY",) ("ANY",) ("MIXED", [names]) ("CHILDREN", part)
+# A model: {"elements": {name: content}, "attlists": {name: [att]}, "root": name}
+# content: ("EMPTY",) ("ANY",) ("MIXED", [names]) ("CHILDREN", part)
 # part: ("name", n, mod) or ("seq"|"choice", [parts], mod)
 # att: {"name", "type" (CDATA, ID, ..., or "ENUM"), "values", "default" (kind), "value"}
 
@@ -87,15 +87,15 @@ def parse_written_dtd(text):
         i += 1
         m = re.match(r"<!ELEMENT (\S+) (.*)>$", line)
         if m:
-            name, spec = m.group(1), m.group(2)
-            if spec == "EMPTY":
+            name, content = m.group(1), m.group(2)
+            if content == "EMPTY":
                 model["elements"].setdefault(name, ("EMPTY",))
-            elif spec == "ANY":
+            elif content == "ANY":
                 model["elements"].setdefault(name, ("ANY",))
-            elif spec.startswith("(#PCDATA"):
-                model["elements"].setdefault(name, ("MIXED", re.findall(r"\|\s*([^\s|)]+)", spec)))
+            elif content.startswith("(#PCDATA"):
+                model["elements"].setdefault(name, ("MIXED", re.findall(r"\|\s*([^\s|)]+)", content)))
             else:
-                part, _ = parse_part(tokenize_model(spec), 0)
+                part, _ = parse_part(tokenize_model(content), 0)
                 model["elements"].setdefault(name, ("CHILDREN", part))
             continue
         m = re.match(r"<!ATTLIST (\S+)$", line)
@@ -136,13 +136,13 @@ def model_text(part):
 
 def write_dtd(model):
     out = []
-    for name, spec in model["elements"].items():
-        if spec[0] == "EMPTY" or spec[0] == "ANY":
-            body = spec[0]
-        elif spec[0] == "MIXED":
-            body = "(#PCDATA" + "".join(" | " + n for n in spec[1]) + (")*" if spec[1] else ")")
+    for name, content in model["elements"].items():
+        if content[0] == "EMPTY" or content[0] == "ANY":
+            body = content[0]
+        elif content[0] == "MIXED":
+            body = "(#PCDATA" + "".join(" | " + n for n in content[1]) + (")*" if content[1] else ")")
         else:
-            body = model_text(spec[1])
+            body = model_text(content[1])
         out.append("<!ELEMENT %s %s>" % (name, body))
         atts = model["attlists"].get(name)
         if atts:
@@ -185,18 +185,18 @@ def random_dtd(rnd, index):
         later = names[i + 1:]
         r = rnd.random()
         if not later or (i > 0 and r < 0.2):
-            spec = ("EMPTY",) if rnd.random() < 0.5 else ("MIXED", [])
+            content = ("EMPTY",) if rnd.random() < 0.5 else ("MIXED", [])
         elif i > 0 and r < 0.35:
-            spec = ("MIXED", rnd.sample(later, min(len(later), rnd.randint(1, 3))))
+            content = ("MIXED", rnd.sample(later, min(len(later), rnd.randint(1, 3))))
         elif i > 0 and r < 0.4:
-            spec = ("ANY",)
+            content = ("ANY",)
         else:
             pool = list(later)
             part = random_part(pool, 0)
             if part[0] == "name":
                 part = ("seq", [part], "")
-            spec = ("CHILDREN", part)
-        model["elements"][name] = spec
+            content = ("CHILDREN", part)
+        model["elements"][name] = content
         atts = []
         has_id = False
         for k in range(rnd.randint(0, 3)):
@@ -251,8 +251,8 @@ def min_sizes(model):
 
     for _ in range(len(size) + 2):
         changed = False
-        for n, spec in model["elements"].items():
-            s = part_size(spec[1]) if spec[0] == "CHILDREN" else 0
+        for n, content in model["elements"].items():
+            s = part_size(content[1]) if content[0] == "CHILDREN" else 0
             if s < size[n]:
                 size[n], changed = s, True
         if not changed:
@@ -309,25 +309,25 @@ def generate(rnd, model, budget):
                     node.atts[att["name"]] = att["value"]
                 else:
                     node.atts[att["name"]] = random_value(rnd, att, ids)
-        spec = model["elements"][name]
-        if spec[0] == "MIXED":
+        content = model["elements"][name]
+        if content[0] == "MIXED":
             if rnd.random() < 0.8:
                 node.items.append(rnd.choice(WORDS))
-            if spec[1] and not tight:
+            if content[1] and not tight:
                 for _ in range(rnd.randint(0, 2)):
-                    child = rnd.choice(spec[1])
+                    child = rnd.choice(content[1])
                     if sizes.get(child, 10**9) < 10**9:
                         node.items.append(build(child, depth + 1))
                         node.items.append(rnd.choice(WORDS))
-        elif spec[0] == "ANY":
+        elif content[0] == "ANY":
             if not tight:
                 small = [n for n in declared if sizes[n] == 0]
                 for _ in range(rnd.randint(0, 2)):
                     if small:
                         node.items.append(build(rnd.choice(small), depth + 1))
-        elif spec[0] == "CHILDREN":
+        elif content[0] == "CHILDREN":
             names = []
-            expand(spec[1], names, tight)
+            expand(content[1], names, tight)
             for child in names:
                 node.items.append("\n" + "  " * depth)
                 node.items.append(build(child, depth + 1))
@@ -386,19 +386,19 @@ def mutate(rnd, model, root, kind):
     rnd.shuffle(nodes)
     atts_of = lambda n: {a["name"]: a for a in model["attlists"].get(n.name, [])}
     for node in nodes:
-        spec = model["elements"][node.name]
+        content = model["elements"][node.name]
         children = [i for i, x in enumerate(node.items) if isinstance(x, Node)]
         if kind == "required":
             for a in atts_of(node).values():
                 if a["default"] == "#REQUIRED" and a["name"] in node.atts:
                     del node.atts[a["name"]]
                     return True
-        elif kind == "swap" and spec[0] == "CHILDREN" and len(children) >= 2:
+        elif kind == "swap" and content[0] == "CHILDREN" and len(children) >= 2:
             for i, j in zip(children, children[1:]):
                 if node.items[i].name != node.items[j].name:
                     node.items[i], node.items[j] = node.items[j], node.items[i]
                     return True
-        elif kind == "repeat" and spec[0] == "CHILDREN" and children:
+        elif kind == "repeat" and content[0] == "CHILDREN" and children:
             i = rnd.choice(children)
             node.items.insert(i + 1, copy_tree(node.items[i]))
             for n in walk(node.items[i + 1]):  # the copy keeps no ID
@@ -428,7 +428,7 @@ def mutate(rnd, model, root, kind):
                 if a["type"] == "ENUM" and a["default"] != "#FIXED":
                     node.atts[a["name"]] = "outside"
                     return True
-        elif kind == "text" and spec[0] == "CHILDREN":
+        elif kind == "text" and content[0] == "CHILDREN":
             node.items.insert(0, "oops")
             return True
     return False

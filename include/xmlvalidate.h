@@ -27,9 +27,11 @@
 // (general entities of the document's own definition first, then of the
 // definition checked against), white space characters as blanks, and for
 // all types but CDATA leading and trailing blanks dropped and runs of blanks
-// made one. A reference to an undefined entity, one that is malformed, one
+// made one. In a value that is compared (all but CDATA values without
+// #FIXED), a reference to an undefined entity, one that is malformed, one
 // that reaches itself or nests deeper than XmlDocument::MaxEntityNesting,
-// or expansion beyond what the parser allows, is a violation too.
+// or expansion beyond what the parser allows, is a violation too; a value
+// that nothing is compared with is not read.
 //
 // What the library's model does not hold, and how the check treats it:
 //

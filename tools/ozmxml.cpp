@@ -62,7 +62,8 @@ const char* const kToolHelp =
     "                 status and errors, each with line and column or path\n"
 
 const char* const kCheckHelp =
-    "usage: ozmxml check [--ignore-dtd] [-r] [--ext EXT] [-j N] [--format json] FILE...\n"
+    "usage: ozmxml check [--ignore-dtd] [-r] [--ext EXT] [-j N] [--format json]\n"
+    "                    FILE...\n"
     "\n"
     "Parses each FILE. A failure is reported on standard error as\n"
     "FILE:LINE:COL: MESSAGE, where FILE may be an external subset the\n"

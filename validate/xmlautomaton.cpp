@@ -179,14 +179,15 @@ int XmlAutomaton::SlowNext(int state, int key) {
         return it->second;
     const int next = Transition(state, key);
     if (uint32_t(key) < m_keyRange) {
-        if (m_rowOf.size() <= size_t(state))
-            m_rowOf.resize(size_t(state) + 1, -1);
-        if (m_rowOf[size_t(state)] < 0 && m_table.size() + m_keyRange <= kTableLimit) {
-            m_rowOf[size_t(state)] = int(m_table.size());
-            m_table.resize(m_table.size() + m_keyRange, kUnknown);
+        if (m_rows.size() <= size_t(state))
+            m_rows.resize(size_t(state) + 1);
+        if (!m_rows[size_t(state)] && m_tableSize + m_keyRange <= kTableLimit) {
+            m_rows[size_t(state)].reset(new int[m_keyRange]);
+            std::fill_n(m_rows[size_t(state)].get(), m_keyRange, kUnknown);
+            m_tableSize += m_keyRange;
         }
-        if (m_rowOf[size_t(state)] >= 0) {
-            m_table[size_t(m_rowOf[size_t(state)]) + uint32_t(key)] = next;
+        if (m_rows[size_t(state)]) {
+            m_rows[size_t(state)][uint32_t(key)] = next;
             return next;
         }
     }

@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <unordered_map>
 #include <vector>
 
@@ -49,13 +50,18 @@ public:
     // are answered from a table of rows, one per state met, while the table
     // stays small; others from a hash map.
     int Next(int state, int key) {
-        if (uint32_t(key) < m_keyRange && size_t(state) < m_rowOf.size() && m_rowOf[size_t(state)] >= 0) {
-            const int next = m_table[size_t(m_rowOf[size_t(state)]) + uint32_t(key)];
-            if (next != kUnknown)
-                return next;
+        if (const int* row = Row(state)) {
+            if (uint32_t(key) < m_keyRange && row[key] != kUnknown)
+                return row[key];
         }
         return SlowNext(state, key);
     }
+    // The row of state in the table (indexed by key, kUnknown where not yet
+    // worked out), or null; it stays in place while the automaton lives.
+    const int* Row(int state) const {
+        return size_t(state) < m_rows.size() ? m_rows[size_t(state)].get() : nullptr;
+    }
+    uint32_t KeyRange() const { return m_keyRange; }
     // Whether the content may end in state.
     bool Accepting(int state) const { return m_accepting[size_t(state)]; }
     // Whether state holds more than one position: the model is ambiguous
@@ -112,7 +118,7 @@ private:
     std::map<std::vector<int>, int> m_stateIds;
     std::unordered_map<uint64_t, int> m_transitions;
     uint32_t m_keyRange = 0;
-    std::vector<int> m_rowOf;  // state -> offset of its row in m_table, or -1
-    std::vector<int> m_table;
+    std::vector<std::unique_ptr<int[]>> m_rows;  // by state, null without a row
+    size_t m_tableSize = 0;                      // entries in all rows
     bool m_undecided = false;
 };

@@ -213,6 +213,7 @@ private:
         const XmlElement* element;
         ElementInfo* info;
         int state;                   // of the automaton of element content
+        const int* row;              // of that state in the automaton's table, or null
         const XmlElement* last;      // the child met last
         bool matching;               // no fault found in its children yet
     };
@@ -254,10 +255,15 @@ private:
         if (info.type == elemChildren) {
             if (!parent.matching)
                 return true;
-            const int next = info.automaton->Next(parent.state, key);
-            if (next < 0 || info.automaton->Undecided())
+            XmlAutomaton& automaton = *info.automaton;
+            // The row of the state is kept: a known transition is one load.
+            const int next = parent.row && uint32_t(key) < automaton.KeyRange() && parent.row[key] >= 0
+                                 ? parent.row[key]
+                                 : automaton.Next(parent.state, key);
+            if (next < 0 || automaton.Undecided())
                 return StepFault(parent, child, next);
             parent.state = next;
+            parent.row = automaton.Row(next);
             parent.last = child;
             return true;
         }
@@ -992,6 +998,7 @@ bool XmlValidator::StepFault(Open& parent, const XmlElement* child, int next) {
         return ContentFault(parent, child, parent.state);
     }
     parent.state = next;
+    parent.row = info.automaton->Row(next);
     parent.last = child;
     if (!info.nondeterministicReported && info.automaton->Ambiguous(next)) {
         info.nondeterministicReported = true;
@@ -1067,7 +1074,7 @@ bool XmlValidator::CheckIds() {
             if (it != paths.end())
                 it->second = PathOf(e);
             if (e->Child())
-                m_open.push_back({e, nullptr, 0, nullptr, false});
+                m_open.push_back({e, nullptr, 0, nullptr, nullptr, false});
             return true;
         },
         [](const Open&) { return true; });
@@ -1119,7 +1126,8 @@ void XmlValidator::Run() {
                 return true;
             if (!Visit(e, info))
                 return false;
-            Open open{e, &info, XmlAutomaton::Start, nullptr, true};
+            Open open{e, &info, XmlAutomaton::Start,
+                      info.automaton ? info.automaton->Row(XmlAutomaton::Start) : nullptr, nullptr, true};
             if (e->Child()) {
                 m_open.push_back(open);
                 return true;
