@@ -202,9 +202,10 @@ public:
     // definition's own faults, then the tree's in document order, then, in
     // document order too, ID values met before and IDREF values that name no
     // ID, which are known only at the end; up to maxViolations of them (0: no
-    // limit), where the check stops. True when nothing was found. Changes neither the tree nor
-    // any definition, and never throws: running out of memory ends the check
-    // with a valOutOfMemory record where one can be had. Each content model
+    // limit), where the check stops. True when nothing was found. Changes
+    // neither the tree nor any definition, and never throws: running out of
+    // memory ends the check with false, and a valOutOfMemory record where
+    // one can be had. Each content model
     // is compiled once per check, and each element's children are matched in
     // one pass, so the check is linear in the size of the tree. Checks of
     // several documents against one definition may run on several threads
@@ -220,6 +221,7 @@ private:
         owner = e->m_block ? e->m_block->Document() : nullptr;
         return e->m_nameId - 1;
     }
+    // e's attributes, read in place.
     static const XmlDeque<XmlAttribute>& AttributesOf(const XmlElement* e) { return e->m_attributes; }
 
 private:
