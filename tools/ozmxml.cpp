@@ -47,6 +47,21 @@ const char* const kToolHelp =
     "  dtd     print, generate or draw a document type definition\n"
     "\n"
     "'-' as FILE reads standard input. 'ozmxml COMMAND --help' tells more.\n"
+    "\n"
+    "Every command takes these options for the external subsets and entities\n"
+    "that documents name (by default they are read from files, as named):\n"
+    "  --no-external   read none: a document that names one fails, and the\n"
+    "                  file system is not asked about it; choose this for\n"
+    "                  documents from others, which could read this machine's\n"
+    "                  files (<!ENTITY x SYSTEM \"/etc/hostname\">)\n"
+    "  --confine DIR   read only regular files inside DIR (symbolic links\n"
+    "                  resolved)\n"
+    "  --catalog FILE  look identifiers up in the XML catalogue FILE first\n"
+    "                  (may be given several times); without it, the\n"
+    "                  catalogues in XML_CATALOG_FILES (separated by blanks),\n"
+    "                  when set. What no catalogue names goes to the policy\n"
+    "                  above.\n"
+    "\n"
     "Text from documents and file names in messages and in 'tree' is\n"
     "shown with control characters escaped (see ozmxml tree --help).\n"
     "Exit status: 0 success, 1 a document failed or the output could not be\n"
@@ -360,11 +375,16 @@ bool Readable(const std::string& file) {
     return false;
 }
 
+// How the documents of this run find their external resources (set by
+// ReadArgs from --no-external, --confine and --catalog; Parse hands it on).
+XmlResources g_resources;
+
 // Parses file ("-": standard input through the descriptor module). On a
 // failure the one line of the error goes to standard error. A document
 // without a root element (an empty file, say) parses without an error; with
 // requireRoot it fails here, as check wants.
 bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd, bool requireRoot = false) {
+    doc.ExternalResources(g_resources);
     BATCHERR rc;
     if (IsStdin(file)) {
         rc = doc.ParseDLL(u"fd:0", false, false, nullptr, ignoreDtd);
@@ -401,7 +421,59 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd, bool requi
 struct Args {
     std::vector<std::string> files;
     std::map<std::string, std::string> options;  // option -> value ("" for a switch)
+    std::vector<std::string> catalogs;            // --catalog, in their order
 };
+
+// Loads the catalogues named; false with a message when one cannot be read.
+// Those of XML_CATALOG_FILES are passed over with a warning, as other tools
+// do.
+bool LoadCatalogs(const char* command, const std::vector<std::string>& files, bool fromEnvironment,
+                  std::shared_ptr<XmlCatalog>& catalog) {
+    for (const std::string& file : files) {
+        if (!catalog)
+            catalog = std::make_shared<XmlCatalog>();
+        if (catalog->Load(Wide(file.c_str()).c_str()) == errNone)
+            continue;
+        Message("ozmxml %s: %s: %s\n", command, Printable(file).c_str(), Printable(catalog->ErrorMessage()).c_str());
+        if (!fromEnvironment)
+            return false;
+    }
+    return true;
+}
+
+// The policy for external resources from the options read.
+bool SetResources(const char* command, const Args& args) {
+    const bool none = args.options.count("--no-external") != 0;
+    const auto confine = args.options.find("--confine");
+    if (none && confine != args.options.end()) {
+        Message("ozmxml %s: --no-external and --confine exclude each other\n", command);
+        return false;
+    }
+    XmlResources base = none ? XmlResources::None()
+                        : confine != args.options.end() ? XmlResources::Confined(Wide(confine->second.c_str()).c_str())
+                                                        : XmlResources::Files();
+    std::vector<std::string> catalogs = args.catalogs;
+    const bool fromEnvironment = catalogs.empty();
+    if (fromEnvironment) {
+        if (const char* list = std::getenv("XML_CATALOG_FILES")) {
+            std::string all = list, item;
+            for (char c : all + " ") {
+                if (c == ' ' || c == '\t' || c == '\n') {
+                    if (!item.empty())
+                        catalogs.push_back(item);
+                    item.clear();
+                } else {
+                    item += c;
+                }
+            }
+        }
+    }
+    std::shared_ptr<XmlCatalog> catalog;
+    if (!LoadCatalogs(command, catalogs, fromEnvironment, catalog))
+        return false;
+    g_resources = catalog ? XmlResources::Catalog(catalog, base) : base;
+    return true;
+}
 
 // Splits argv into options and files. known lists the switches, valued the
 // options that take a value. A bad option gives a message and false.
@@ -418,7 +490,19 @@ bool ReadArgs(const char* command, int argc, char** argv, const std::vector<std:
             optionsEnd = true;
             continue;
         }
-        bool isKnown = false, isValued = false;
+        // The options of external resources, for every command.
+        if (arg == "--no-external") {
+            args.options[arg] = "";
+            continue;
+        }
+        if ((arg == "--confine" || arg == "--catalog") && i + 1 < argc) {
+            if (arg == "--catalog")
+                args.catalogs.push_back(argv[++i]);
+            else
+                args.options[arg] = argv[++i];
+            continue;
+        }
+        bool isKnown = false, isValued = arg == "--confine" || arg == "--catalog";
         for (const std::string& k : known)
             isKnown = isKnown || k == arg;
         for (const std::string& v : valued)
@@ -437,7 +521,7 @@ bool ReadArgs(const char* command, int argc, char** argv, const std::vector<std:
             return false;
         }
     }
-    return true;
+    return SetResources(command, args);
 }
 
 bool WantsHelp(int argc, char** argv) {
@@ -774,7 +858,8 @@ int Validate(int argc, char** argv) {
         // What the subset names by a relative path is found beside it (the
         // library would look beside the last document parsed).
         const std::string::size_type slash = file.rfind('/');
-        if (slash != std::string::npos) {
+        definition.ExternalResources(g_resources);
+        if (slash != std::string::npos && g_resources.Kind() == resFiles) {
             const UCString dir = Wide(file.substr(0, slash + 1).c_str());
             definition.ExternalResources(XmlResources::Resolver(
                 [dir](const UCChar*, const UCChar* systemId, const UCChar*, UCString& answer) {
@@ -1091,6 +1176,7 @@ int Dtd(int argc, char** argv) {
         }
         if (!Readable(file))
             return kExitFailed;
+        result.ExternalResources(g_resources);
         if (result.ParseExternalDTD(Wide(file.c_str()).c_str()) != errNone) {
             const std::string where = Utf8(result.ErrorFile());
             Message("%s:%d:%d: %s\n", Printable(where.empty() ? file : where).c_str(), result.ErrorLine(),
