@@ -23,7 +23,8 @@ const size_t kBoundaries[] = {
     8192, 16384,                     // units a file decodes at a time (UTF-16, UTF-8); the UTF-8 output block
     32768, 65536,                    // a file's byte buffer in UTF-16 units and in bytes; the tree writer's buffer
 };
-constexpr size_t kDense = 600, kStore = 8400, kLongest = 800000;  // ten texts of kLongest stay below the expansion limit
+// Ten texts of kLongest units stay below the entity expansion limit.
+constexpr size_t kDense = 600, kStore = 8400, kLongest = 800000;
 size_t Near(size_t b) { return b <= 8192 ? 40 : 8; }
 
 std::vector<size_t> Lengths() {
@@ -98,16 +99,23 @@ void CheckEntities(const XmlDocument& d, const UCString& value) {
         EXPECT_TRUE(Same(d.GetDTD().FindEntity(name) ? d.GetDTD().FindEntity(name)->Value() : u"-", value));
 }
 
-// Writes the document whole, to a 16-bit and a UTF-8 string at once, and
-// reads it back: the tree, the entities and the definition's lengths must
-// come back exactly.
-void CheckWriteBack(const XmlDocument& doc, const UCString& tree, const UCString& value) {
+// Writes the document whole, at once to a 16-bit and a UTF-8 string, a
+// stdio file and a UTF-16 file, which must all hold the same text; read back,
+// the tree, the entities and the definition's models and lengths must come
+// back exactly.
+void CheckWriteBack(const XmlDocument& doc, const UCString& tree, const UCString& value, const TempDir& dir) {
     UCString written;
     std::string bytes;
-    XmlOutputStream out;
-    out.SetString(&written);
-    out.SetUTFString(&bytes);
-    doc.Write(out, false, false, true, 7, true);
+    {
+        XmlOutputStream out;
+        out.SetString(&written);
+        out.SetUTFString(&bytes);
+        out.SetFilePointer(std::fopen(dir.Path("w8.xml").c_str(), "wb"), true);
+        out.OpenUCFile(dir.UPath("w16.xml").c_str(), u"w", 4);
+        doc.Write(out, false, false, true, 7, true);
+    }
+    EXPECT_TRUE(dir.Read("w8.xml") == bytes);
+    EXPECT_TRUE(dir.Read("w16.xml") == Utf16Le(written));
     UCString decoded;
     OzmGlob::DecodeUTF8(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), decoded);
     EXPECT_TRUE(Same(decoded, written));
@@ -125,13 +133,18 @@ void CheckWriteBack(const XmlDocument& doc, const UCString& tree, const UCString
 // values and data read by the fast path and by the general one, and texts
 // stored first, in the middle and last in a slab of nodes and first in the
 // next slab. Counts follow n: attributes on an element, text spans between
-// its children, and the nesting of elements.
+// its children, nested elements, and names in a model and groups nested in
+// another.
 void CheckHeavy(size_t n, const Kinds& k, const TempDir& dir) {
     const size_t m = std::max<size_t>(n, 1);
     const UCString t = k.text.substr(0, n), v = k.value.substr(0, n), e = k.plain.substr(0, n);
     const UCString g = n ? u"\u2028" + k.text.substr(0, n - 1) : u"";  // read by the general tokeniser
     const UCString na = k.name.substr(0, m), aa = u"a" + k.name.substr(1, m - 1);
     const UCString nw = k.wide.substr(0, m), aw = u"\u4E2D" + k.wide.substr(1, m - 1);
+    const size_t attributes = n <= 2100 ? n : n % 97, children = n % 70, depth = 1 + n % 19, groups = 1 + n % 256;
+    UCString names, attrs, values;  // p's: "|a0|a1...", " a0=\"\" a1=\"\"...", "[a0=][a1=]..."
+    for (size_t i = 0; i < attributes; ++i)
+        names += Num(u"|a", int(i)), attrs += Num(u" a", int(i)) + u"=\"\"", values += Num(u"[a", int(i)) + u"=]";
     dir.Write("sub.dtd", Utf8(u"<!ENTITY s \"" + e + u"\"><!--" + e + u"-->", false));
     dir.Write("x8.ent", Utf8(e, n % 2));
     dir.Write("x16.ent", Utf16Le(e));
@@ -140,29 +153,25 @@ void CheckHeavy(size_t n, const Kinds& k, const TempDir& dir) {
                    u"\"><!ENTITY x16 SYSTEM \"" + dir.UPath("x16.ent") + u"\"><!ENTITY % p '<!ENTITY q \"" + e +
                    u"\">'>%p;<![INCLUDE[<!ENTITY c \"" + e + u"\">]]><!ENTITY w \"<w>" + e +
                    u"</w>\"><!ELEMENT r ANY><!ELEMENT " + na + u" ANY><!ATTLIST " + na + u" " + aa + u" CDATA \"" + v +
-                   u"\"><!--" + e + u"-->]><r><t>" + t + u"</t><" + na + u" " + aa + u"=\"" + v + u"\">" + t + u"</" +
-                   na + u"><" + nw + u" " + aw + u"=\"" + v + u"\">" + t + u"</" + nw + u"><g>" + g +
-                   u"</g><m>&i;&x8;&x16;&q;&c;&s;</m><n>&w;</n><k>" + t + u"<!--" + e + u"-->" + t + u"</k>";
-    UCString tree = Node(u"t", t) + u" " + Node(na, t, u"[" + aa + u"=" + v + u"]") + u" " +
-                    Node(nw, t, u"[" + aw + u"=" + v + u"]") + u" " + Node(u"g", g) + u" " +
-                    Node(u"m", e + e + e + e + e + e) + u" " + Node(u"n", u"", u"(" + Node(u"w", e) + u")") + u" " +
-                    Node(u"k", t + t);
-    const size_t depth = 1 + n % 19, attributes = n <= 2100 ? n : n % 97, children = n % 70;
+                   u"\"><!ELEMENT p (#PCDATA|e" + names + u")*><!ELEMENT d " + Repeat(u"(e,", groups) + u"e" +
+                   Repeat(u")", groups) + u"><!--" + e + u"-->]><r><t>" + t + u"</t><" + na + u" " + aa + u"=\"" + v +
+                   u"\">" + t + u"</" + na + u"><" + nw + u" " + aw + u"=\"" + v + u"\">" + t + u"</" + nw + u"><g>" +
+                   g + u"</g><m>&i;&x8;&x16;&q;&c;&s;</m><n>&w;</n><k>" + t + u"<!--" + e + u"-->" + t + u"</k>" +
+                   Repeat(u"<d>", depth) + u"x" + Repeat(u"</d>", depth) + u"<p" + attrs + u">" +
+                   Repeat(u"s<e/>", children) + u"</p>";
     UCString nest = Node(u"d", u"x");
     for (size_t i = 1; i < depth; ++i)
         nest = Node(u"d", u"", u"(" + nest + u")");
-    doc += Repeat(u"<d>", depth) + u"x" + Repeat(u"</d>", depth) + u"<p";
-    UCString attrs, inner;
-    for (size_t i = 0; i < attributes; ++i)
-        doc += Num(u" a", int(i)) + u"=\"\"", attrs += Num(u"[a", int(i)) + u"=]";
-    doc += u">";
-    for (size_t i = 0; i < children; ++i)
-        doc += u"s<e/>", inner += (i ? u" " : u"") + Node(u"e", u"");
-    tree += u" " + nest + u" " + Node(u"p", UCString(children, u's'), attrs + (children ? u"(" + inner + u")" : u""));
+    UCString tree = Node(u"t", t) + u" " + Node(na, t, u"[" + aa + u"=" + v + u"]") + u" " +
+                    Node(nw, t, u"[" + aw + u"=" + v + u"]") + u" " + Node(u"g", g) + u" " +
+                    Node(u"m", e + e + e + e + e + e) + u" " + Node(u"n", u"", u"(" + Node(u"w", e) + u")") + u" " +
+                    Node(u"k", t + t) + u" " + nest + u" " +
+                    Node(u"p", UCString(children, u's'),
+                         values + (children ? u"(e{}" + Repeat(u" e{}", children - 1) + u")" : u""));
     // Nodes 0 to 9, d's and p's, then empty ones up to node 998: z is the
     // last node of the first slab, y the first of the next.
     const size_t fill = n > kDense || n % 4 == 0 ? 989 - depth - children : 0;
-    doc += u"</p>" + Repeat(u"<e/>", fill) + u"<z>" + t + u"</z><y>" + t + u"</y>" + t + u"</r>";
+    doc += Repeat(u"<e/>", fill) + u"<z>" + t + u"</z><y>" + t + u"</y>" + t + u"</r>";
     tree += Repeat(u" e{}", fill) + u" " + Node(u"z", t) + u" " + Node(u"y", t);
     tree = Node(u"r", t, u"(" + tree + u")");
 
@@ -172,7 +181,7 @@ void CheckHeavy(size_t n, const Kinds& k, const TempDir& dir) {
     EXPECT_TRUE(Same(Tree(d), tree));
     EXPECT_TRUE(!fill || (d.ElementBlocks()->Next() && d.ElementBlocks()->FreeCount() == 999));  // y alone
     CheckEntities(d, e);
-    CheckWriteBack(d, tree, e);
+    CheckWriteBack(d, tree, e, dir);
     // The files into a document that keeps its first slab and that slab's
     // text chunk; UTF-8 at either level of the decoder.
     const int level = OzmUtf8DecodeLevel();
@@ -207,8 +216,9 @@ void CheckPaths(size_t n, const Kinds& k, const TempDir& dir) {
     dir.Write(Utf8(bare, false), Utf8(e, false));
     dir.Write("d.xml", Utf8(u"<!DOCTYPE r [<!ELEMENT r ANY><!ENTITY x SYSTEM \"" + bare + u"\">]><r>&x;</r>", false));
     EXPECT_EQ(d.ParseFile(near.c_str()), fits ? errNone : errOpenUri);
+    const UCString joined = near.substr(0, 3995) + bare;
     EXPECT_TRUE(Same(fits ? Tree(d) : Str(d.ErrorMessage()),
-                     fits ? Node(u"r", e) : (u"Unable to open URI '" + near.substr(0, 3995) + bare + u"'").substr(0, 511)));
+                     fits ? Node(u"r", e) : (u"Unable to open URI '" + joined + u"'").substr(0, 511)));
 }
 
 TEST(SizeSweepTest, EveryKindAtEveryLengthAroundEveryBoundary) {
