@@ -14,7 +14,7 @@ namespace {
 // the text store alone every length up to kStore; around the boundaries
 // every length within Near(b), then growing lengths up to kLongest.
 const size_t kBoundaries[] = {
-    1020, 2044,                      // attributes fill deque chunks of 4, 8, ... 1,024 (then capped)
+    1020, 2044,                      // attributes, names of a model: deque chunks of 4, 8, ... 1,024, then capped
     2040, 4088, 8184, 16376, 32760,  // units of a text store chunk of 4, 8, 16, 32 and 64 KB
     8190,                            // a text of this length takes a chunk of its own
     2048,                            // the definition writer's buffer
