@@ -248,4 +248,26 @@ TEST(SizeSweepTest, EveryKindAtEveryLengthAroundEveryBoundary) {
     }
 }
 
+// Every length up to kEvery: one text, the first stored in a new slab, from
+// one string whose end tag is moved along (the parse reads nothing behind
+// the root), with the text compared where it is stored.
+TEST(SizeSweepTest, EveryLengthOfAFirstText) {
+    constexpr size_t kEvery = 70000;
+    const Kinds k;
+    UCString doc = u"<r>" + k.text.substr(0, kEvery) + u"</r>";
+    for (size_t n = 0; n <= kEvery; ++n) {
+        XmlDocument d;
+        UCChar saved[4];
+        std::memcpy(saved, &doc[3 + n], sizeof saved);
+        std::memcpy(&doc[3 + n], u"</r>", sizeof saved);
+        const BATCHERR result = d.ParseString(doc);
+        std::memcpy(&doc[3 + n], saved, sizeof saved);
+        ASSERT_EQ(result, errNone) << n;
+        const XmlElement* r = d.RootElement();
+        ASSERT_TRUE(size_t(r->DataLength()) == n && std::memcmp(r->Data(), &doc[3], n * sizeof(UCChar)) == 0 &&
+                    r->Data()[n] == 0)
+            << n;
+    }
+}
+
 }  // namespace
