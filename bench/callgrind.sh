@@ -27,9 +27,9 @@ for opt in "$@"; do
         ;;
     esac
 done
-bench="$build/bench/parse_bench"
+bench="$build/bench/ozmbench_nocount"
 if [ ! -x "$bench" ]; then
-    echo "callgrind.sh: no $bench; build the parse_bench target first" >&2
+    echo "callgrind.sh: no $bench; build the ozmbench target first" >&2
     exit 2
 fi
 command -v valgrind >/dev/null || { echo "callgrind.sh: valgrind not found" >&2; exit 2; }
@@ -49,7 +49,7 @@ run() {
     mode=$1
     # shellcheck disable=SC2086
     valgrind --tool=callgrind $region --callgrind-out-file="$out/callgrind.out.$mode" \
-        "$bench" --size "$size" $opts --once "$mode" >"$out/stdout.$mode" 2>"$out/valgrind.$mode"
+        "$bench" parse --size "$size" $opts --once "$mode" >"$out/stdout.$mode" 2>"$out/valgrind.$mode"
     ir=$(awk '/^totals:/ { print $2; exit }' "$out/callgrind.out.$mode")
     bytes=$(awk -F': ' '/^utf8 bytes:/ { print $2; exit }' "$out/stdout.$mode")
     if [ -z "$ir" ] || [ -z "$bytes" ]; then
@@ -64,7 +64,7 @@ report() {
         'BEGIN { printf "  %-22s %14d Ir   %8.2f Ir per UTF-8 byte\n", what, ir, ir / b }'
 }
 
-echo "callgrind: parse_bench --size $size$opts --once MODE ($how)"
+echo "callgrind: ozmbench parse --size $size$opts --once MODE ($how)"
 run decode
 echo "input: $bytes bytes of UTF-8, $(awk -F': ' '/^utf16 units:/ { print $2 }' "$out/stdout.decode") UTF-16 units"
 report "decode UTF-8"

@@ -1,21 +1,28 @@
 #!/bin/sh
 # dtd_callgrind.sh - instructions per UTF-8 byte of the definition
-# benchmarks, counted by callgrind in ozm_dtd_region of dtd_bench.
+# benchmarks, counted by callgrind in the region of ozmbench dtd --once.
 #
 #   bench/dtd_callgrind.sh [BUILD_DIR] [SIZE_MB]     (defaults: build, 5)
 #
-# BUILD_DIR must already hold bench/dtd_bench.
+# BUILD_DIR must already hold bench/ozmbench.
 set -eu
 build=${1:-build}
 size=${2:-5}
-bench="$build/bench/dtd_bench"
-[ -x "$bench" ] || { echo "dtd_callgrind.sh: no $bench; build the dtd_bench target first" >&2; exit 2; }
+bench="$build/bench/ozmbench_nocount"
+[ -x "$bench" ] || { echo "dtd_callgrind.sh: no $bench; build the ozmbench target first" >&2; exit 2; }
 out=$(mktemp -d /tmp/ozm-dtd-callgrind.XXXXXX)
-echo "callgrind: dtd_bench --size $size --once INPUT (collection toggled on ozm_dtd_region)"
+if [ "$("$bench" --callgrind-support)" = yes ]; then
+    region="--instr-atstart=no"
+    how="start/stop instrumentation requests around the work"
+else
+    region="--collect-atstart=no --toggle-collect=ozm_bench_region"
+    how="collection toggled on ozm_bench_region"
+fi
+echo "callgrind: ozmbench dtd --size $size --once INPUT ($how)"
 for input in doc doc-ignore doc-refs subset modules; do
-    valgrind --tool=callgrind --collect-atstart=no --toggle-collect=ozm_dtd_region \
-        --callgrind-out-file="$out/callgrind.out.$input" "$bench" --size "$size" --once "$input" \
-        >"$out/stdout.$input" 2>"$out/valgrind.$input"
+    # shellcheck disable=SC2086
+    valgrind --tool=callgrind $region --callgrind-out-file="$out/callgrind.out.$input" \
+        "$bench" dtd --size "$size" --once "$input" >"$out/stdout.$input" 2>"$out/valgrind.$input"
     ir=$(awk '/^totals:/ { print $2; exit }' "$out/callgrind.out.$input")
     bytes=$(awk -F': ' '/^utf8 bytes:/ { print $2; exit }' "$out/stdout.$input")
     awk -v what="$input" -v ir="$ir" -v b="$bytes" \

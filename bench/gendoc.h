@@ -1,5 +1,6 @@
-// gendoc.h - deterministic generator of a large, data-heavy XML document for
-// the benchmarks.
+// gendoc.h - deterministic generators of the benchmarks' inputs: a large,
+// data-heavy XML document, a text-heavy one, many small ones, the data-heavy
+// one behind an internal subset, and definitions in modules.
 //
 // The output depends only on the requested size and the seed: the random
 // numbers come from a fixed 64-bit generator (splitmix64) and every choice is
@@ -56,5 +57,22 @@ std::string GenerateTextDocument(size_t targetBytes, uint64_t seed = kDefaultSee
 // receives the counts of each.
 std::vector<std::string> GenerateSmallDocuments(size_t count, size_t minBytes, size_t maxBytes,
                                                 uint64_t seed = kDefaultSeed, std::vector<GenStats>* stats = nullptr);
+
+// The document of GenerateDocument behind an internal subset that declares
+// all its elements and attributes. With references set, the subset also
+// declares entities and the content uses them (a name and a Latin-1 letter
+// become references). stats, if given, receives the counts of the body.
+std::string GenerateDocumentWithDtd(size_t targetBytes, bool references, GenStats* stats = nullptr);
+
+// A definition of about targetBytes: `elements` element declarations in
+// modules, each module behind a conditional section switched by a parameter
+// entity, content models and attribute lists built from parameter entities,
+// commentary as real definitions carry it. The root is "e0". Each string of
+// the result is one module; the first is the driver, which declares the
+// switches and includes the others as "modN.mod" through parameter entities.
+std::vector<std::string> GenerateDtdModules(size_t targetBytes, int elements, int modules);
+
+// The same definition as one internal subset of a document "<e0/>".
+std::string GenerateDtdDocument(size_t targetBytes, int elements);
 
 }  // namespace ozmbench

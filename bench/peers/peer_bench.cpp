@@ -49,9 +49,7 @@
 
 #include <pugixml.hpp>
 
-#include "benchutil.h"
-#include "gendoc.h"
-#include "gendtd.h"
+#include "harness.h"
 #include "xmlapi.h"
 
 #ifdef OZM_HAVE_CALLGRIND_H

@@ -1,7 +1,7 @@
-// gen_bench - the time of XmlDocument::GenerateDTD against that of the parse
+// generate - the time of XmlDocument::GenerateDTD against that of the parse
 // that made the tree, and generation on trees built to be hard for it.
 //
-//   gen_bench [--size MB] [--repeat N] [--names N]
+//   ozmbench generate [--size MB] [--repeat N] [--names N]
 //
 // 1. The records document of gendoc.h (MB = 1e6 bytes, default 100) is
 //    decoded, then parsed with ParseString and GenerateDTD is run on the
@@ -10,8 +10,7 @@
 //    a tree first frees that tree, which the parse proper doesn't need, so
 //    the tree is also cleared beforehand (Clear, timed apart) and the parse
 //    alone is set against generation too. Beside wall-clock time, the
-//    thread's CPU time is given: on a shared machine it leaves out the time
-//    the thread waits for a core.
+//    thread's CPU time is given.
 // 2. Worst cases, each at two sizes so that the growth shows: one element
 //    name whose instances show that many distinct child shapes; a chain of
 //    nested elements; one element with that many children. Then cases of
@@ -20,56 +19,26 @@
 //    common; mixed content with that many names; the middle group of one
 //    model with that many names; one element with that many attribute
 //    names; that many documents, each with a name of its own.
-//
-// Times are wall-clock (steady_clock) unless told to be CPU time.
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include <time.h>
+#include "harness.h"
 
-#include "benchutil.h"
-#include "gendoc.h"
-#include "xmlapi.h"
-
+namespace ozmbench {
 namespace {
 
-using ozmbench::Clock;
-using ozmbench::Seconds;
-using ozmbench::Timing;
-
-double Time(const std::function<void()>& work) {
-    auto t0 = Clock::now();
-    work();
-    return Seconds(t0, Clock::now());
-}
-
-double ThreadSeconds() {
-    timespec t;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return double(t.tv_sec) + double(t.tv_nsec) * 1e-9;
-}
-
 // Wall-clock and thread CPU time of work.
-void Time(const std::function<void()>& work, Timing& wall, Timing& cpu) {
-    double c0 = ThreadSeconds();
-    wall.runs.push_back(Time(work));
+template <class Work>
+void Time(Work&& work, Timing& wall, Timing& cpu) {
+    const double c0 = ThreadSeconds();
+    wall.Time(work);
     cpu.runs.push_back(ThreadSeconds() - c0);
 }
 
 void Ratio(const char* what, const Timing& a, const Timing& b) {
     std::printf("  %-44s best %.3f, median %.3f\n", what, a.Best() / b.Best(), a.Median() / b.Median());
-}
-
-std::string Utf8(const UCChar* text) {
-    std::string out;
-    OzmGlob::WStringToString(UCString(text), out, csetUTF8);
-    return out;
 }
 
 // A content model in declaration notation, at most limit characters.
@@ -102,11 +71,6 @@ std::string Model(const XmlElementDef& d) {
     }
 }
 
-[[noreturn]] void Usage() {
-    std::fprintf(stderr, "usage: gen_bench [--size MB] [--repeat N] [--names N]\n");
-    std::exit(2);
-}
-
 // Children of parent, appended in constant time each.
 struct Appender {
     XmlElement* parent;
@@ -133,14 +97,6 @@ struct Trees {
         return doc.GenerateDTD(trees);
     }
 };
-
-// stem followed by the decimal digits of i.
-UCString Named(const UCChar* stem, int i) {
-    UCString s(stem);
-    for (char c : std::to_string(i))
-        s += UCChar(c);
-    return s;
-}
 
 XmlElement* Node(XmlDocument& doc, const UCChar* name) {
     XmlElement* e = doc.NewElement();
@@ -196,7 +152,7 @@ void NamedChildren(XmlDocument& doc, int n, bool mixed, const UCChar* child) {
         root->Data(u"t");
     Appender kids{root};
     for (int i = 0; i < n; ++i) {
-        XmlElement* e = Node(doc, Named(u"e", i).c_str());
+        XmlElement* e = Node(doc, Numbered(u"e", i).c_str());
         kids.Add(e);
         if (child)
             e->Child(Node(doc, child));
@@ -216,7 +172,7 @@ void MiddleNamesTree(Trees& t, int n) {
     for (int i = 0; i < n; ++i) {
         XmlElement* e = Node(t.doc, u"e");
         kids.Add(e);
-        e->Child(Node(t.doc, Named(u"c", i).c_str()));
+        e->Child(Node(t.doc, Numbered(u"c", i).c_str()));
     }
 }
 
@@ -224,7 +180,7 @@ void AttributeNamesTree(Trees& t, int n) {
     XmlElement* root = Node(t.doc, u"r");
     t.doc.RootElement(root);
     for (int i = 0; i < n; ++i)
-        root->AddAttribute(Named(u"a", i).c_str(), u"v");
+        root->AddAttribute(Numbered(u"a", i).c_str(), u"v");
 }
 
 // n documents, each a root r with one child of a name of its own.
@@ -234,7 +190,7 @@ void DocumentsTrees(Trees& t, int n) {
         XmlDocument& doc = *t.others.back();
         XmlElement* root = Node(doc, u"r");
         doc.RootElement(root);
-        root->Child(Node(doc, Named(u"e", i).c_str()));
+        root->Child(Node(doc, Numbered(u"e", i).c_str()));
     }
 }
 
@@ -245,13 +201,10 @@ void WorstCase(const char* what, void (*build)(Trees&, int), int small, int larg
         Trees trees;
         build(trees, sizes[s]);
         XmlDocument& doc = trees.doc;
-        Timing g;
-        for (int r = 0; r < repeat; ++r)
-            g.runs.push_back(Time([&] {
-                if (!trees.Generate())
-                    std::printf("    GenerateDTD gave false\n");
-            }));
-        t[s] = g.Best();
+        t[s] = Repeat(repeat, [&] {
+                   if (!trees.Generate())
+                       std::printf("    GenerateDTD gave false\n");
+               }).Best();
         std::printf("  %-26s n = %8d  GenerateDTD best %8.4f s  (%6.1f ns per unit of n)\n", what, sizes[s], t[s],
                     t[s] * 1e9 / sizes[s]);
         if (s == 1) {
@@ -266,35 +219,16 @@ void WorstCase(const char* what, void (*build)(Trees&, int), int small, int larg
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int GenerateCommand(int argc, char** argv) {
     double sizeMB = 100;
-    int repeat = 5;
-    int names = 400000;
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (a == "--size" && i + 1 < argc) {
-            sizeMB = std::atof(argv[++i]);
-            if (!(sizeMB > 0))
-                Usage();
-        } else if (a == "--repeat" && i + 1 < argc) {
-            repeat = std::atoi(argv[++i]);
-            if (repeat < 1)
-                Usage();
-        } else if (a == "--names" && i + 1 < argc) {
-            names = std::atoi(argv[++i]);
-            if (names < 4)
-                Usage();
-        } else {
-            Usage();
-        }
-    }
+    int repeat = 5, names = 400000;
+    ParseOptions(argc, argv, 1, {Number("--size", sizeMB), Number("--repeat", repeat), Number("--names", names, 4)});
 
-    ozmbench::GenStats gen;
-    std::string bytes = ozmbench::GenerateDocument(size_t(sizeMB * 1e6), ozmbench::kDefaultSeed, &gen);
-    UCString text;
-    OzmGlob::DecodeUTF8(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), text);
-    std::printf("gen_bench\ninput: generated, seed 0x%llx, %zu bytes of UTF-8, %zu elements, %zu attributes\n",
-                (unsigned long long)ozmbench::kDefaultSeed, bytes.size(), gen.elements, gen.attributes);
+    GenStats gen;
+    const std::string bytes = GenerateDocument(size_t(sizeMB * 1e6), kDefaultSeed, &gen);
+    const UCString text = Decode(bytes);
+    std::printf("ozmbench generate\ninput: generated, seed 0x%llx, %zu bytes of UTF-8, %zu elements, %zu attributes\n",
+                (unsigned long long)kDefaultSeed, bytes.size(), gen.elements, gen.attributes);
     std::printf("repeats: %d, parse and generation alternating on one document object\n\n", repeat);
 
     XmlDocument doc;
@@ -310,11 +244,7 @@ int main(int argc, char** argv) {
             Time([&] { doc.Clear(); }, clear, clearCpu);
             Time(work, alone, aloneCpu);
         }
-        if (result != errNone) {
-            std::printf("PARSE FAILED: error %d at line %d: %s\n", int(result), doc.ErrorLine(),
-                        Utf8(doc.ErrorMessage()).c_str());
-            return 1;
-        }
+        CheckParse(doc, result);
         Time([&] { doc.GenerateDTD(); }, generate, generateCpu);
     }
     std::printf("Records document (GenerateDTD after every parse, %d runs of it)\n", 2 * repeat);
@@ -361,3 +291,5 @@ int main(int argc, char** argv) {
     WorstCase("documents", DocumentsTrees, names / 4, names, repeat);
     return 0;
 }
+
+}  // namespace ozmbench
