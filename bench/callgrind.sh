@@ -7,10 +7,11 @@
 # --text counts the text-heavy document of long paragraphs instead of the
 # data-heavy one; --plain decodes at the decoder's plain level (SSE2 and
 # scalar code) instead of the AVX2 one.
-# It builds nothing: BUILD_DIR must already hold bench/parse_bench. Each of
-# the three runs does its work once between callgrind's start and stop
-# requests (parse_bench --once), or, where parse_bench was built without
-# <valgrind/callgrind.h>, inside the function collection is toggled on.
+# It builds nothing: BUILD_DIR must already hold bench/ozmbench. Each of the
+# three runs does its work once between callgrind's start and stop requests
+# (ozmbench parse --once, which turns the count of operator new off), or,
+# where ozmbench was built without <valgrind/callgrind.h>, inside the
+# function collection is toggled on.
 # Callgrind's output stays in a new directory under /tmp, printed at the end.
 set -eu
 
@@ -27,7 +28,7 @@ for opt in "$@"; do
         ;;
     esac
 done
-bench="$build/bench/ozmbench_nocount"
+bench="$build/bench/ozmbench"
 if [ ! -x "$bench" ]; then
     echo "callgrind.sh: no $bench; build the ozmbench target first" >&2
     exit 2

@@ -1,15 +1,16 @@
 #!/bin/sh
 # dtd_callgrind.sh - instructions per UTF-8 byte of the definition
-# benchmarks, counted by callgrind in the region of ozmbench dtd --once.
+# benchmarks, counted by callgrind in the region of ozmbench_nocount dtd
+# --once (the C++ library's operator new, not the counting one).
 #
 #   bench/dtd_callgrind.sh [BUILD_DIR] [SIZE_MB]     (defaults: build, 5)
 #
-# BUILD_DIR must already hold bench/ozmbench.
+# BUILD_DIR must already hold bench/ozmbench_nocount.
 set -eu
 build=${1:-build}
 size=${2:-5}
 bench="$build/bench/ozmbench_nocount"
-[ -x "$bench" ] || { echo "dtd_callgrind.sh: no $bench; build the ozmbench target first" >&2; exit 2; }
+[ -x "$bench" ] || { echo "dtd_callgrind.sh: no $bench; build the ozmbench_nocount target first" >&2; exit 2; }
 out=$(mktemp -d /tmp/ozm-dtd-callgrind.XXXXXX)
 if [ "$("$bench" --callgrind-support)" = yes ]; then
     region="--instr-atstart=no"
@@ -18,7 +19,7 @@ else
     region="--collect-atstart=no --toggle-collect=ozm_bench_region"
     how="collection toggled on ozm_bench_region"
 fi
-echo "callgrind: ozmbench dtd --size $size --once INPUT ($how)"
+echo "callgrind: ozmbench_nocount dtd --size $size --once INPUT ($how)"
 for input in doc doc-ignore doc-refs subset modules; do
     # shellcheck disable=SC2086
     valgrind --tool=callgrind $region --callgrind-out-file="$out/callgrind.out.$input" \
