@@ -98,9 +98,19 @@ XmlDocument& XmlDocument::operator=(const XmlDocument& other) {
     return *this;
 }
 
+static void DestroyBlock(XmlElementBlock* b);
+
 XmlDocument::~XmlDocument() {
     Clear();
     ReleaseBlocks();
+}
+
+void XmlDocument::FreeSpareBlocks() {
+    while (m_spareBlocks) {
+        XmlElementBlock* next = m_spareBlocks->m_nextBlock;
+        DestroyBlock(m_spareBlocks);
+        m_spareBlocks = next;
+    }
 }
 
 // Makes this document a member of other's slab chain.
@@ -148,19 +158,36 @@ void XmlDocument::ReleaseBlocks() {
 }
 
 void XmlDocument::Clear() {
+    ClearTree();
+    FreeSpareBlocks();
+    m_input.reset();
+}
+
+void XmlDocument::ClearTree() {
     m_dtd.Clear();
     m_rootElement = nullptr;
     if (m_blockShare) {
         ReleaseBlocks();
-    } else if (m_elementBlocks) {
-        while (m_elementBlocks->m_nextBlock) {
-            XmlElementBlock* old = m_elementBlocks;
-            m_elementBlocks = old->m_nextBlock;
-            DestroyBlock(old);
+    } else {
+        // Spares not taken since the last parse go; the slabs in use become
+        // the spares, reversed into the order of their allocation.
+        FreeSpareBlocks();
+        while (m_elementBlocks) {
+            XmlElementBlock* next = m_elementBlocks->m_nextBlock;
+            m_elementBlocks->Reset();
+            m_elementBlocks->m_nextBlock = m_spareBlocks;
+            m_spareBlocks = m_elementBlocks;
+            m_elementBlocks = next;
         }
-        m_elementBlocks->Reset();
     }
     m_elementStack.clear();
+}
+
+void XmlDocument::KeepOnlyUsed() {
+    FreeSpareBlocks();
+    for (XmlElementBlock* b = m_elementBlocks; b; b = b->m_nextBlock)
+        if (b->m_document == this)
+            b->FreeSpareText();
 }
 
 void XmlDocument::InitParser() {
@@ -170,16 +197,21 @@ void XmlDocument::InitParser() {
     m_pushBack.clear();
     m_hasPushTop = false;
     m_pushPending = false;
-    Clear();
+    ClearTree();
 }
 
 XmlElement* XmlDocument::NewElement() {
     if (m_elementBlocks && m_elementBlocks->FreeCount() != 0)
         return m_elementBlocks->NewElement();
-    void* mem = OzmMemAlloc(sizeof(XmlElementBlock));
-    if (!mem)
-        return nullptr;
-    XmlElementBlock* block = new (mem) XmlElementBlock(this);
+    XmlElementBlock* block = m_spareBlocks;
+    if (block) {
+        m_spareBlocks = block->m_nextBlock;
+    } else {
+        void* mem = OzmMemAlloc(sizeof(XmlElementBlock));
+        if (!mem)
+            return nullptr;
+        block = new (mem) XmlElementBlock(this);
+    }
     block->m_nextBlock = m_elementBlocks;
     if (m_blockShare) {
         for (XmlDocument* d : m_blockShare->members)

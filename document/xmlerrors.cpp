@@ -27,7 +27,8 @@ BATCHERR XmlDocument::OutOfMemory() noexcept {
     UCString().swap(m_token);
     UCString().swap(m_refText);
     try {
-        Clear();
+        ClearTree();
+        FreeSpareBlocks();
     } catch (const std::bad_alloc&) {
         m_rootElement = nullptr;
     }

@@ -10,7 +10,9 @@ BATCHERR XmlDocument::ParseString(const UCString& text, bool validate, bool igno
     m_stringEnd = text.data() + text.size();
     BATCHERR result = Guarded([&] {
         FileName(u"string");
-        return ParseDocument(validate, ignoreDtd);
+        const BATCHERR parsed = ParseDocument(validate, ignoreDtd);
+        KeepOnlyUsed();
+        return parsed;
     });
     m_sourceString = nullptr;
     m_stringCursor = m_stringEnd = nullptr;
@@ -18,7 +20,7 @@ BATCHERR XmlDocument::ParseString(const UCString& text, bool validate, bool igno
 }
 
 BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
-    Clear();
+    ClearTree();
     m_errorMessage.clear();
     m_errorFile.clear();
     m_errorFileStale = true;

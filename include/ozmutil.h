@@ -241,8 +241,12 @@ public:
     int OpenBytes(const char* path, const char* mode);
     // Takes over an open descriptor; it is closed by Close only if owned.
     int AttachDescriptor(int fd, bool writable, bool owned);
+    // Reads the n bytes at data, which must stay as they are until Close,
+    // as a read-only file of that content: the reads hand out windows of
+    // the bytes where they stand, of the sizes a regular file's reads have.
+    int AttachMemory(const void* data, size_t n);
     int Close();
-    bool IsOpen() const { return m_handle != -1; }
+    bool IsOpen() const { return m_handle != -1 || m_memory; }
     int Handle() const { return m_handle; }
 
     // Next byte, or -1 at the end of the file or on a read error.
@@ -271,6 +275,10 @@ private:
     // buffer first; 0 when the buffer is full, else as FillBuffer.
     long FillMore();
     void ResetBuffers();
+    // Closes; the byte buffer is freed unless keepBuffer.
+    int CloseSource(bool keepBuffer);
+    // The byte buffer, allocated once and then re-used; false without memory.
+    bool HaveBuffer();
     void DropReadAhead();
     void CopyFrom(const OzmBFile& other);
     int WriteOut(const unsigned char* data, size_t n);
@@ -280,6 +288,11 @@ private:
     const unsigned char* m_readPos = nullptr;
     const unsigned char* m_readEnd = nullptr;
     size_t m_writeUsed = 0;
+    // A memory source: its bytes, and the first that no window has held yet.
+    bool m_memory = false;
+    const unsigned char* m_memBegin = nullptr;
+    const unsigned char* m_memNext = nullptr;
+    const unsigned char* m_memEnd = nullptr;
 };
 
 // Text file of UCChar units. Formats: 1 and 8 8-bit text, read in the
@@ -304,7 +317,15 @@ public:
     // above; Close closes it only if owned. Returns 0, or a negative value
     // for an unknown format or a descriptor that is not open.
     int OpenDescriptor(int fd, int format, bool owned);
+    // Reads the n bytes at data (AttachMemory) in one of the formats above,
+    // through the same decoding as a file of those bytes. The buffer of
+    // decoded units of an earlier use is kept. Returns 0, or a negative
+    // value for an unknown format.
+    int OpenMemory(const void* data, size_t n, int format);
     int Close();
+    // Closes as Close does but keeps the buffers, for the next Open,
+    // OpenDescriptor or OpenMemory to re-use; the destructor frees them.
+    int CloseKeepingBuffers();
 
     // Next unit, or UCEof at the end of the file, on a read error and at
     // bytes that are invalid in the text's encoding (DecodeFailed); throws

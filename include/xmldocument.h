@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <new>
 #include <string_view>
 #include <vector>
@@ -91,12 +92,24 @@ public:
     // mark, else in the encoding its XML declaration names (UTF-8 when it
     // names none; see the README's Encodings).
     BATCHERR ParseFile(const UCChar* path, bool validate = false, bool ignoreDtd = false);
+    // Reads the length bytes at data exactly as ParseFile reads a file of
+    // those bytes (byte-order mark, UTF-8, UTF-16, the declared encoding),
+    // with the same errors, positions and tree; the error file is "bytes".
+    // Bare names of external resources are looked for in baseDir when it is
+    // given, else in the working directory. The bytes are decoded a block
+    // at a time into a buffer the document keeps, never copied whole; they
+    // must stay as they are until the call returns.
+    BATCHERR ParseBytes(const void* data, size_t length, bool validate = false, bool ignoreDtd = false,
+                        const UCChar* baseDir = nullptr);
     // Reads through an I/O module given as "MODULE:RESOURCE?OPTIONS". The
     // notifier, if any, is asked while the module has no character ready.
     BATCHERR ParseDLL(const UCChar* spec, bool validate = false, bool designMode = false,
                       OzmNotifier* notifier = nullptr, bool ignoreDtd = false);
     // Hands the mode to the I/O module while one is open.
     void DesignMode(bool on);
+    // Empties the document: no root, an empty definition. The memory kept
+    // for the next parse (slabs, text chunks, the decoding buffers) is given
+    // back too.
     void Clear();
 
     double Version() const { return m_version; }
@@ -254,6 +267,16 @@ private:
 
     // Document parsing.
     void InitParser();
+    // The tree emptied for the next parse: the slabs and their text chunks
+    // are kept as spares, which the parse takes in the order they were
+    // first allocated; KeepOnlyUsed then frees those it did not take, so
+    // that what is kept is what the last parse used.
+    void ClearTree();
+    void KeepOnlyUsed();
+    void FreeSpareBlocks();
+    // ParseFile and ParseBytes once m_input is open: a byte-order mark, the
+    // parse, and the end at undecodable bytes. name is the error file.
+    BATCHERR ParseInput(const UCChar* name, bool validate, bool ignoreDtd);
     BATCHERR ParseDocument(bool validate, bool ignoreDtd);
     XmlElement* ParseElementBegin(const UCString& name, bool& isEmpty);
     XmlElement* ParseAttributes(XmlElement* element, bool& isEmpty);
@@ -437,6 +460,9 @@ private:
     bool m_hasPushTop = false;
     bool m_pushPending = false;
     OzmUCFile* m_sourceFile = nullptr;
+    // The file or memory source of ParseFile and ParseBytes, kept with its
+    // buffers for the next parse.
+    std::unique_ptr<OzmUCFile> m_input;
     UCString m_sourceDir;
     const UCString* m_sourceString = nullptr;
     const UCChar* m_stringCursor = nullptr;
@@ -444,6 +470,7 @@ private:
     OzmLightweightIO* m_lwio = nullptr;
     OzmNotifier* m_notifier = nullptr;
     XmlElementBlock* m_elementBlocks = nullptr;
+    XmlElementBlock* m_spareBlocks = nullptr;  // the next to take first
     UCString m_depthData[MaxDepth];
     UCString m_token;
     UCString m_refText;

@@ -177,8 +177,11 @@ public:
     XmlElementBlock& operator=(const XmlElementBlock&) = delete;
     ~XmlElementBlock();
 
-    // Puts all nodes on the free list, in index order.
+    // Puts all nodes on the free list, in index order. The text chunks are
+    // kept as spares for the text stored next, taken in the order they were
+    // allocated; FreeSpareText gives back those not taken since.
     void Reset();
+    void FreeSpareText();
     // A node off the free list, cleared; null when the list is spent.
     XmlElement* NewElement();
     void FreeElement(XmlElement* e);
@@ -252,7 +255,9 @@ private:
     XmlElementBlock* m_nextBlock = nullptr;
     int m_freeCount = Capacity;
     XmlDocument* m_document = nullptr;
-    TextChunk* m_textChunks = nullptr;  // the chunk being filled first
+    TextChunk* m_textChunks = nullptr;  // newest first
+    size_t m_fillUnits = 0;  // units of the chunk being filled; 0 before the first
+    TextChunk* m_spareChunks = nullptr;  // kept by Reset, the oldest first
     UCChar* m_textNext = nullptr;
     UCChar* m_textEnd = nullptr;
 };

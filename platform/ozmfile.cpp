@@ -51,14 +51,23 @@ OzmBFile::~OzmBFile() { Close(); }
 // that it is written once, and its unread input is copied, so that the copy
 // reads on from the same place.
 void OzmBFile::CopyFrom(const OzmBFile& other) {
+    if (other.m_memory) {
+        // The copy reads the same bytes on from the same place.
+        m_memory = true;
+        m_memBegin = other.m_memBegin;
+        m_memNext = other.m_memNext;
+        m_memEnd = other.m_memEnd;
+        m_readPos = other.m_readPos;
+        m_readEnd = other.m_readEnd;
+        return;
+    }
     if (other.m_handle == -1)
         return;
     const_cast<OzmBFile&>(other).Flush();
     int fd = ::fcntl(other.m_handle, F_DUPFD_CLOEXEC, 0);
     if (fd < 0)
         return;
-    m_buffer = new (std::nothrow) unsigned char[kHeadroom + kBufferSize];
-    if (!m_buffer) {
+    if (!HaveBuffer()) {
         RetryClose(fd);
         return;
     }
@@ -74,8 +83,14 @@ void OzmBFile::CopyFrom(const OzmBFile& other) {
     }
 }
 
+bool OzmBFile::HaveBuffer() {
+    if (!m_buffer)
+        m_buffer = new (std::nothrow) unsigned char[kHeadroom + kBufferSize];
+    return m_buffer != nullptr;
+}
+
 int OzmBFile::OpenBytes(const char* path, const char* mode) {
-    Close();
+    CloseSource(true);
     if (!path || !mode || !*path) {
         errno = path && mode ? ENOENT : EINVAL;
         return -1;
@@ -116,8 +131,7 @@ int OzmBFile::OpenBytes(const char* path, const char* mode) {
         errno = err;
         return -1;
     }
-    m_buffer = new (std::nothrow) unsigned char[kHeadroom + kBufferSize];
-    if (!m_buffer) {
+    if (!HaveBuffer()) {
         RetryClose(fd);
         errno = ENOMEM;
         return -1;
@@ -130,13 +144,12 @@ int OzmBFile::OpenBytes(const char* path, const char* mode) {
 }
 
 int OzmBFile::AttachDescriptor(int fd, bool writable, bool owned) {
-    Close();
+    CloseSource(true);
     if (fd < 0 || ::fcntl(fd, F_GETFD) == -1) {
         errno = EBADF;
         return -1;
     }
-    m_buffer = new (std::nothrow) unsigned char[kHeadroom + kBufferSize];
-    if (!m_buffer) {
+    if (!HaveBuffer()) {
         errno = ENOMEM;
         return -1;
     }
@@ -147,24 +160,48 @@ int OzmBFile::AttachDescriptor(int fd, bool writable, bool owned) {
     return 0;
 }
 
-int OzmBFile::Close() {
-    if (m_handle == -1)
-        return 0;
-    int rc = Flush();
-    if (m_owned && RetryClose(m_handle) != 0)
-        rc = -1;
+int OzmBFile::AttachMemory(const void* data, size_t n) {
+    CloseSource(true);
+    if (!data && n) {
+        errno = EINVAL;
+        return -1;
+    }
+    static const unsigned char kNothing = 0;
+    m_memory = true;
+    m_memBegin = m_memNext = data ? static_cast<const unsigned char*>(data) : &kNothing;
+    m_memEnd = m_memBegin + n;
+    ResetBuffers();
+    return 0;
+}
+
+int OzmBFile::Close() { return CloseSource(false); }
+
+int OzmBFile::CloseSource(bool keepBuffer) {
+    int rc = 0;
+    if (m_handle != -1) {
+        rc = Flush();
+        if (m_owned && RetryClose(m_handle) != 0)
+            rc = -1;
+    }
     m_handle = -1;
     m_owned = false;
     m_writable = false;
-    ResetBuffers();
-    delete[] m_buffer;
-    m_buffer = nullptr;
+    m_memory = false;
+    m_memBegin = m_memNext = m_memEnd = nullptr;
+    if (!keepBuffer) {
+        delete[] m_buffer;
+        m_buffer = nullptr;
+    }
     m_readPos = m_readEnd = nullptr;
+    m_writeUsed = 0;
     return rc;
 }
 
 void OzmBFile::ResetBuffers() {
-    m_readPos = m_readEnd = m_buffer ? m_buffer + kHeadroom : nullptr;
+    if (m_memory)
+        m_readPos = m_readEnd = m_memNext;
+    else
+        m_readPos = m_readEnd = m_buffer ? m_buffer + kHeadroom : nullptr;
     m_writeUsed = 0;
 }
 
@@ -199,6 +236,12 @@ int OzmBFile::Flush() {
 }
 
 long OzmBFile::FillBuffer() {
+    if (m_memory) {
+        const size_t n = std::min(kBufferSize, size_t(m_memEnd - m_memNext));
+        m_readPos = m_memNext;
+        m_readEnd = m_memNext += n;
+        return long(n);
+    }
     if (m_handle == -1 || !m_buffer)
         return -1;
     if (m_writeUsed && Flush() != 0)
@@ -214,6 +257,13 @@ long OzmBFile::FillBuffer() {
 }
 
 long OzmBFile::FillMore() {
+    if (m_memory) {
+        // The window grows over the bytes behind it, which follow in memory.
+        const size_t have = size_t(m_readEnd - m_readPos);
+        const size_t n = std::min(kBufferSize - have, size_t(m_memEnd - m_memNext));
+        m_readEnd = m_memNext += n;
+        return long(n);
+    }
     if (m_handle == -1 || !m_buffer)
         return -1;
     if (m_writeUsed && Flush() != 0)
@@ -251,9 +301,9 @@ size_t OzmBFile::ReadBytes(unsigned char* out, size_t n) {
             done += take;
             continue;
         }
-        if (m_handle == -1)
+        if (!IsOpen())
             break;
-        if (n - done >= kBufferSize) {
+        if (n - done >= kBufferSize && !m_memory) {
             // Large requests bypass the buffer.
             if (m_writeUsed && Flush() != 0)
                 break;
@@ -294,6 +344,17 @@ int OzmBFile::PutBytes(const void* data, size_t n) {
 }
 
 int OzmBFile::SeekBytes(int64_t offset, int origin) {
+    if (m_memory) {
+        const int64_t size = m_memEnd - m_memBegin;
+        const int64_t at = origin == 0 ? 0 : origin == 1 ? (m_memNext - m_memBegin) - (m_readEnd - m_readPos) : size;
+        if (origin < 0 || origin > 2 || offset < -at || offset > size - at) {
+            errno = EINVAL;
+            return -1;
+        }
+        m_memNext = m_memBegin + (at + offset);
+        ResetBuffers();
+        return 0;
+    }
     if (m_handle == -1)
         return -1;
     int whence;
@@ -343,7 +404,7 @@ OzmUCFile::~OzmUCFile() { Close(); }
 // output stays with the original, which writes it.
 void OzmUCFile::CopyState(const OzmUCFile& other) {
     m_format = other.m_format;
-    if (m_handle == -1)
+    if (!IsOpen())
         return;
     m_decoder = other.m_decoder;
     m_atStart = other.m_atStart;
@@ -375,7 +436,7 @@ void OzmUCFile::ResetDecoding() {
 }
 
 int OzmUCFile::Open(const UCChar* path, const UCChar* mode, int format, OZM_CSET set) {
-    Close();
+    CloseKeepingBuffers();
     if (!IsKnownFormat(format) || !path || !mode) {
         errno = EINVAL;
         return -1;
@@ -415,7 +476,7 @@ int OzmUCFile::Open(const UCChar* path, const UCChar* mode, int format, OZM_CSET
 }
 
 int OzmUCFile::OpenDescriptor(int fd, int format, bool owned) {
-    Close();
+    CloseKeepingBuffers();
     if (!IsKnownFormat(format)) {
         errno = EINVAL;
         return -1;
@@ -428,24 +489,45 @@ int OzmUCFile::OpenDescriptor(int fd, int format, bool owned) {
     return 0;
 }
 
-int OzmUCFile::Close() {
-    int rc = 0;
-    if (m_pendingHigh && m_handle != -1) {
-        unsigned char bytes[4];
-        rc = PutBytes(bytes, OzmFlushUtf8(&m_pendingHigh, bytes));
+int OzmUCFile::OpenMemory(const void* data, size_t n, int format) {
+    CloseKeepingBuffers();
+    if (!IsKnownFormat(format)) {
+        errno = EINVAL;
+        return -1;
     }
+    if (AttachMemory(data, n) != 0)
+        return -1;
+    m_format = format;
+    ResetDecoding();
     m_pendingHigh = 0;
-    if (OzmBFile::Close() != 0)
-        rc = -1;
+    return 0;
+}
+
+int OzmUCFile::Close() {
+    const int rc = CloseKeepingBuffers();
+    OzmBFile::Close();
     delete[] m_ucBuffer;
     m_ucBuffer = nullptr;
     ResetDecoding();
     return rc;
 }
 
+int OzmUCFile::CloseKeepingBuffers() {
+    int rc = 0;
+    if (m_pendingHigh && m_handle != -1) {
+        unsigned char bytes[4];
+        rc = PutBytes(bytes, OzmFlushUtf8(&m_pendingHigh, bytes));
+    }
+    m_pendingHigh = 0;
+    if (CloseSource(true) != 0)
+        rc = -1;
+    ResetDecoding();
+    return rc;
+}
+
 int OzmUCFile::Seek(int64_t offset, int origin) {
     // Decoded read-ahead makes a relative byte offset meaningless.
-    if (m_handle == -1 || origin == 1)
+    if (!IsOpen() || origin == 1)
         return -1;
     if (m_pendingHigh) {
         unsigned char bytes[4];
@@ -455,7 +537,7 @@ int OzmUCFile::Seek(int64_t offset, int origin) {
     if (SeekBytes(offset, origin) != 0)
         return -1;
     ResetDecoding();
-    m_atStart = ::lseek(m_handle, 0, SEEK_CUR) == 0;
+    m_atStart = m_memory ? m_memNext == m_memBegin : ::lseek(m_handle, 0, SEEK_CUR) == 0;
     return 0;
 }
 
@@ -503,7 +585,7 @@ bool OzmUCFile::BeginDecoding() {
 // the next block (into the buffer's headroom). Invalid bytes end the input
 // once the units in front of them have been read.
 UCChar OzmUCFile::Refill() {
-    if (m_ended || m_handle == -1) {
+    if (m_ended || !IsOpen()) {
         m_ucPos = m_ucEnd;
         return UCEof;
     }
@@ -529,8 +611,11 @@ UCChar OzmUCFile::Refill() {
             if (status == OzmTextDecoder::decDone)
                 m_carryCount = 0;
         } else {
-            unsigned char* p = m_buffer + (m_readPos - m_buffer) - m_carryCount;
-            std::memcpy(p, m_carry, static_cast<size_t>(m_carryCount));
+            // A memory source has the carried bytes in front of its window
+            // already; a file's go into the headroom of its buffer.
+            const unsigned char* p = m_readPos - m_carryCount;
+            if (!m_memory)
+                std::memcpy(m_buffer + (p - m_buffer), m_carry, static_cast<size_t>(m_carryCount));
             m_carryCount = 0;
             const size_t left = static_cast<size_t>(m_readEnd - p);
             status = m_decoder.Decode(p, left, m_ucBuffer, kUnits, false, used, units);

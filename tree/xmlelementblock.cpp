@@ -10,19 +10,29 @@ XmlElementBlock::~XmlElementBlock() {
     for (int i = 0; i < m_constructed; ++i)
         m_nodes[i].~XmlElement();
     FreeTextChunks(m_textChunks);
+    FreeTextChunks(m_spareChunks);
 }
 
 void XmlElementBlock::Reset() {
     m_firstFree = nullptr;
     m_unused = 0;
     m_freeCount = Capacity;
-    // The chunk being filled is kept for the next document's text.
-    if (m_textChunks) {
-        FreeTextChunks(m_textChunks->next);
-        m_textChunks->next = nullptr;
-        m_textNext = m_textChunks->Units();
-        m_textEnd = m_textNext + m_textChunks->units;
+    // Spares not taken since the last reset go; the chunks in use become
+    // the spares, reversed into the order of their allocation.
+    FreeSpareText();
+    while (m_textChunks) {
+        TextChunk* next = m_textChunks->next;
+        m_textChunks->next = m_spareChunks;
+        m_spareChunks = m_textChunks;
+        m_textChunks = next;
     }
+    m_textNext = m_textEnd = nullptr;
+    m_fillUnits = 0;
+}
+
+void XmlElementBlock::FreeSpareText() {
+    FreeTextChunks(m_spareChunks);
+    m_spareChunks = nullptr;
 }
 
 void XmlElementBlock::FreeTextChunks(TextChunk* from) {
@@ -35,8 +45,8 @@ void XmlElementBlock::FreeTextChunks(TextChunk* from) {
 
 // Chunks grow from 4 to 64 KB as a slab fills, each a power of two in all,
 // its header included, which allocators serve without waste. A text too long
-// for a quarter of the largest chunk gets a chunk of its own, placed behind
-// the one being filled, which goes on being filled.
+// for a quarter of the largest chunk gets a chunk of its own, and the one
+// being filled goes on being filled.
 UCChar* XmlElementBlock::TextRoomInNewChunk(size_t n) {
     constexpr size_t kFirstBytes = 4096, kLargestBytes = 65536;
     constexpr size_t kLargestUnits = (kLargestBytes - sizeof(TextChunk)) / sizeof(UCChar);
@@ -45,25 +55,39 @@ UCChar* XmlElementBlock::TextRoomInNewChunk(size_t n) {
     if (!own) {
         // Twice the chunk before, or the first size; then doubled until the
         // text fits, which it does in the largest chunk at the latest.
-        size_t bytes = m_textChunks ? std::min(2 * (sizeof(TextChunk) + m_textChunks->units * sizeof(UCChar)),
-                                               kLargestBytes)
-                                    : kFirstBytes;
+        size_t bytes = m_fillUnits ? std::min(2 * (sizeof(TextChunk) + m_fillUnits * sizeof(UCChar)), kLargestBytes)
+                                   : kFirstBytes;
         while ((bytes - sizeof(TextChunk)) / sizeof(UCChar) < n + 1)
             bytes *= 2;
         units = (bytes - sizeof(TextChunk)) / sizeof(UCChar);
     }
-    TextChunk* chunk = static_cast<TextChunk*>(::operator new(sizeof(TextChunk) + units * sizeof(UCChar)));
-    chunk->units = units;
+    // A spare too small for the text is given back rather than passed over,
+    // so that the spares keep being taken in their order.
+    TextChunk* chunk = nullptr;
+    while (m_spareChunks && !chunk) {
+        TextChunk* spare = m_spareChunks;
+        m_spareChunks = spare->next;
+        if (spare->units >= units) {
+            chunk = spare;
+            units = spare->units;
+        } else {
+            ::operator delete(spare);
+        }
+    }
+    if (!chunk) {
+        chunk = static_cast<TextChunk*>(::operator new(sizeof(TextChunk) + units * sizeof(UCChar)));
+        chunk->units = units;
+    }
     UCChar* t = chunk->Units();
     t[n] = 0;
-    if (own && m_textChunks) {
-        chunk->next = m_textChunks->next;
-        m_textChunks->next = chunk;
-    } else {
-        chunk->next = m_textChunks;
-        m_textChunks = chunk;
+    // The list holds the chunks newest first, so that Reset can keep them
+    // in their order; a text of its own leaves the chunk being filled.
+    chunk->next = m_textChunks;
+    m_textChunks = chunk;
+    if (!own) {
         m_textNext = t + n + 1;
         m_textEnd = t + units;
+        m_fillUnits = units;
     }
     return t;
 }
