@@ -169,9 +169,8 @@ void XmlDocument::ClearTree() {
     if (m_blockShare) {
         ReleaseBlocks();
     } else {
-        // Spares not taken since the last parse go; the slabs in use become
-        // the spares, reversed into the order of their allocation.
-        FreeSpareBlocks();
+        // The slabs in use go in front of the spares, reversed into the
+        // order of their allocation.
         while (m_elementBlocks) {
             XmlElementBlock* next = m_elementBlocks->m_nextBlock;
             m_elementBlocks->Reset();

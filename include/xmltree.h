@@ -179,7 +179,7 @@ public:
 
     // Puts all nodes on the free list, in index order. The text chunks are
     // kept as spares for the text stored next, taken in the order they were
-    // allocated; FreeSpareText gives back those not taken since.
+    // allocated; FreeSpareText gives back the spares not taken.
     void Reset();
     void FreeSpareText();
     // A node off the free list, cleared; null when the list is spent.

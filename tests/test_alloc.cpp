@@ -41,6 +41,7 @@ bool TestAlloc::Armed() { return g_failIn > 0; }
 uint64_t TestAlloc::Count() { return g_count; }
 void TestAlloc::ResetPeak() { g_peak = g_live.load(); }
 size_t TestAlloc::PeakBytes() { return g_peak; }
+size_t TestAlloc::HeldBytes() { return g_live; }
 
 void* operator new(size_t n) {
     if (void* p = Allocate(n))

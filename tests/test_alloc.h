@@ -16,4 +16,6 @@ uint64_t Count();
 // The most bytes that were held at once since the last ResetPeak.
 void ResetPeak();
 size_t PeakBytes();
+// The bytes held now.
+size_t HeldBytes();
 }  // namespace TestAlloc

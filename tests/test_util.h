@@ -82,7 +82,15 @@ struct ParseRow {
     int line, col;
     UCString tree;
 };
-// The rows parsed in turn into one document, so that each parse starts over.
+// ParseBytes on bytes gives what ParseFile gives on a file of them: code,
+// message, place, tree and definition (defined at the end).
+inline void ExpectBytesAsFile(const std::string& bytes, const std::string& path = "");
+// A text as a file holds it: UTF-8 when the units are well formed, else
+// UTF-16 little-endian behind its byte-order mark, which keeps any unit.
+inline std::string AsFileBytes(const UCString& text);
+
+// The rows parsed in turn into one document, so that each parse starts over;
+// each row is also parsed as a file and as bytes, which must agree.
 inline void CheckParses(const std::vector<ParseRow>& rows) {
     XmlDocument doc;
     for (const ParseRow& r : rows) {
@@ -94,6 +102,7 @@ inline void CheckParses(const std::vector<ParseRow>& rows) {
             EXPECT_EQ(std::make_pair(doc.ErrorLine(), doc.ErrorCol()), std::make_pair(r.line, r.col));
         }
         EXPECT_EQ(r.code == errNone || !r.tree.empty() ? Tree(doc) : u"", r.tree);
+        ExpectBytesAsFile(AsFileBytes(r.in));
     }
 }
 
@@ -216,4 +225,44 @@ inline std::string DumpAttrList(const XmlAttrList& l) {
             out += "'" + Narrow(d->DefVal()) + "'";
     }
     return out + "}";
+}
+
+inline std::string AsFileBytes(const UCString& text) {
+    bool wellFormed = true;
+    for (size_t i = 0; i < text.size() && wellFormed; ++i) {
+        const UCChar c = text[i];
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF)
+            ++i;
+        else
+            wellFormed = !(c >= 0xD800 && c <= 0xDFFF);
+    }
+    if (wellFormed)
+        return Utf8(text.c_str());
+    std::string bytes = "\xFF\xFE";
+    for (UCChar c : text) {
+        bytes += char(c & 0xFF);
+        bytes += char(c >> 8);
+    }
+    return bytes;
+}
+
+// path names a file that holds the bytes already; without one they are
+// written to a scratch file.
+inline void ExpectBytesAsFile(const std::string& bytes, const std::string& existing) {
+    static TempDir scratch;
+    const std::string path = existing.empty() ? scratch.Write("bytes.xml", bytes) : existing;
+    const UCString upath = U(path);
+    const UCString base = U(path.substr(0, path.rfind('/') + 1));
+    XmlDocument fromFile, fromBytes;
+    const BATCHERR fileCode = fromFile.ParseFile(upath.c_str());
+    const BATCHERR bytesCode = fromBytes.ParseBytes(bytes.data(), bytes.size(), false, false, base.c_str());
+    SCOPED_TRACE(testing::PrintToString(bytes.substr(0, 60)));
+    EXPECT_EQ(bytesCode, fileCode);
+    EXPECT_EQ(Str(fromBytes.ErrorMessage()), Str(fromFile.ErrorMessage()));
+    EXPECT_EQ(Str(fromBytes.ErrorFile()), Str(fromFile.ErrorFile()) == upath ? u"bytes" : Str(fromFile.ErrorFile()));
+    EXPECT_EQ(std::make_pair(fromBytes.ErrorLine(), fromBytes.ErrorCol()),
+              std::make_pair(fromFile.ErrorLine(), fromFile.ErrorCol()));
+    EXPECT_EQ(Tree(fromBytes), Tree(fromFile));
+    EXPECT_EQ(DumpDtd(fromBytes.GetDTD(), true), DumpDtd(fromFile.GetDTD(), true));
+    EXPECT_EQ(fromBytes.Encoding(), fromFile.Encoding());
 }

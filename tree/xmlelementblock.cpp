@@ -17,9 +17,8 @@ void XmlElementBlock::Reset() {
     m_firstFree = nullptr;
     m_unused = 0;
     m_freeCount = Capacity;
-    // Spares not taken since the last reset go; the chunks in use become
-    // the spares, reversed into the order of their allocation.
-    FreeSpareText();
+    // The chunks in use go in front of the spares, reversed into the order
+    // of their allocation.
     while (m_textChunks) {
         TextChunk* next = m_textChunks->next;
         m_textChunks->next = m_spareChunks;
