@@ -6,8 +6,9 @@
 
 Generates the inputs once (into a new temporary directory, removed at the
 end, unless --dir names one to keep and reuse), then runs rounds: in each
-round every parser parses every input once per mode, each parse in a fresh
-peer_bench process, the parsers' order rotated from round to round. Prints a
+round every parser parses every input once per mode (memory: the cold
+parse of bytes in memory; file; warm: bytes in memory again into a re-used
+document, see peer_bench.cpp), each in a fresh peer_bench process, the parsers' order rotated from round to round. Prints a
 Markdown table of the median MB/s, the median ratio to pugixml of the same
 round (input and mode), and the peak RSS of parsing the records document
 from a file, then one of the page faults of the timed parses per MB; the
@@ -25,7 +26,7 @@ import time
 
 PARSERS = ["ozm", "pugixml", "libxml2", "expat", "tinyxml2"]
 INPUTS = ["records", "text", "dtd", "small"]
-MODES = ["memory", "file"]
+MODES = ["memory", "file", "warm"]
 LABELS = {
     "ozm": "ozmxmlapi",
     "pugixml": "pugixml",
