@@ -9,3 +9,4 @@
 #include "xmloutput.h"
 #include "xmlresources.h"
 #include "xmlcatalog.h"
+#include "xmlvalidate.h"

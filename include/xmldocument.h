@@ -14,6 +14,7 @@
 #include "xmldtd.h"
 #include "xmlresources.h"
 #include "xmltree.h"
+#include "xmlvalidate.h"
 
 // Token kinds of the tokenisers. The values have gaps.
 enum XmlToken : int {
@@ -200,6 +201,35 @@ public:
     bool GenerateDTD(const std::vector<const XmlDocument*>& documents);
     // Generated definitions always carry length attributes: true.
     bool GenerateLengthAttrs() const { return true; }
+
+    // ---- Validation (validate/, see xmlvalidate.h) ----
+    // Checks the tree against the document's own definition, or against dtd
+    // (one read with ParseExternalDTD, say, or generated into another
+    // document). violations is emptied, then receives what is found: the
+    // definition's own faults, then the tree's in document order, then, in
+    // document order too, ID values met before and IDREF values that name no
+    // ID, which are known only at the end; up to maxViolations of them (0: no
+    // limit), where the check stops. True when nothing was found. Changes
+    // neither the tree nor any definition, and never throws: running out of
+    // memory ends the check with false, and a valOutOfMemory record where
+    // one can be had. Each content model
+    // is compiled once per check, and each element's children are matched in
+    // one pass, so the check is linear in the size of the tree. Checks of
+    // several documents against one definition may run on several threads
+    // at once, as long as nothing changes the definition meanwhile.
+    bool Validate(std::vector<XmlViolation>& violations, size_t maxViolations) const;
+    bool Validate(const XmlDtd& dtd, std::vector<XmlViolation>& violations, size_t maxViolations) const;
+
+private:
+    friend class XmlValidator;
+    // The index of e's name in the name table of owner, the document e
+    // belongs to (null for none).
+    static int NameIndexOf(const XmlElement* e, const XmlDocument*& owner) {
+        owner = e->m_block ? e->m_block->Document() : nullptr;
+        return e->m_nameId - 1;
+    }
+    // e's attributes, read in place.
+    static const XmlDeque<XmlAttribute>& AttributesOf(const XmlElement* e) { return e->m_attributes; }
 
 private:
     friend class XmlElement;

@@ -5,12 +5,17 @@
 #include <stdio_ext.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -36,18 +41,44 @@ const char* const kToolHelp =
     "\n"
     "Commands:\n"
     "  check   parse documents and report errors as FILE:LINE:COL: MESSAGE\n"
+    "  validate  check documents against their document type definition\n"
     "  tree    print the element tree of a document\n"
     "  write   parse a document and write it back\n"
     "  dtd     print, generate or draw a document type definition\n"
     "\n"
     "'-' as FILE reads standard input. 'ozmxml COMMAND --help' tells more.\n"
+    "\n"
+    "Every command takes these options for the external subsets and entities\n"
+    "that documents name (by default they are read from files, as named):\n"
+    "  --no-external   read none: a document that names one fails, and the\n"
+    "                  file system is not asked about it; choose this for\n"
+    "                  documents from others, which could read this machine's\n"
+    "                  files (<!ENTITY x SYSTEM \"/etc/hostname\">)\n"
+    "  --confine DIR   read only regular files inside DIR (symbolic links\n"
+    "                  resolved)\n"
+    "  --catalog FILE  look identifiers up in the XML catalogue FILE first\n"
+    "                  (may be given several times); without it, the\n"
+    "                  catalogues in XML_CATALOG_FILES (separated by blanks),\n"
+    "                  when set. What no catalogue names goes to the policy\n"
+    "                  above.\n"
+    "\n"
     "Text from documents and file names in messages and in 'tree' is\n"
     "shown with control characters escaped (see ozmxml tree --help).\n"
     "Exit status: 0 success, 1 a document failed or the output could not be\n"
     "written, 2 bad usage.\n";
 
+#define BATCH_HELP                                                                  \
+    "  -r             take the files below each directory named, whose names\n"   \
+    "                 end in .xml (or as --ext says), in the order of their names\n" \
+    "  --ext EXT      with -r, take files ending in .EXT instead\n"                \
+    "  -j N           work on N files at once (default: the number of processors);\n" \
+    "                 the output keeps the order of the files\n"                   \
+    "  --format json  print one JSON object per file on standard output: name,\n" \
+    "                 status and errors, each with line and column or path\n"
+
 const char* const kCheckHelp =
-    "usage: ozmxml check [--ignore-dtd] FILE...\n"
+    "usage: ozmxml check [--ignore-dtd] [-r] [--ext EXT] [-j N] [--format json]\n"
+    "                    FILE...\n"
     "\n"
     "Parses each FILE. A failure is reported on standard error as\n"
     "FILE:LINE:COL: MESSAGE, where FILE may be an external subset the\n"
@@ -55,7 +86,28 @@ const char* const kCheckHelp =
     "say) fails as FILE: no root element. With more than one FILE a summary\n"
     "line follows.\n"
     "\n"
-    "  --ignore-dtd   skip the document type declaration\n";
+    "  --ignore-dtd   skip the document type declaration\n"
+    BATCH_HELP;
+
+const char* const kValidateHelp =
+    "usage: ozmxml validate [--dtd FILE] [--max-errors N] [-r] [--ext EXT] [-j N]\n"
+    "                       [--format json] FILE...\n"
+    "\n"
+    "Checks each FILE against its own document type declaration, or against\n"
+    "the external subset given by --dtd (read once, its root found as by\n"
+    "'ozmxml dtd --external'; a subset without a single root element leaves\n"
+    "the root's name unchecked). Each violation is reported on standard error\n"
+    "as FILE: PATH: MESSAGE, where PATH leads from the root to the element,\n"
+    "with the position among siblings of the same name where there are\n"
+    "several (/book/chapter[3]/title); a fault of the definition itself as\n"
+    "FILE: MESSAGE. A file that fails to parse is reported as by check. A\n"
+    "summary line follows. Exit status 0 when all files are valid, 1 when\n"
+    "any is not or fails to parse.\n"
+    "\n"
+    "  --dtd FILE       check against this external subset\n"
+    "  --max-errors N   report at most N violations per file (default 100,\n"
+    "                   0: no limit)\n"
+    BATCH_HELP;
 
 const char* const kTreeHelp =
     "usage: ozmxml tree FILE\n"
@@ -261,6 +313,8 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void At(size_t index, const std::string& file) {
+        if (!m_thread.joinable())
+            return;  // nothing is shown
         std::lock_guard<std::mutex> lock(g_terminal);
         m_index = index;
         m_file = Shown(file);
@@ -289,21 +343,48 @@ private:
     std::thread m_thread;
 };
 
+// A problem with one file: where it is (the file, or an external subset it
+// names), the line and column (line < 0: no place), and what it is. While
+// work on many files runs, each file's problems are kept (t_problems) and
+// printed in the order in which the files were named; otherwise they go to
+// standard error at once.
+struct FileProblem {
+    std::string where;
+    int line, col;
+    std::string text;
+};
+thread_local std::vector<FileProblem>* t_problems = nullptr;
+
+void FileError(const std::string& where, int line, int col, const std::string& text) {
+    if (t_problems) {
+        t_problems->push_back({where, line, col, text});
+    } else if (line < 0) {
+        Message("%s: %s\n", Shown(where).c_str(), Printable(text).c_str());
+    } else {
+        Message("%s:%d:%d: %s\n", Shown(where).c_str(), line, col, Printable(text).c_str());
+    }
+}
+
 // Says on standard error why file cannot be read, if it cannot. It asks
 // without opening: a named pipe opened and closed here would lose what its
 // writer sent before the parser opens it.
 bool Readable(const std::string& file) {
     if (::access(file.c_str(), R_OK) == 0)
         return true;
-    Message("%s: cannot open: %s\n", Printable(file).c_str(), std::strerror(errno));
+    FileError(file, -1, 0, std::string("cannot open: ") + std::strerror(errno));
     return false;
 }
+
+// How the documents of this run find their external resources (set by
+// ReadArgs from --no-external, --confine and --catalog; Parse hands it on).
+XmlResources g_resources;
 
 // Parses file ("-": standard input through the descriptor module). On a
 // failure the one line of the error goes to standard error. A document
 // without a root element (an empty file, say) parses without an error; with
 // requireRoot it fails here, as check wants.
 bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd, bool requireRoot = false) {
+    doc.ExternalResources(g_resources);
     BATCHERR rc;
     if (IsStdin(file)) {
         rc = doc.ParseDLL(u"fd:0", false, false, nullptr, ignoreDtd);
@@ -316,7 +397,7 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd, bool requi
     if (rc == errNone) {
         if (doc.RootElement() || !requireRoot)
             return true;
-        Message("%s: no root element\n", Shown(file).c_str());
+        FileError(file, -1, 0, "no root element");
         return false;
     }
     // The place is in the file the error names (an external subset, say),
@@ -331,8 +412,7 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd, bool requi
         if (slash != std::string::npos && ::access((file.substr(0, slash + 1) + where).c_str(), F_OK) == 0)
             where = file.substr(0, slash + 1) + where;
     }
-    Message("%s:%d:%d: %s\n", Shown(where).c_str(), doc.ErrorLine(), doc.ErrorCol(),
-            Printable(doc.ErrorMessage()).c_str());
+    FileError(where, doc.ErrorLine(), doc.ErrorCol(), Utf8(doc.ErrorMessage()));
     return false;
 }
 
@@ -341,7 +421,59 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd, bool requi
 struct Args {
     std::vector<std::string> files;
     std::map<std::string, std::string> options;  // option -> value ("" for a switch)
+    std::vector<std::string> catalogs;            // --catalog, in their order
 };
+
+// Loads the catalogues named; false with a message when one cannot be read.
+// Those of XML_CATALOG_FILES are passed over with a warning, as other tools
+// do.
+bool LoadCatalogs(const char* command, const std::vector<std::string>& files, bool fromEnvironment,
+                  std::shared_ptr<XmlCatalog>& catalog) {
+    for (const std::string& file : files) {
+        if (!catalog)
+            catalog = std::make_shared<XmlCatalog>();
+        if (catalog->Load(Wide(file.c_str()).c_str()) == errNone)
+            continue;
+        Message("ozmxml %s: %s: %s\n", command, Printable(file).c_str(), Printable(catalog->ErrorMessage()).c_str());
+        if (!fromEnvironment)
+            return false;
+    }
+    return true;
+}
+
+// The policy for external resources from the options read.
+bool SetResources(const char* command, const Args& args) {
+    const bool none = args.options.count("--no-external") != 0;
+    const auto confine = args.options.find("--confine");
+    if (none && confine != args.options.end()) {
+        Message("ozmxml %s: --no-external and --confine exclude each other\n", command);
+        return false;
+    }
+    XmlResources base = none ? XmlResources::None()
+                        : confine != args.options.end() ? XmlResources::Confined(Wide(confine->second.c_str()).c_str())
+                                                        : XmlResources::Files();
+    std::vector<std::string> catalogs = args.catalogs;
+    const bool fromEnvironment = catalogs.empty();
+    if (fromEnvironment) {
+        if (const char* list = std::getenv("XML_CATALOG_FILES")) {
+            std::string all = list, item;
+            for (char c : all + " ") {
+                if (c == ' ' || c == '\t' || c == '\n') {
+                    if (!item.empty())
+                        catalogs.push_back(item);
+                    item.clear();
+                } else {
+                    item += c;
+                }
+            }
+        }
+    }
+    std::shared_ptr<XmlCatalog> catalog;
+    if (!LoadCatalogs(command, catalogs, fromEnvironment, catalog))
+        return false;
+    g_resources = catalog ? XmlResources::Catalog(catalog, base) : base;
+    return true;
+}
 
 // Splits argv into options and files. known lists the switches, valued the
 // options that take a value. A bad option gives a message and false.
@@ -358,7 +490,19 @@ bool ReadArgs(const char* command, int argc, char** argv, const std::vector<std:
             optionsEnd = true;
             continue;
         }
-        bool isKnown = false, isValued = false;
+        // The options of external resources, for every command.
+        if (arg == "--no-external") {
+            args.options[arg] = "";
+            continue;
+        }
+        if ((arg == "--confine" || arg == "--catalog") && i + 1 < argc) {
+            if (arg == "--catalog")
+                args.catalogs.push_back(argv[++i]);
+            else
+                args.options[arg] = argv[++i];
+            continue;
+        }
+        bool isKnown = false, isValued = arg == "--confine" || arg == "--catalog";
         for (const std::string& k : known)
             isKnown = isKnown || k == arg;
         for (const std::string& v : valued)
@@ -377,7 +521,7 @@ bool ReadArgs(const char* command, int argc, char** argv, const std::vector<std:
             return false;
         }
     }
-    return true;
+    return SetResources(command, args);
 }
 
 bool WantsHelp(int argc, char** argv) {
@@ -395,26 +539,372 @@ bool CountFiles(const char* command, const Args& args, size_t least, size_t most
     return false;
 }
 
+// ---- Many files: -r, -j, --format json ----
+
+// How check and validate take their files and print their results.
+struct Batch {
+    bool recursive = false;
+    std::string ext = ".xml";
+    unsigned jobs = 1;
+    bool json = false;
+};
+
+// Reads -r, --ext, -j and --format from args.
+bool ReadBatch(const char* command, const Args& args, Batch& batch) {
+    batch.recursive = args.options.count("-r") != 0;
+    auto ext = args.options.find("--ext");
+    if (ext != args.options.end()) {
+        if (ext->second.empty() || ext->second.find('/') != std::string::npos) {
+            Message("ozmxml %s: --ext needs a file name ending, such as xhtml\n", command);
+            return false;
+        }
+        batch.ext = ext->second[0] == '.' ? ext->second : "." + ext->second;
+    }
+    const unsigned processors = std::thread::hardware_concurrency();
+    batch.jobs = processors ? processors : 1;
+    auto jobs = args.options.find("-j");
+    if (jobs != args.options.end()) {
+        char* end = nullptr;
+        errno = 0;
+        const unsigned long n = std::strtoul(jobs->second.c_str(), &end, 10);
+        if (jobs->second.empty() || *end || errno || n < 1 || n > 1024 || jobs->second[0] == '-') {
+            Message("ozmxml %s: -j needs a number of jobs from 1 to 1024\n", command);
+            return false;
+        }
+        batch.jobs = unsigned(n);
+    }
+    auto format = args.options.find("--format");
+    if (format != args.options.end()) {
+        if (format->second != "json" && format->second != "text") {
+            Message("ozmxml %s: --format is text or json\n", command);
+            return false;
+        }
+        batch.json = format->second == "json";
+    }
+    return true;
+}
+
+// The files to work on: those named, with each directory replaced by the
+// files below it whose names end in batch.ext, in the order of their names.
+// A directory without -r, or one that cannot be read, is a file that fails.
+struct BatchFile {
+    std::string name;
+    std::string problem;  // why it fails before it is read
+};
+
+std::vector<BatchFile> ExpandFiles(const std::vector<std::string>& named, const Batch& batch) {
+    std::vector<BatchFile> files;
+    for (const std::string& file : named) {
+        std::error_code ec;
+        if (IsStdin(file) || !std::filesystem::is_directory(file, ec)) {
+            files.push_back({file, ""});
+            continue;
+        }
+        if (!batch.recursive) {
+            files.push_back({file, "is a directory (use -r)"});
+            continue;
+        }
+        std::vector<std::string> found;
+        const auto options = std::filesystem::directory_options::skip_permission_denied;
+        std::filesystem::recursive_directory_iterator it(file, options, ec), end;
+        for (; !ec && it != end; it.increment(ec)) {
+            const std::string path = it->path().string();
+            if (path.size() > batch.ext.size() && path.compare(path.size() - batch.ext.size(), std::string::npos,
+                                                                batch.ext) == 0 &&
+                it->is_regular_file(ec))
+                found.push_back(path);
+            ec.clear();
+        }
+        if (ec) {
+            files.push_back({file, "cannot read the directory: " + ec.message()});
+            continue;
+        }
+        std::sort(found.begin(), found.end());
+        for (std::string& f : found)
+            files.push_back({std::move(f), ""});
+    }
+    return files;
+}
+
+// What became of one file.
+struct FileResult {
+    int status = 0;  // 0 good, 1 found invalid, 2 failed to parse
+    std::vector<FileProblem> problems;
+    std::vector<XmlViolation> violations;
+    bool stopped = false;  // the violations reached the limit
+};
+
+// Text as a JSON string: the escapes JSON requires, control characters
+// (C1 included) as \u00XX, and bytes that are not UTF-8 as U+FFFD.
+std::string Json(const std::string& text) {
+    static const char kHex[] = "0123456789abcdef";
+    std::string out = "\"";
+    const auto* s = reinterpret_cast<const unsigned char*>(text.data());
+    const size_t n = text.size();
+    for (size_t i = 0; i < n;) {
+        const unsigned char b = s[i];
+        if (b < 0x80) {
+            if (b == '"' || b == '\\')
+                out += {'\\', char(b)};
+            else if (b < 0x20 || b == 0x7F)
+                out += {'\\', 'u', '0', '0', kHex[b >> 4], kHex[b & 15]};
+            else
+                out += char(b);
+            ++i;
+            continue;
+        }
+        const size_t length = b >= 0xC2 && b <= 0xDF ? 2 : b >= 0xE0 && b <= 0xEF ? 3 : b >= 0xF0 && b <= 0xF4 ? 4 : 0;
+        const unsigned long least = length == 2 ? 0x80 : length == 3 ? 0x800 : 0x10000;
+        unsigned long cp = length ? b & (0xFF >> (length + 1)) : 0;
+        size_t k = 1;
+        for (; length && k < length && i + k < n && (s[i + k] & 0xC0) == 0x80; ++k)
+            cp = cp << 6 | (s[i + k] & 0x3F);
+        if (!length || k < length || cp < least || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+            out += "\\ufffd";
+            ++i;
+        } else if (cp <= 0x9F) {
+            out += {'\\', 'u', '0', '0', kHex[cp >> 4], kHex[cp & 15]};
+            i += length;
+        } else {
+            out.append(text, i, length);
+            i += length;
+        }
+    }
+    return out + "\"";
+}
+
+const char* const kStatusText[] = {"valid", "invalid", "failed"};
+
+// Prints one file's result: problems on standard error, or one JSON object
+// on standard output.
+void PrintResult(const std::string& file, const FileResult& result, bool json, const char* goodStatus) {
+    if (json) {
+        std::string line = "{\"name\":" + Json(IsStdin(file) ? "<stdin>" : file) + ",\"status\":\"" +
+                           (result.status ? kStatusText[result.status] : goodStatus) + "\",\"errors\":[";
+        bool first = true;
+        for (const FileProblem& p : result.problems) {
+            line += first ? "{" : ",{";
+            first = false;
+            if (p.where != file)
+                line += "\"file\":" + Json(p.where) + ",";
+            if (p.line >= 0)
+                line += "\"line\":" + std::to_string(p.line) + ",\"column\":" + std::to_string(p.col) + ",";
+            line += "\"message\":" + Json(p.text) + "}";
+        }
+        for (const XmlViolation& v : result.violations) {
+            line += first ? "{" : ",{";
+            first = false;
+            line += "\"kind\":" + Json(Utf8(XmlViolation::KindName(v.Kind()))) + ",\"path\":" + Json(Utf8(v.Path())) +
+                    ",\"message\":" + Json(Utf8(v.Message())) + "}";
+        }
+        line += "]";
+        if (result.stopped)
+            line += ",\"stopped\":true";
+        Out(line + "}\n");
+        return;
+    }
+    for (const FileProblem& p : result.problems)
+        FileError(p.where, p.line, p.col, p.text);
+    for (const XmlViolation& v : result.violations) {
+        if (*v.Path())
+            Message("%s: %s: %s\n", Shown(file).c_str(), Printable(v.Path()).c_str(), Printable(v.Message()).c_str());
+        else
+            Message("%s: %s\n", Shown(file).c_str(), Printable(v.Message()).c_str());
+    }
+    if (result.stopped)
+        Message("%s: stopped after %zu violations (--max-errors)\n", Shown(file).c_str(), result.violations.size());
+}
+
+// Runs work(doc, file, result) for every file on jobs threads, each with a
+// document of its own that it reuses, and hands the results to emit on this
+// thread in the order of the files, whatever the order in which they finish.
+template <class Work, class Emit>
+void RunBatch(const std::vector<BatchFile>& files, unsigned jobs, Work&& work, Emit&& emit) {
+    auto process = [&](XmlDocument& doc, size_t i, FileResult& result) {
+        t_problems = &result.problems;
+        try {
+            if (!files[i].problem.empty()) {
+                FileError(files[i].name, -1, 0, files[i].problem);
+                result.status = 2;
+            } else {
+                work(doc, files[i].name, result);
+            }
+        } catch (const std::bad_alloc&) {
+            result.problems.push_back({files[i].name, -1, 0, "out of memory"});
+            result.status = 2;
+        }
+        t_problems = nullptr;
+    };
+    if (jobs <= 1 || files.size() <= 1) {
+        XmlDocument doc;
+        for (size_t i = 0; i < files.size(); ++i) {
+            FileResult result;
+            process(doc, i, result);
+            emit(i, result);
+        }
+        return;
+    }
+    // This thread is one of the workers: between files of its own it prints
+    // the results that are ready in order, and it waits only at the end, so
+    // that small files cost no switch between threads each.
+    std::vector<FileResult> results(files.size());
+    std::unique_ptr<std::atomic<bool>[]> done(new std::atomic<bool>[files.size()]);
+    for (size_t i = 0; i < files.size(); ++i)
+        done[i] = false;
+    std::atomic<size_t> next{0}, awaited{SIZE_MAX};
+    std::mutex lock;
+    std::condition_variable finished;
+    auto take = [&](XmlDocument& doc) {
+        const size_t i = next++;
+        if (i >= files.size())
+            return false;
+        process(doc, i, results[i]);
+        done[i] = true;
+        if (awaited == i) {
+            std::lock_guard<std::mutex> guard(lock);
+            finished.notify_one();
+        }
+        return true;
+    };
+    std::vector<std::thread> threads;
+    for (size_t t = 1; t < std::min<size_t>(jobs, files.size()); ++t)
+        threads.emplace_back([&] {
+            XmlDocument doc;
+            while (take(doc))
+                ;
+        });
+    XmlDocument doc;
+    size_t printed = 0;
+    auto print = [&] {
+        emit(printed, results[printed]);
+        results[printed] = FileResult();
+        ++printed;
+    };
+    while (take(doc))
+        while (printed < files.size() && done[printed])
+            print();
+    for (; printed < files.size(); print())
+        if (!done[printed]) {
+            std::unique_lock<std::mutex> guard(lock);
+            awaited = printed;
+            finished.wait(guard, [&] { return done[printed].load(); });
+        }
+    for (std::thread& t : threads)
+        t.join();
+}
+
 // ---- check ----
 
 int Check(int argc, char** argv) {
     Args args;
-    if (!ReadArgs("check", argc, argv, {"--ignore-dtd"}, {}, args) || !CountFiles("check", args, 1, size_t(-1)))
+    Batch batch;
+    if (!ReadArgs("check", argc, argv, {"--ignore-dtd", "-r"}, {"-j", "--ext", "--format"}, args) ||
+        !CountFiles("check", args, 1, size_t(-1)) || !ReadBatch("check", args, batch))
         return kExitUsage;
     const bool ignoreDtd = args.options.count("--ignore-dtd") != 0;
+    const std::vector<BatchFile> files = ExpandFiles(args.files, batch);
     size_t failed = 0;
     {
-        Progress progress(args.files.size());
-        for (size_t i = 0; i < args.files.size(); ++i) {
-            progress.At(i, args.files[i]);
-            XmlDocument doc;
-            if (!Parse(doc, args.files[i], ignoreDtd, true))
-                ++failed;
-        }
+        Progress progress(files.size());
+        RunBatch(
+            files, batch.jobs,
+            [&](XmlDocument& doc, const std::string& file, FileResult& result) {
+                if (!Parse(doc, file, ignoreDtd, true))
+                    result.status = 2;
+            },
+            [&](size_t i, const FileResult& result) {
+                progress.At(i, files[i].name);
+                failed += result.status != 0;
+                PrintResult(files[i].name, result, batch.json, "parsed");
+            });
     }
-    if (args.files.size() > 1)
-        Outf("%zu files: %zu parsed, %zu failed\n", args.files.size(), args.files.size() - failed, failed);
+    if (files.size() > 1 && !batch.json)
+        Outf("%zu files: %zu parsed, %zu failed\n", files.size(), files.size() - failed, failed);
     return failed ? kExitFailed : kExitOk;
+}
+
+// ---- validate ----
+
+int Validate(int argc, char** argv) {
+    Args args;
+    Batch batch;
+    if (!ReadArgs("validate", argc, argv, {"-r"}, {"-j", "--ext", "--format", "--dtd", "--max-errors"}, args) ||
+        !CountFiles("validate", args, 1, size_t(-1)) || !ReadBatch("validate", args, batch))
+        return kExitUsage;
+    size_t most = 100;
+    auto limit = args.options.find("--max-errors");
+    if (limit != args.options.end()) {
+        char* end = nullptr;
+        errno = 0;
+        const unsigned long long n = std::strtoull(limit->second.c_str(), &end, 10);
+        if (limit->second.empty() || *end || errno || limit->second[0] == '-') {
+            Message("ozmxml validate: --max-errors needs a number (0: no limit)\n");
+            return kExitUsage;
+        }
+        most = size_t(n);
+    }
+    // The definition given is read once, and all workers check against it.
+    XmlDocument definition;
+    const XmlDtd* dtd = nullptr;
+    auto given = args.options.find("--dtd");
+    if (given != args.options.end()) {
+        const std::string& file = given->second;
+        if (IsStdin(file)) {
+            Message("ozmxml validate: --dtd reads a file, not standard input\n");
+            return kExitUsage;
+        }
+        if (!Readable(file))
+            return kExitFailed;
+        // What the subset names by a relative path is found beside it (the
+        // library would look beside the last document parsed).
+        const std::string::size_type slash = file.rfind('/');
+        definition.ExternalResources(g_resources);
+        if (slash != std::string::npos && g_resources.Kind() == resFiles) {
+            const UCString dir = Wide(file.substr(0, slash + 1).c_str());
+            definition.ExternalResources(XmlResources::Resolver(
+                [dir](const UCChar*, const UCChar* systemId, const UCChar*, UCString& answer) {
+                    answer = systemId[0] == u'/' ? UCString(systemId) : dir + systemId;
+                    return int(resolvePath);
+                }));
+        }
+        // A subset without a single root element (XHTML's, say) is read whole
+        // before that is found out: it is taken, and the root's name is then
+        // not checked.
+        if (definition.ParseExternalDTD(Wide(file.c_str()).c_str()) != errNone &&
+            UCString(definition.ErrorMessage()) != u"Could not find single root element in external DTD subset") {
+            const std::string where = Utf8(definition.ErrorFile());
+            FileError(where.empty() ? file : where, definition.ErrorLine(), definition.ErrorCol(),
+                      Utf8(definition.ErrorMessage()));
+            return kExitFailed;
+        }
+        dtd = &definition.GetDTD();
+    }
+    const std::vector<BatchFile> files = ExpandFiles(args.files, batch);
+    size_t counts[3] = {0, 0, 0};
+    {
+        Progress progress(files.size());
+        RunBatch(
+            files, batch.jobs,
+            [&](XmlDocument& doc, const std::string& file, FileResult& result) {
+                if (!Parse(doc, file, false, true)) {
+                    result.status = 2;
+                    return;
+                }
+                const bool valid =
+                    dtd ? doc.Validate(*dtd, result.violations, most) : doc.Validate(result.violations, most);
+                result.status = valid ? 0 : 1;
+                result.stopped = most && result.violations.size() >= most;
+            },
+            [&](size_t i, const FileResult& result) {
+                progress.At(i, files[i].name);
+                ++counts[result.status];
+                PrintResult(files[i].name, result, batch.json, "valid");
+            });
+    }
+    if (!batch.json)
+        Outf("%zu file%s: %zu valid, %zu invalid, %zu failed\n", files.size(), files.size() == 1 ? "" : "s",
+             counts[0], counts[1], counts[2]);
+    return counts[1] || counts[2] ? kExitFailed : kExitOk;
 }
 
 // ---- tree ----
@@ -686,6 +1176,7 @@ int Dtd(int argc, char** argv) {
         }
         if (!Readable(file))
             return kExitFailed;
+        result.ExternalResources(g_resources);
         if (result.ParseExternalDTD(Wide(file.c_str()).c_str()) != errNone) {
             const std::string where = Utf8(result.ErrorFile());
             Message("%s:%d:%d: %s\n", Printable(where.empty() ? file : where).c_str(), result.ErrorLine(),
@@ -747,7 +1238,8 @@ int main(int argc, char** argv) {
         int (*run)(int, char**);
     };
     static const Command commands[] = {
-        {"check", kCheckHelp, Check}, {"tree", kTreeHelp, Tree}, {"write", kWriteHelp, Write}, {"dtd", kDtdHelp, Dtd}};
+        {"check", kCheckHelp, Check}, {"tree", kTreeHelp, Tree},       {"write", kWriteHelp, Write},
+        {"dtd", kDtdHelp, Dtd},       {"validate", kValidateHelp, Validate}};
     for (const Command& c : commands) {
         if (command != c.name)
             continue;

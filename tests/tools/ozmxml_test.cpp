@@ -51,6 +51,15 @@ const Case kCases[] = {
     {"dtd esc3.xml", 0,
      "<!DOCTYPE a [\n<!ELEMENT a EMPTY>\n<!ATTLIST a\n          x          CDATA  \"&#x1B;&#x85;\">\n]>\n", ""},
     {"frob", 2, "", "ozmxml: unknown command frob (see ozmxml --help)\n"},
+    // External resources: the attack closed, a confinement, catalogues.
+    {"tree attack.xml", 0, "r : \"inside\"\n", ""},
+    {"tree --no-external attack.xml", 1, "", "attack.xml:1:48: URI 'in.ent' refused: external resources are not allowed\n"},
+    {"tree --confine in attack.xml", 1, "", "attack.xml:1:48: URI 'in.ent' refused: outside the directory '$PWD/in'\n"},
+    {"tree --no-external --catalog cat.xml attack.xml", 0, "r : \"from the catalogue\"\n", ""},
+    {"XML_CATALOG_FILES='missing.xml cat.xml' ozmxml_ tree --no-external attack.xml", 0,
+     "r : \"from the catalogue\"\n", "ozmxml tree: missing.xml: Unable to open catalogue '$PWD/missing.xml'\n"},
+    {"tree --catalog missing.xml attack.xml", 2, "", "ozmxml tree: missing.xml: Unable to open catalogue '$PWD/missing.xml'\n"},
+    {"check --no-external --confine in good.xml", 2, "", "ozmxml check: --no-external and --confine exclude each other\n"},
     {"tree good.xml", 0, "a k=\"v\"\n  b : \"one\\ntwo &\"\n  c\n", ""},
     {"write --no-indent --no-declaration good.xml", 0, "<a k=\"v\"><b>one\ntwo &amp;</b><c/></a>", ""},
     {"write --no-declaration other.xml", 0, "<a>\n    <d/>\n</a>\n", ""},
@@ -90,15 +99,32 @@ TEST(OzmxmlTool, TableOfRuns) {
     dir.Write("prolog.xml", "<?xml version=\"1.0\"?>\n<!-- none -->\n");
     dir.Write("esc.xml", "<a x=\"\x1B[31m\\\">\x1B]0;t\x07&#13;\xC2\x9B \xC3\xA9&#xDC00;</a>");
     dir.Write("esc2.xml", "<a\x1B/>");
+    dir.Write("attack.xml", "<!DOCTYPE r [<!ELEMENT r ANY><!ENTITY x SYSTEM 'in.ent'>]><r>&x;</r>");
+    dir.Write("in.ent", "inside");
+    dir.Write("cat.ent", "from the catalogue");
+    dir.Write("cat.xml", "<catalog xmlns='urn:oasis:names:tc:entity:xmlns:xml:catalog'><system systemId='in.ent' "
+                         "uri='cat.ent'/></catalog>");
     dir.Write("esc3.xml", "<!DOCTYPE a [<!ELEMENT a EMPTY><!ATTLIST a x CDATA \"\x1B\xC2\x85\">]><a/>");
     for (const Case& c : kCases) {
-        const std::string command = "cd '" + dir.Dir() + "' && { '" OZM_TOOL_OZMXML "' " + c.args +
-                                    "; } >stdout.txt 2>stderr.txt </dev/null";
+        // "ozmxml_" in args stands for the tool where the words before it
+        // (an environment variable) come first; "$PWD" in the expected text
+        // for the directory.
+        std::string args = c.args;
+        const size_t at = args.find("ozmxml_");
+        const std::string tool = "'" OZM_TOOL_OZMXML "'";
+        args = at == std::string::npos ? tool + " " + args : args.replace(at, 7, tool);
+        const std::string command =
+            "cd '" + dir.Dir() + "' && { " + args + "; } >stdout.txt 2>stderr.txt </dev/null";
+        auto expand = [&](std::string text) {
+            for (size_t p; (p = text.find("$PWD")) != std::string::npos;)
+                text.replace(p, 4, dir.Dir());
+            return text;
+        };
         const int status = std::system(command.c_str());
         ASSERT_TRUE(WIFEXITED(status)) << c.args;
         EXPECT_EQ(WEXITSTATUS(status), c.status) << c.args;
-        EXPECT_EQ(dir.Read("stdout.txt"), c.out) << c.args;
-        EXPECT_EQ(dir.Read("stderr.txt"), c.err) << c.args;
+        EXPECT_EQ(dir.Read("stdout.txt"), expand(c.out)) << c.args;
+        EXPECT_EQ(dir.Read("stderr.txt"), expand(c.err)) << c.args;
     }
 #endif
 }
