@@ -1,7 +1,7 @@
 // ozmunits.h - the primitives on runs of 16-bit units that the scanners, the
 // text store, the writers, the generator and the codecs share: finding the
 // next unit of a stop set (with the line feeds before it counted), copying,
-// comparing, scanning ASCII names and blanks, testing for white space,
+// comparing, scanning ASCII names and blanks, scanning white space,
 // folding units to bytes and widening bytes to units.
 //
 // Each primitive stands at two levels that give the same results:
@@ -140,6 +140,14 @@ struct OzmUnitsPortable {
             if (p[i] != 0x20 && p[i] != 0x09 && p[i] != 0x0A && p[i] != 0x0D)
                 return false;
         return true;
+    }
+
+    // The number of white space units that begin the n units at p.
+    static OZM_UNITS_INLINE size_t SpaceRun(const UCChar* p, size_t n) {
+        size_t i = 0;
+        while (i < n && (p[i] == 0x20 || p[i] == 0x09 || p[i] == 0x0A || p[i] == 0x0D))
+            ++i;
+        return i;
     }
 
     // Copies n units to a place that does not overlap them.
@@ -324,6 +332,18 @@ struct OzmUnitsVector {
         return Spaces32(p + n - 32);
     }
 
+    // 16 units a step; the last units are taken as the 16 that end at n,
+    // of which those seen again are white space.
+    static OZM_UNITS_INLINE size_t SpaceRun(const UCChar* p, size_t n) {
+        if (n < 16)
+            return OzmUnitsPortable::SpaceRun(p, n);
+        size_t i = 0;
+        for (; n - i >= 16; i += 16)
+            if (const unsigned k = V::FirstClear(Spaces16(p + i)); k < 16)
+                return i + k;
+        return i == n ? n : n - 16 + V::FirstClear(Spaces16(p + n - 16));
+    }
+
     // Most runs are a few units long: they go as two moves of a fixed size
     // that may overlap, without a call.
     static OZM_UNITS_INLINE void Copy(UCChar* to, const UCChar* from, size_t n) {
@@ -427,6 +447,14 @@ private:
     static OZM_UNITS_INLINE void CountLines(const UCChar* p, Mask lfs, int64_t& lines, const UCChar*& lastLf) {
         lastLf = p + V::Last(lfs);
         V::AddCount(lfs, lines);
+    }
+
+    // The mask of the white space among the 16 units at p. Packed to
+    // bytes, a unit above 0xFF becomes 0 or 0xFF, which are no white space.
+    static OZM_UNITS_INLINE Mask Spaces16(const UCChar* p) {
+        const Bytes v = V::PackUnsigned(p);
+        return V::Hits(V::Or(V::Or(V::Eq(v, V::Splat(0x20)), V::Eq(v, V::Splat(0x0A))),
+                             V::Or(V::Eq(v, V::Splat(0x09)), V::Eq(v, V::Splat(0x0D)))));
     }
 
     // Whether the 32 units at p are white space. Packed to bytes, a unit

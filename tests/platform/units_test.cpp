@@ -55,6 +55,7 @@ void Check(const std::vector<UCChar>& units, const std::vector<UCChar>& other, s
     }
     EXPECT_EQ(L::NameRun(p, end), P::NameRun(p, end));
     EXPECT_EQ(L::AllSpace(p, n), P::AllSpace(p, n));
+    EXPECT_EQ(L::SpaceRun(p, n), P::SpaceRun(p, n));
     EXPECT_EQ(L::Same(p, copy.p, n), P::Same(p, copy.p, n));
     EXPECT_TRUE(L::Same(p, p, n));
 
