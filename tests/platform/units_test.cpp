@@ -1,7 +1,8 @@
 // The unit primitives at every vector level this build has, against the portable level: runs of every length up
-// to 80 at every alignment, each the last thing in an allocation of its own (AddressSanitizer sees a read past
-// it), random ones and quiet ones with each telling unit (every stop unit, 0xFFFF, U+2028, the surrogates, units
-// that pack to an ASCII byte's neighbours) at every offset.
+// to 80 at every alignment (of units, and of bytes for the byte runs), each the last thing in an allocation of its
+// own (AddressSanitizer sees a read past it), random ones and quiet ones (names, blanks, line feeds) with each
+// telling unit (every stop unit, 0xFFFF, U+2028, the surrogates, units that pack to an ASCII byte's neighbours)
+// at every offset; the searches with every stop set the scanners, writers and rescanning use.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -14,7 +15,7 @@
 namespace {
 
 const UCChar kTelling[] = {'<', '&', 13, 10, 0, '"', '\'', '>', '%', ']', ' ', '\t', 'a', 'z', 'A', 'Z', '0', '_',
-                           ':', '-', '@', '`', '{', 0x7F, 0x80, 0xFF, 0x10A, 0x13C, 0x226, 0x2028, 0x2029,
+                           ':', '-', ';', '@', '`', '{', 0x7F, 0x80, 0xFF, 0x10A, 0x13C, 0x226, 0x2028, 0x2029,
                            0xD800, 0xDBFF, 0xDC00, 0xDFFF, 0x7FFF, 0x8000, 0xFF0A, 0xFF3C, 0xFFFE, 0xFFFF};
 
 // Units (or their low bytes) last in an allocation of their own, align units past its start.
@@ -29,19 +30,25 @@ struct Last {
 };
 
 template <class L>
-void Check(const std::vector<UCChar>& units, const std::vector<UCChar>& other, size_t align) {
+void Check(const std::vector<UCChar>& units, const std::vector<UCChar>& other, size_t align, size_t byteAlign) {
     using P = OzmUnitsPortable;
     const size_t n = units.size();
-    SCOPED_TRACE(testing::Message() << L::kName << ", " << n << " units at " << align);
+    SCOPED_TRACE(testing::Message() << L::kName << ", " << n << " units at " << align << ", bytes at " << byteAlign);
     const Last<UCChar> run(units, align), copy(other, 7 - align);
     const UCChar* const p = run.p;
     const UCChar* const end = p + n;
 #define OZM_EXPECT_FIND(N, E, ...) \
     EXPECT_EQ(L::Find(p, end, typename L::template Stops<N, E>(__VA_ARGS__)), P::Find(p, end, P::Stops<N, E>(__VA_ARGS__)))
+    const UCChar kPairs[][2] = {{'"', '"'}, {'\'', '\''}, {'-', '>'}, {'<', '&'}, {';', ';'}, {'<', ']'}};
+    for (const UCChar* s : kPairs)
+        OZM_EXPECT_FIND(5, true, s[0], s[1], 13, 10, 0);
     OZM_EXPECT_FIND(4, true, '<', '&', 13, 0);
-    OZM_EXPECT_FIND(5, true, ']', '<', 13, 10, 0);
+    for (UCChar quote : {'"', '\''})
+        OZM_EXPECT_FIND(4, true, quote, 10, 13, 0);
     OZM_EXPECT_FIND(6, false, 0, '"', '&', '\'', '<', '>');
-    OZM_EXPECT_FIND(3, false, 0, '&', '%');
+    for (UCChar amp : {UCChar(0), UCChar('&')})
+        for (UCChar percent : {UCChar(0), UCChar('%')})
+            OZM_EXPECT_FIND(3, false, 0, amp, percent);
     OZM_EXPECT_FIND(1, true, '\'');
 #undef OZM_EXPECT_FIND
     int64_t lines[2] = {5, 5};
@@ -62,7 +69,7 @@ void Check(const std::vector<UCChar>& units, const std::vector<UCChar>& other, s
     const Last<UCChar> copied(std::vector<UCChar>(n, 0x5A5A), 0);
     L::Copy(copied.p, p, n);
     EXPECT_EQ(UCString(copied.p, n), UCString(p, n));
-    const Last<unsigned char> bytes(units, align), folded[2] = {{units, 0}, {units, 0}};
+    const Last<unsigned char> bytes(units, byteAlign), folded[2] = {{units, 0}, {units, 0}};
     const Last<UCChar> widened[2] = {{units, 0}, {units, 0}};
     const size_t fold = P::FoldAscii(p, n, folded[1].p);
     ASSERT_EQ(L::FoldAscii(p, n, folded[0].p), fold);
@@ -90,18 +97,19 @@ void CheckLevel() {
                 other = units;
                 if (n && round % 2)
                     other[rng() % n] ^= UCChar(1 + rng() % 0xFFFF);
-                Check<L>(units, other, align);
+                Check<L>(units, other, align, align + 8 * (round % 2));
             }
         }
-        // A quiet run of one name character, with each telling unit at each offset.
+        // Quiet runs of a name character, of blanks and of line feeds, with each telling unit at each offset.
         for (size_t at = 0; at < n; ++at) {
             for (UCChar u : kTelling) {
                 std::vector<UCChar> units(n, u'x'), quiet(n, u'x');
                 units[at] = u;
-                Check<L>(units, quiet, (n + at) % 8);
-                std::vector<UCChar> blank(n, u' ');
-                blank[at] = u;
-                Check<L>(blank, units, at % 8);
+                Check<L>(units, quiet, (n + at) % 8, (n + at) % 16);
+                std::vector<UCChar> blank(n, u' '), lines(n, u'\n');
+                blank[at] = lines[at] = u;
+                Check<L>(blank, units, at % 8, (at + 3) % 16);
+                Check<L>(lines, blank, (at + 5) % 8, (n + 2 * at) % 16);
             }
         }
     }
