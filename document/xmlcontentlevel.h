@@ -2,6 +2,8 @@
 // shared by the general content loop and its fast path.
 #pragma once
 
+#include "platform/units/ozmunits.h"
+#include "tree/xmltextstore.h"
 #include "xmldocument.h"
 
 struct XmlDocument::ContentLevel {
@@ -57,7 +59,7 @@ struct XmlDocument::ContentLevel {
     // Copies the spans one behind the other to to.
     void CopySpans(UCChar* to) const {
         for (int i = 0; i < spanCount; ++i) {
-            XmlElementBlock::CopyUnits(to, spans[i].text, spans[i].length);
+            OzmUnits::Copy(to, spans[i].text, spans[i].length);
             to += spans[i].length;
         }
     }

@@ -13,7 +13,8 @@
 #include <new>
 
 #include "input/xmlcharstream.h"
-#include "ozmmem.h"
+#include "input/xmlpushstack.h"
+#include "platform/ozmmem.h"
 
 struct XmlBlockShare {
     std::vector<XmlDocument*> members;
@@ -193,7 +194,7 @@ void XmlDocument::InitParser() {
     m_encoding = csetUTF8;
     m_version = 1.0;
     m_standalone = true;
-    m_pushBack.clear();
+    PushStack().clear();
     m_hasPushTop = false;
     m_pushPending = false;
     ClearTree();
@@ -238,7 +239,7 @@ int XmlDocument::InternName(const UCChar* name, size_t length) {
     std::u16string_view view(name, length);
     if (slot > 0 && size_t(slot) <= m_names.size()) {
         const UCString& known = m_names[size_t(slot - 1)];
-        if (known.size() == length && XmlSameUnits(known.data(), name, length))
+        if (known.size() == length && OzmUnits::Same(known.data(), name, length))
             return slot - 1;
     }
     // One walk of the map finds the name or the place for it.

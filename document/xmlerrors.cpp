@@ -1,4 +1,5 @@
 // Error state: the message of the first failure of a parse.
+#include "input/xmlpushstack.h"
 #include "xmldocument.h"
 
 BATCHERR XmlDocument::SetUpError(BATCHERR code, const UCChar* format, ...) {
@@ -18,7 +19,7 @@ BATCHERR XmlDocument::UxToken(const UCString& token) {
 // What a parse holds is given back first, which leaves memory for the
 // message; should even that fail, the message stays empty.
 BATCHERR XmlDocument::OutOfMemory() noexcept {
-    m_pushBack.clear();
+    PushStack().clear();
     m_hasPushTop = m_pushPending = false;
     m_resourceCopies.clear();
     m_elementStack.clear();

@@ -194,7 +194,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             at.Skip(nameEnd + 1);
             const UCString& own = m_names[level.nameIndex];
             const size_t length = size_t(nameEnd - name);
-            if (own.size() != length || !XmlSameUnits(own.data(), name, length))
+            if (own.size() != length || !OzmUnits::Same(own.data(), name, length))
                 result = SetUpError(errSyntax, u"Improper element nesting");
             m_elementStack.pop_back();
             return fastEnded;
@@ -218,7 +218,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         if (!isEmpty && level.depth + 1 < MaxDepth) {
             const UCChar* stop = XmlScanText(text, end, lines, lastLf);
             if (size_t(end - stop) > length + 2 && stop[0] == '<' && stop[1] == '/' && stop[length + 2] == '>' &&
-                XmlSameUnits(stop + 2, name, length))
+                OzmUnits::Same(stop + 2, name, length))
                 textEnd = stop;
         }
         at.Save(at.line, tagCol);

@@ -236,7 +236,7 @@ BATCHERR XmlDocument::ParseContent(int depth) {
         current->m_data.Borrow(block.StoreText(data.data(), length), length);
     } else {
         UCChar* text = block.TextRoom(length);
-        XmlElementBlock::CopyUnits(text, data.data(), data.size());
+        OzmUnits::Copy(text, data.data(), data.size());
         level.CopySpans(text + data.size());
         current->m_data.Borrow(text, length);
     }
@@ -266,7 +266,7 @@ void XmlDocument::TrackAttribute(TrackedDefs& defs, const UCChar* name, size_t n
     XmlAttDef* def = nullptr;
     auto known = defs.seen.begin();
     for (; known != defs.seen.end(); ++known) {
-        if (known->first.size() == nameLength && XmlSameUnits(known->first.data(), name, nameLength)) {
+        if (known->first.size() == nameLength && OzmUnits::Same(known->first.data(), name, nameLength)) {
             def = known->second;
             break;
         }

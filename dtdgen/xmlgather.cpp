@@ -3,8 +3,6 @@
 // record per sibling chain (the format is told in xmlgenwalk.h), taking the
 // measures of element data and attribute values and interning names and
 // values on the way.
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -12,6 +10,7 @@
 #include <string>
 
 #include "dtdgen/xmlgenwalk.h"
+#include "platform/units/ozmunits.h"
 
 namespace {
 
@@ -24,38 +23,10 @@ inline uint32_t Place32(size_t place) {
     return uint32_t(place);
 }
 
-// Whether data holds a unit that is not white space, 32 units at a time:
-// packed to bytes, a unit above 255 becomes 0 or 255, which are not white
-// space either.
+// Whether data holds a unit that is not white space; out of line, so that
+// the test of the first unit stays small where it is inlined.
 __attribute__((noinline)) bool ScanForText(const UCChar* data, size_t length) {
-    if (length < 32) {
-        for (size_t i = 0; i < length; ++i)
-            if (!OzmGlob::IsUCSpace(data[i]))
-                return true;
-        return false;
-    }
-    const __m128i sp = _mm_set1_epi8(0x20), lf = _mm_set1_epi8(0x0A);
-    const __m128i tab = _mm_set1_epi8(0x09), cr = _mm_set1_epi8(0x0D);
-    auto load = [&](size_t i) {
-        return _mm_packus_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i)),
-                                _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i + 8)));
-    };
-    auto spaces = [&](size_t i) {
-        const __m128i a = load(i), b = load(i + 16);
-        // Indentation is mostly spaces and line feeds alone.
-        __m128i sa = _mm_or_si128(_mm_cmpeq_epi8(a, sp), _mm_cmpeq_epi8(a, lf));
-        __m128i sb = _mm_or_si128(_mm_cmpeq_epi8(b, sp), _mm_cmpeq_epi8(b, lf));
-        if (_mm_movemask_epi8(_mm_and_si128(sa, sb)) == 0xFFFF)
-            return true;
-        sa = _mm_or_si128(sa, _mm_or_si128(_mm_cmpeq_epi8(a, tab), _mm_cmpeq_epi8(a, cr)));
-        sb = _mm_or_si128(sb, _mm_or_si128(_mm_cmpeq_epi8(b, tab), _mm_cmpeq_epi8(b, cr)));
-        return _mm_movemask_epi8(_mm_and_si128(sa, sb)) == 0xFFFF;
-    };
-    for (size_t i = 0; i + 32 <= length; i += 32)
-        if (!spaces(i))
-            return true;
-    // The last 32 units, overlapping what was seen, instead of one by one.
-    return !spaces(length - 32);
+    return !OzmUnits::AllSpace(data, length);
 }
 
 // Whether an element's data holds text: mostly its first unit tells.

@@ -86,7 +86,7 @@ uint32_t XmlDocument::GenWalk::NameOf(const UCChar* text, bool unique) {
         if (uint32_t(nameSlots[slot] >> 32) != hashed.first)
             continue;
         uint32_t name = uint32_t(nameSlots[slot]) - 1;
-        if (SameName(text, hashed.second, nameText[name]))
+        if (OzmSameText(text, hashed.second, nameText[name]))
             return name;
     }
     EnterSlot(nameSlots, hashed.first, uint32_t(nameText.size()));
@@ -116,7 +116,7 @@ uint32_t XmlDocument::GenWalk::FindAttrKey(uint32_t key, const UCChar* name, boo
             continue;
         uint32_t k = uint32_t(attrSlots[slot]) - 1;
         const AttrKey& a = attrKeys[k];
-        if (a.key == key && a.nameLength == length && SameUnits(a.name, name, length))
+        if (a.key == key && a.nameLength == length && OzmUnits::Same(a.name, name, length))
             return k;
     }
     const uint32_t k = uint32_t(attrKeys.size());

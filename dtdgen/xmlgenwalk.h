@@ -26,6 +26,7 @@
 #include "dtdgen/xmlchildshapes.h"
 #include "dtdgen/xmlgenmemory.h"
 #include "dtdgen/xmlidset.h"
+#include "platform/units/ozmunits.h"
 #include "xmldocument.h"
 
 // Names are known by keys, one for each name id of each document whose
@@ -222,35 +223,11 @@ struct XmlDocument::GenWalk {
     uint32_t FindAttrKey(uint32_t key, const UCChar* name, bool isNew);
 };
 
-// Whether the n units at a and b are the same, four at a time.
-inline bool SameUnits(const UCChar* a, const UCChar* b, size_t n) {
-    size_t i = 0;
-    for (; i + 4 <= n; i += 4) {
-        uint64_t x, y;
-        std::memcpy(&x, a + i, sizeof x);
-        std::memcpy(&y, b + i, sizeof y);
-        if (x != y)
-            return false;
-    }
-    for (; i < n; ++i)
-        if (a[i] != b[i])
-            return false;
-    return true;
-}
-
-// Whether the name at name is the n units at known.
-inline bool SameName(const UCChar* known, size_t n, const UCChar* name) {
-    for (size_t i = 0; i < n; ++i)
-        if (name[i] != known[i])
-            return false;
-    return name[n] == 0;
-}
-
 inline uint32_t XmlDocument::GenWalk::AttrKeyOf(uint32_t key, const UCChar* name) {
     GenVector<NameStart>& known = keyAttrs[key];
     if (known.size() < FewNames) {
         for (const NameStart& n : known)
-            if (n.first == name[0] && SameName(attrKeys[n.attrKey].name, attrKeys[n.attrKey].nameLength, name))
+            if (n.first == name[0] && OzmSameText(attrKeys[n.attrKey].name, attrKeys[n.attrKey].nameLength, name))
                 return n.attrKey;
         uint32_t k = FindAttrKey(key, name, true);
         known.push_back(NameStart{name[0], k});
@@ -264,7 +241,7 @@ inline uint32_t XmlDocument::GenWalk::AttrKey::Intern(const UCChar* value, size_
         return NoValue;
     uint32_t ends = length == 0 ? 0 : uint32_t(value[0]) << 16 | value[length - 1];
     for (uint32_t i = 0; i < valueCount; ++i)
-        if (valueEnds[i] == ends && valueLengths[i] == length && SameUnits(values[i], value, length))
+        if (valueEnds[i] == ends && valueLengths[i] == length && OzmUnits::Same(values[i], value, length))
             return i;
     values[valueCount] = value;
     valueLengths[valueCount] = uint32_t(length);

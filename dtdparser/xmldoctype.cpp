@@ -32,7 +32,7 @@ BATCHERR XmlDocument::IncludeParamEntity(const UCString& ref, bool reportUndefin
     const XmlEntityDef* entity = m_dtd.FindEntity(ref.c_str());
     if (!entity)
         return reportUndefined ? SetUpError(errSyntax, u"Unable to resolve entity '%s'", ref.c_str()) : errNone;
-    if (m_pushBack.depth() >= MaxPushNesting)
+    if (PushStack().depth() >= MaxPushNesting)
         return SetUpError(errSyntax, u"Entity references nested too deeply at '%s;'", ref.c_str());
     const size_t length = entity->ValueLength();
     if (!CountExpansion(length + 2, u"Entity expansion exceeds %llu units at '%s;'", ref.c_str()))
@@ -256,7 +256,7 @@ BATCHERR XmlDocument::ReadExternalDTD(const UCChar* uri) {
     m_dtd.DoingExterns(false);
     // A token out of place ends the subset; what lies behind it is not read,
     // and is not left for a later call either.
-    m_pushBack.clear();
+    PushStack().clear();
     m_hasPushTop = m_pushPending = false;
     if (result != errNone)
         return result;

@@ -8,17 +8,11 @@ BATCHERR XmlDocument::Rescan(UCString& text, bool expandParams, bool expandCharR
     result.reserve(text.size());
     const UCChar* const end = text.data() + text.size();
     // A unit 0 ends the walk; '&' and '%' stop it where their rule is on.
-    const XmlUnitSet<3> stops(0, expandCharRefs ? '&' : 0, expandParams ? '%' : 0);
+    const OzmUnits::Stops<3, false> stops(0, expandCharRefs ? '&' : 0, expandParams ? '%' : 0);
     while (*p) {
-        // Units that no rule touches go over in runs, eight at a time.
+        // Units that no rule touches go over in runs.
         const UCChar* run = p;
-        for (; end - p >= 8; p += 8)
-            if (const unsigned mask = stops.Match(p)) {
-                p += __builtin_ctz(mask) / 2;
-                break;
-            }
-        while (p != end && !stops.Has(*p))
-            ++p;
+        p = OzmUnits::Find(p, end, stops);
         result.append(run, size_t(p - run));
         if (!*p)
             break;

@@ -9,9 +9,7 @@
 #include <string>
 #include <vector>
 
-#ifndef OZM_API
-#define OZM_API __attribute__((visibility("default")))
-#endif
+#include "ozmdefs.h"
 
 typedef char16_t UCChar;
 typedef std::u16string UCString;

@@ -13,6 +13,8 @@
 #include <new>
 #include <utility>
 
+#include "ozmdefs.h"
+
 template <class T>
 class XmlDeque {
     struct Chunk {
@@ -63,7 +65,7 @@ public:
     bool empty() const { return m_rep == nullptr || m_rep->size == 0; }
     size_t size() const { return m_rep ? m_rep->size : 0; }
 
-    __attribute__((always_inline)) void push_back(const T& value) { new (Slot()) T(value); Added(); }
+    OZM_ALWAYS_INLINE void push_back(const T& value) { new (Slot()) T(value); Added(); }
     void push_back(T&& value) { new (Slot()) T(std::move(value)); Added(); }
     template <class... A>
     T& emplace_back(A&&... args) {
@@ -89,7 +91,7 @@ public:
 
     // Removes the back. The emptied chunk is kept as a spare, so a queue used
     // as a stack does not allocate on every crossing of a chunk border.
-    __attribute__((always_inline)) void pop_back() {
+    OZM_ALWAYS_INLINE void pop_back() {
         Chunk* c = m_rep->last;
         c->Items()[--c->used].~T();
         --m_rep->size;
@@ -98,7 +100,7 @@ public:
     }
 
     // Removes the back and returns it.
-    __attribute__((always_inline)) T take_back() {
+    OZM_ALWAYS_INLINE T take_back() {
         Chunk* c = m_rep->last;
         T* p = &c->Items()[c->used - 1];
         T v(std::move(*p));
@@ -187,8 +189,8 @@ private:
     }
 
     // Storage for one more element at the back; Added() then counts it.
-    __attribute__((always_inline)) void* Slot() {
-        if (__builtin_expect(!m_rep || m_rep->last->used == m_rep->last->capacity, 0))
+    OZM_ALWAYS_INLINE void* Slot() {
+        if (OZM_UNLIKELY(!m_rep || m_rep->last->used == m_rep->last->capacity))
             return SlowSlot();
         Chunk* c = m_rep->last;
         return &c->Items()[c->used];

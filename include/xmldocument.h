@@ -13,7 +13,6 @@
 #include "ozmutil.h"
 #include "xmldeque.h"
 #include "xmldtd.h"
-#include "xmlpushstack.h"
 #include "xmlresources.h"
 #include "xmltree.h"
 #include "xmlvalidate.h"
@@ -71,6 +70,11 @@ enum XmlToken : int {
 
 struct XmlBlockShare;
 struct GenMemory;
+// An entry of the push-back stack of the character stream, whose
+// definition and operations (input/xmlpushstack.h) the library keeps to
+// itself.
+struct XmlPushEntry;
+class XmlPushStack;
 
 // A count as an int, INT_MAX for anything larger.
 inline int XmlSaturatedInt(int64_t n) { return n > INT_MAX ? INT_MAX : int(n); }
@@ -387,6 +391,8 @@ private:
     inline UCChar SkipSpace();
     inline void PushBack(UCChar c);
     inline UCChar PopPushed();
+    // The operations on m_pushBack (inline, in input/xmlpushstack.h).
+    inline XmlPushStack PushStack();
     void PushBack(const UCChar* text);
     void PushText(UCString&& text);
     UCChar ModuleChar();
@@ -451,7 +457,7 @@ private:
     // Keeps every parse of this document on the general path (for tests
     // that compare the two).
     bool m_generalOnly = false;
-    XmlPushStack m_pushBack;
+    std::vector<XmlPushEntry> m_pushBack;
     // The top of the push-back stack lives in m_pushTop while m_hasPushTop is
     // set, so that the one unit of look-ahead that most tokens push costs no
     // stack operation; m_pushBack holds what lies below it. m_pushPending

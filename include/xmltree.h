@@ -204,37 +204,9 @@ private:
         m_textNext = t + n + 1;
         return t;
     }
-    // Copies n units at p, and a 0 behind them, into the text store.
-    const UCChar* StoreText(const UCChar* p, size_t n) {
-        UCChar* t = TextRoom(n);
-        CopyUnits(t, p, n);
-        return t;
-    }
-    // Copies n units. Most texts are short: up to sixteen units go as two
-    // moves that may overlap, without a call.
-    static void CopyUnits(UCChar* to, const UCChar* from, size_t n) {
-        struct Sixteen {
-            uint64_t a, b;
-        };
-        if (n >= 8 && n <= 16) {
-            Sixteen x, y;
-            std::memcpy(&x, from, 16);
-            std::memcpy(&y, from + n - 8, 16);
-            std::memcpy(to, &x, 16);
-            std::memcpy(to + n - 8, &y, 16);
-        } else if (n >= 4 && n < 8) {
-            uint64_t x, y;
-            std::memcpy(&x, from, 8);
-            std::memcpy(&y, from + n - 4, 8);
-            std::memcpy(to, &x, 8);
-            std::memcpy(to + n - 4, &y, 8);
-        } else if (n > 16) {
-            std::memcpy(to, from, n * sizeof(UCChar));
-        } else {
-            for (size_t i = 0; i < n; ++i)
-                to[i] = from[i];
-        }
-    }
+    // Copies n units at p, and a 0 behind them, into the text store
+    // (inline, in tree/xmltextstore.h).
+    inline const UCChar* StoreText(const UCChar* p, size_t n);
     struct TextChunk {
         TextChunk* next;
         size_t units;

@@ -18,10 +18,10 @@ void XmlDocument::PushText(UCString&& text) {
     if (text.empty())
         return;
     if (m_hasPushTop) {
-        m_pushBack.push(m_pushTop);
+        PushStack().push(m_pushTop);
         m_hasPushTop = false;
     }
-    m_pushBack.push(std::move(text));
+    PushStack().push(std::move(text));
     m_pushPending = true;
 }
 
@@ -29,42 +29,36 @@ void XmlDocument::PushText(UCString&& text) {
 // unit, taking them straight from the source while nothing is pushed back.
 // Line ends among them are counted as NextChar counts them, and units of
 // value 0 are counted in m_dataNulls. The stopping unit is left unread.
-// Sixteen units at a time are tested for anything of interest; the stops
-// are ASCII units below 0x7F.
+// The stops are ASCII units below 0x7F.
 void XmlDocument::ScanRun(UCString& token, UCChar stop1, UCChar stop2) {
     const UCChar* run;
     size_t n = PendingRun(run);
     if (n == 0)
         return;
-    size_t i = 0;
-    size_t lineStart = 0;
+    const UCChar* const end = run + n;
+    const UCChar* p = run;
+    const UCChar* lineStart = run;
     int64_t lines = 0;
-    // 0xFF stands for U+2028 and 0xFFFF.
-    const XmlByteSet<6> interesting(stop1, stop2, 13, 10, 0, 0xFF);
+    const OzmUnits::Stops<5, true> interesting(stop1, stop2, 13, 10, 0);
     for (;;) {
-        for (; i + 16 <= n; i += 16) {
-            if (const unsigned mask = interesting.Match(XmlPackUnits(run + i))) {
-                i += __builtin_ctz(mask);
-                break;
-            }
-        }
-        if (i >= n)
+        p = OzmUnits::Find(p, end, interesting);
+        if (p == end)
             break;
-        UCChar u = run[i];
+        const UCChar u = *p;
         if (u == stop1 || u == stop2 || u == 13 || u == UCEof)
             break;
         if (u == 10 || u == 0x2028) {
             ++lines;
-            lineStart = i + 1;
+            lineStart = p + 1;
         } else if (u == 0) {
             ++m_dataNulls;
         }
-        ++i;
+        ++p;
     }
-    if (i == 0)
+    if (p == run)
         return;
-    token.append(run, i);
-    ConsumeLines(i, lines, i - lineStart);
+    token.append(run, size_t(p - run));
+    ConsumeLines(size_t(p - run), lines, size_t(p - lineStart));
 }
 
 int XmlDocument::ReadQuoted(UCString& token, UCChar quote) {

@@ -4,85 +4,17 @@
 // delivery would give it, with one call per run.
 #pragma once
 
-#include <cstdint>
-#include <cstring>
+#include <cstddef>
 
 #include "dtd/xmlpredefined.h"
+#include "platform/units/ozmunits.h"
 #include "xmloutput.h"
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
-// Copies count units. Most pieces are a few units long: they go as two
-// overlapping moves of a fixed size instead of a call.
-inline void CopyUnits(UCChar* to, const UCChar* from, size_t count) {
-    char* d = reinterpret_cast<char*>(to);
-    const char* s = reinterpret_cast<const char*>(from);
-    const size_t bytes = count * sizeof(UCChar);
-    if (bytes >= 32) {
-        std::memcpy(d, s, bytes);
-    } else if (bytes >= 16) {
-        char head[16], tail[16];
-        std::memcpy(head, s, 16);
-        std::memcpy(tail, s + bytes - 16, 16);
-        std::memcpy(d, head, 16);
-        std::memcpy(d + bytes - 16, tail, 16);
-    } else if (bytes >= 8) {
-        uint64_t head, tail;
-        std::memcpy(&head, s, 8);
-        std::memcpy(&tail, s + bytes - 8, 8);
-        std::memcpy(d, &head, 8);
-        std::memcpy(d + bytes - 8, &tail, 8);
-    } else if (bytes >= 4) {
-        uint32_t head, tail;
-        std::memcpy(&head, s, 4);
-        std::memcpy(&tail, s + bytes - 4, 4);
-        std::memcpy(d, &head, 4);
-        std::memcpy(d + bytes - 4, &tail, 4);
-    } else if (bytes) {
-        std::memcpy(d, s, 2);
-    }
-}
-
-// The units that end a run of plain text: the five XML characters and zero.
-inline bool XmlIsSpecialUnit(UCChar c) {
-    return c == 0 || c == u'"' || c == u'&' || c == u'\'' || c == u'<' || c == u'>';
-}
-
-#if defined(__SSE2__)
-// Two bits for each of the 8 units at p that is special.
-inline unsigned XmlSpecialMask8(const UCChar* p) {
-    // '&' 0x26 and '\'' 0x27 differ in bit 0 only, '<' 0x3C and '>' 0x3E in bit 1.
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i hit = _mm_or_si128(
-        _mm_or_si128(_mm_cmpeq_epi16(v, _mm_setzero_si128()), _mm_cmpeq_epi16(v, _mm_set1_epi16(0x22))),
-        _mm_or_si128(_mm_cmpeq_epi16(_mm_or_si128(v, _mm_set1_epi16(1)), _mm_set1_epi16(0x27)),
-                     _mm_cmpeq_epi16(_mm_or_si128(v, _mm_set1_epi16(2)), _mm_set1_epi16(0x3E))));
-    return static_cast<unsigned>(_mm_movemask_epi8(hit));
-}
-#endif
-
-// Index of the first special unit among the count units at p; count when
-// there is none. Eight units a step where SSE2 is at hand.
+// Index of the first unit among the count units at p that ends a run of
+// plain text: the five XML characters and zero; count when there is none.
 inline size_t XmlFindSpecial(const UCChar* p, size_t count) {
-    size_t i = 0;
-#if defined(__SSE2__)
-    for (; count - i >= 8; i += 8) {
-        if (unsigned mask = XmlSpecialMask8(p + i))
-            return i + (static_cast<unsigned>(__builtin_ctz(mask)) >> 1);
-    }
-    // The last few units: one more step ending at the end, when the text is
-    // long enough; the units it looks at again hold nothing special.
-    if (i < count && count >= 8) {
-        unsigned mask = XmlSpecialMask8(p + count - 8);
-        return mask ? count - 8 + (static_cast<unsigned>(__builtin_ctz(mask)) >> 1) : count;
-    }
-#endif
-    for (; i < count; ++i)
-        if (XmlIsSpecialUnit(p[i]))
-            return i;
-    return count;
+    const OzmUnits::Stops<6, false> specials(0, '"', '&', '\'', '<', '>');
+    return size_t(OzmUnits::Find(p, p + count, specials) - p);
 }
 
 // Bounded gathering buffer in front of a stream, over storage the caller
@@ -107,7 +39,7 @@ public:
                 return;
             }
         }
-        CopyUnits(m_buffer + m_used, units, count);
+        OzmUnits::Copy(m_buffer + m_used, units, count);
         m_used += count;
     }
     // A terminated text, up to its terminator, copied in one pass.

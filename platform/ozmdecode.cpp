@@ -14,10 +14,6 @@
 
 #include <iconv.h>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 namespace {
 
 // ---------------------------------------------------------------------------
@@ -49,6 +45,7 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
     const bool wide = g_ozmUtf8Level.load(std::memory_order_relaxed) >= kOzmUtf8Avx2;
 #else
     const bool wide = false;
+    static_cast<void>(more);  // only the vector code leaves bytes for the next call
 #endif
     constexpr ptrdiff_t kWindow = 64;
     for (;;) {
@@ -65,35 +62,11 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
                 break;
         }
 #endif
-        // ASCII runs go through a block at a time. Units are stored for the
-        // whole block even when it holds a non-ASCII byte; only the ASCII
-        // prefix is kept, and dst always has room for a whole block here.
-#if defined(__SSE2__)
-        while (end - p >= 16) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-            const __m128i zero = _mm_setzero_si128();
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(v, zero));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(v, zero));
-            const unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(v));
-            if (mask) {
-                const unsigned k = static_cast<unsigned>(__builtin_ctz(mask));
-                p += k;
-                out += k;
-                break;
-            }
-            p += 16;
-            out += 16;
-        }
-#endif
-        while (end - p >= 8) {
-            uint64_t word;
-            std::memcpy(&word, p, 8);
-            if (word & 0x8080808080808080ULL)
-                break;
-            for (int i = 0; i < 8; ++i)
-                out[i] = p[i];
-            p += 8;
-            out += 8;
+        {
+            // ASCII runs go through a block at a time.
+            const size_t ascii = OzmUnits::WidenAscii(p, static_cast<size_t>(end - p), out);
+            p += ascii;
+            out += ascii;
         }
         if (p == end)
             break;
@@ -194,23 +167,10 @@ size_t DecodeUtf16Run(const unsigned char* src, size_t n, UCChar* dst, bool bigE
 // Widens n bytes to units. With ascii set, stops at the first byte above
 // 0x7F; returns the bytes taken.
 size_t WidenRun(const unsigned char* src, size_t n, UCChar* dst, bool ascii) {
-    size_t i = 0;
-#if defined(__SSE2__)
-    const __m128i zero = _mm_setzero_si128();
-    for (; n - i >= 16; i += 16) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i));
-        if (ascii && _mm_movemask_epi8(v))
-            break;
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i), _mm_unpacklo_epi8(v, zero));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + i + 8), _mm_unpackhi_epi8(v, zero));
-    }
-#endif
-    for (; i < n; ++i) {
-        if (ascii && src[i] >= 0x80)
-            break;
-        dst[i] = src[i];
-    }
-    return i;
+    if (ascii)
+        return OzmUnits::WidenAscii(src, n, dst);
+    OzmUnits::Widen(src, n, dst);
+    return n;
 }
 
 // ---------------------------------------------------------------------------

@@ -12,10 +12,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 namespace {
 
 bool IsUtf16Format(int format) { return format == 4 || format == 0x6004 || format == 0xA004; }

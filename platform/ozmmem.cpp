@@ -1,5 +1,5 @@
 // Allocation front with fault injection for tests of out-of-memory paths.
-#include "ozmmem.h"
+#include "platform/ozmmem.h"
 
 #include <atomic>
 #include <cstdlib>

@@ -3,7 +3,8 @@
 // blocks as single mappings, thread numbers and the spin lock. Built into the static library ozmmem, never
 // into ozmxmlapi: it is what serves malloc when the front is in use, so it
 // must not call malloc itself.
-#include "ozmmem.h"
+#include "platform/ozmmem.h"
+#include "platform/units/ozmunits.h"
 
 #include <cerrno>
 #include <new>
@@ -12,12 +13,6 @@
 #include <sched.h>
 #include <sys/mman.h>
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <immintrin.h>
-#define OZM_PAUSE() _mm_pause()
-#else
-#define OZM_PAUSE() ((void)0)
-#endif
 
 OzmMemAllocator* g_ozmMemAllocator = nullptr;
 
@@ -177,7 +172,7 @@ void OzmMemLockTake(OzmMemLock* lock) {
             lock->m_state.exchange(1, std::memory_order_acquire) == 0)
             return;
         if (spins < 64)
-            OZM_PAUSE();
+            OzmSpinPause();
         else
             sched_yield();
     }

@@ -1,6 +1,6 @@
 // ozmutf8.h - the library's one UTF-8 encoder of 16-bit units, used by the
 // narrow-string conversion, the file writer and the output stream; and the
-// vector levels of the UTF-8 decoder (ozmfile.cpp, ozmutf8_avx2.cpp).
+// levels of the UTF-8 decoder (ozmdecode.cpp, units/ozmunits_avx2.cpp).
 #pragma once
 
 #include <atomic>
@@ -8,10 +8,7 @@
 #include <cstdint>
 
 #include "ozmutil.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
+#include "units/ozmunits.h"
 
 // The UTF-8 bytes of a code point up to 0x10FFFF; returns their number.
 inline size_t OzmPutUtf8(uint32_t cp, unsigned char* out) {
@@ -35,31 +32,6 @@ inline size_t OzmPutUtf8(uint32_t cp, unsigned char* out) {
     out[2] = static_cast<unsigned char>(0x80 | ((cp >> 6) & 0x3F));
     out[3] = static_cast<unsigned char>(0x80 | (cp & 0x3F));
     return 4;
-}
-
-// When the 16 units at p are all from 1 to 0x7F, stores them as 16 bytes at
-// out and returns true; otherwise stores nothing and returns false.
-inline bool OzmNarrowAscii16(const UCChar* p, unsigned char* out) {
-#if defined(__SSE2__)
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8));
-    // Nonzero where a unit has a bit above 0x7F or is zero.
-    const __m128i high = _mm_set1_epi16(static_cast<short>(0xFF80));
-    const __m128i zero = _mm_setzero_si128();
-    const __m128i am = _mm_or_si128(_mm_and_si128(a, high), _mm_cmpeq_epi16(a, zero));
-    const __m128i bm = _mm_or_si128(_mm_and_si128(b, high), _mm_cmpeq_epi16(b, zero));
-    if (_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_or_si128(am, bm), zero)) != 0xFFFF)
-        return false;
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(a, b));
-    return true;
-#else
-    for (int k = 0; k < 16; ++k)
-        if (p[k] >= 0x80 || p[k] == 0)
-            return false;
-    for (int k = 0; k < 16; ++k)
-        out[k] = static_cast<unsigned char>(p[k]);
-    return true;
-#endif
 }
 
 // Encodes count units into out, which has room for three bytes a unit and
@@ -88,12 +60,9 @@ inline size_t OzmEncodeUtf8(const UCChar* in, size_t count, unsigned char* out, 
         }
     }
     while (i < count) {
-        while (count - i >= 16 && OzmNarrowAscii16(in + i, o)) {
-            i += 16;
-            o += 16;
-        }
-        while (i < count && in[i] < 0x80 && in[i] != 0)
-            *o++ = static_cast<unsigned char>(in[i++]);
+        const size_t ascii = OzmUnits::FoldAscii(in + i, count - i, o);
+        i += ascii;
+        o += ascii;
         if (i == count)
             break;
         const UCChar c = in[i++];
@@ -124,8 +93,9 @@ inline size_t OzmFlushUtf8(UCChar* pendingHigh, unsigned char* out) {
     return high ? OzmPutUtf8(high, out) : 0;
 }
 
-// Levels of the UTF-8 decoder: plain is SSE2 blocks of ASCII and the scalar
-// code; AVX2 adds whole windows of one-, two- and three-byte sequences.
+// Levels of the UTF-8 decoder: plain is the ASCII blocks of OzmUnits and the
+// scalar code; AVX2 adds whole windows of one-, two- and three-byte
+// sequences.
 constexpr int kOzmUtf8Plain = 0;
 constexpr int kOzmUtf8Avx2 = 1;
 

@@ -17,7 +17,7 @@
 #include <malloc.h>
 #include <pthread.h>
 
-#include "ozmmem.h"
+#include "platform/ozmmem.h"
 
 namespace {
 

@@ -6,9 +6,7 @@
 
 #include <cstddef>
 
-#ifndef OZM_API
-#define OZM_API __attribute__((visibility("default")))
-#endif
+#include "ozmdefs.h"
 
 // The allocation functions. Failures give null with errno ENOMEM.
 OZM_API void* OzmFrontMalloc(size_t size);

@@ -30,8 +30,8 @@ using View = std::u16string_view;
 std::mutex s_dtdLookup;
 
 bool IsSpace(UCChar c) { return c == 0x20 || c == 0x09 || c == 0x0A || c == 0x0D; }
-bool NameStart(UCChar c) { return c < 0x80 ? (kXmlAsciiNames.cls[c] & 1) != 0 : XmlIsNameStartRule(c); }
-bool NameChar(UCChar c) { return c < 0x80 ? (kXmlAsciiNames.cls[c] & 2) != 0 : XmlIsNameCharRule(c); }
+bool NameStart(UCChar c) { return c < 0x80 ? (kOzmAsciiNames.cls[c] & 1) != 0 : XmlIsNameStartRule(c); }
+bool NameChar(UCChar c) { return c < 0x80 ? (kOzmAsciiNames.cls[c] & 2) != 0 : XmlIsNameCharRule(c); }
 
 bool IsName(View v) {
     if (v.empty() || !NameStart(v[0]))
@@ -911,24 +911,6 @@ bool XmlValidator::Prepare(const XmlElement* e, ElementInfo& info) {
                   e);
 }
 
-// The position of the first unit of [p, p + n) that is no white space, or
-// n: eight units at a time.
-size_t FirstNonSpace(const UCChar* p, size_t n) {
-    size_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
-        const __m128i space = _mm_or_si128(
-            _mm_or_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16(0x20)), _mm_cmpeq_epi16(v, _mm_set1_epi16(0x0A))),
-            _mm_or_si128(_mm_cmpeq_epi16(v, _mm_set1_epi16(0x09)), _mm_cmpeq_epi16(v, _mm_set1_epi16(0x0D))));
-        const unsigned mask = unsigned(_mm_movemask_epi8(space));
-        if (mask != 0xFFFF)
-            return i + size_t(__builtin_ctz(~mask)) / 2;
-    }
-    while (i < n && IsSpace(p[i]))
-        ++i;
-    return i;
-}
-
 bool XmlValidator::Visit(const XmlElement* e, ElementInfo& info) {
     ++m_serial;
     if (!info.def)
@@ -951,7 +933,7 @@ bool XmlValidator::Visit(const XmlElement* e, ElementInfo& info) {
         return true;
     case elemChildren: {
         const size_t n = size_t(e->DataLength());
-        const size_t at = FirstNonSpace(e->Data(), n);
+        const size_t at = OzmUnits::SpaceRun(e->Data(), n);
         if (at < n)
             return Report(valTextInContent, u"Element '" + UCString(e->Name()) + u"' has text " +
                                                 Quoted(View(e->Data() + at, n - at)) + u" where its content " +

@@ -3,7 +3,7 @@
 // message, error position and recorded lengths.
 #include <cstdio>
 
-#include "ozmmem.h"
+#include "platform/ozmmem.h"
 #include "test_util.h"
 
 class XmlFastPathProbe {

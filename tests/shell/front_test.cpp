@@ -16,7 +16,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include "include/ozmmem.h"
+#include "platform/ozmmem.h"
 #include "shell/ozmfront.h"
 
 namespace {

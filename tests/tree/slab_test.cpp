@@ -2,7 +2,7 @@
 // name table, and the failure of a slab allocation.
 #include <set>
 
-#include "ozmmem.h"
+#include "platform/ozmmem.h"
 #include "test_util.h"
 
 namespace {

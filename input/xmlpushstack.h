@@ -8,6 +8,9 @@
 // is pushed back goes into the top text in front of its cursor when there is
 // room there (the unit read last always has room), and otherwise into a
 // small entry of its own.
+//
+// The document holds the entries (XmlDocument::m_pushBack); XmlPushStack is
+// the view that works on them, made afresh for each operation at no cost.
 #pragma once
 
 #include <cstddef>
@@ -16,9 +19,17 @@
 #include <vector>
 
 #include "ozmutil.h"
+#include "xmldocument.h"
+
+struct XmlPushEntry {
+    UCString text;
+    size_t pos;  // next unit to read
+};
 
 class XmlPushStack {
 public:
+    explicit XmlPushStack(std::vector<XmlPushEntry>& texts) : m_texts(texts) {}
+
     bool empty() const { return m_texts.empty(); }
     // Number of texts on the stack: how deep pushed texts are nested.
     size_t depth() const { return m_texts.size(); }
@@ -27,26 +38,26 @@ public:
     // Pushes a text, to be read from its first unit on.
     void push(UCString&& text) {
         if (!text.empty())
-            m_texts.push_back(Entry{std::move(text), 0});
+            m_texts.push_back(XmlPushEntry{std::move(text), 0});
     }
     void push(const UCChar* text, size_t count) {
         if (count)
-            m_texts.push_back(Entry{UCString(text, count), 0});
+            m_texts.push_back(XmlPushEntry{UCString(text, count), 0});
     }
     // Pushes one unit.
     void push(UCChar c) {
         if (!m_texts.empty() && m_texts.back().pos > 0) {
-            Entry& top = m_texts.back();
+            XmlPushEntry& top = m_texts.back();
             top.text[--top.pos] = c;
             return;
         }
         // Room in front for further single units.
-        m_texts.push_back(Entry{UCString(kSpare, UCChar(0)), kSpare - 1});
+        m_texts.push_back(XmlPushEntry{UCString(kSpare, UCChar(0)), kSpare - 1});
         m_texts.back().text[kSpare - 1] = c;
     }
     // Takes the next unit; the stack must not be empty.
     UCChar take() {
-        Entry& top = m_texts.back();
+        XmlPushEntry& top = m_texts.back();
         UCChar c = top.text[top.pos++];
         if (top.pos == top.text.size())
             m_texts.pop_back();
@@ -55,13 +66,13 @@ public:
     // The units of the top text still to be read; the stack must not be
     // empty.
     size_t run(const UCChar*& units) const {
-        const Entry& top = m_texts.back();
+        const XmlPushEntry& top = m_texts.back();
         units = top.text.data() + top.pos;
         return top.text.size() - top.pos;
     }
     // Consumes count units of the top text's run.
     void skip(size_t count) {
-        Entry& top = m_texts.back();
+        XmlPushEntry& top = m_texts.back();
         top.pos += count;
         if (top.pos == top.text.size())
             m_texts.pop_back();
@@ -69,9 +80,7 @@ public:
 
 private:
     static constexpr size_t kSpare = 16;
-    struct Entry {
-        UCString text;
-        size_t pos;  // next unit to read
-    };
-    std::vector<Entry> m_texts;
+    std::vector<XmlPushEntry>& m_texts;
 };
+
+inline XmlPushStack XmlDocument::PushStack() { return XmlPushStack(m_pushBack); }

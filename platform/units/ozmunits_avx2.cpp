@@ -1,4 +1,4 @@
-// ozmutf8_avx2.cpp - the AVX2 level of the UTF-8 decoder: windows of 64
+// ozmunits_avx2.cpp - the AVX2 level of the UTF-8 decoder: windows of 64
 // bytes holding one-, two- and three-byte sequences decoded at once, and the
 // choice of level made once from the CPU.
 #include "platform/ozmutf8.h"
