@@ -57,12 +57,16 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    UCString text;
-    OzmGlob::DecodeUTF8(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), text);
 
+    // The bytes are read as the file would be: its byte-order mark or
+    // declared encoding, and bare names of external resources beside it.
     XmlDocument doc;
     const bool validate = false, ignoreDtd = false;
-    BATCHERR result = doc.ParseString(text, validate, ignoreDtd);
+    const std::string path = argv[1];
+    const std::string dir = path.find('/') == std::string::npos ? "." : path.substr(0, path.rfind('/'));
+    UCString wideDir;
+    OzmGlob::DecodeUTF8(reinterpret_cast<const unsigned char*>(dir.data()), dir.size(), wideDir);
+    BATCHERR result = doc.ParseBytes(bytes.data(), bytes.size(), validate, ignoreDtd, wideDir.c_str());
     if (doc.RootElement())
         Print(doc.RootElement());
     if (result != errNone) {
