@@ -42,21 +42,12 @@ size_t MallocInUse() {
     return mi.uordblks + mi.hblkhd;
 }
 
-// Heap bytes of an attribute name or value of n units held outside its
-// string object, as malloc would round it: (n + 1) units of 2 bytes plus an
-// 8-byte header, in 16-byte steps, at least 32. Strings of up to 7 units live
-// inside the object.
-constexpr size_t kSsoCapacity = 7;
-size_t OutOfLineBytes(size_t units) {
-    if (units <= kSsoCapacity)
-        return 0;
-    size_t chunk = (units * 2 + 2 + 8 + 15) & ~size_t(15);
-    return chunk < 32 ? 32 : chunk;
-}
-
 // Bytes of the parsed data of an element in its slab's text store: its
 // units and a terminating 0.
 size_t StoredTextBytes(size_t units) { return units ? (units + 1) * 2 : 0; }
+// Bytes of a parsed attribute name or value in the text store: its units
+// and a terminating 0, kept even when it is empty.
+size_t StoredAttrBytes(size_t units) { return (units + 1) * 2; }
 
 struct TreeCounts {
     size_t elements = 0;
@@ -79,10 +70,8 @@ TreeCounts WalkTree(const XmlElement* root) {
         c.textStrings += bytes != 0;
         c.textBytes += bytes;
         for (int i = 0; i < n; ++i) {
-            size_t nb = OutOfLineBytes(Units(e->GetAttributeName(i)));
-            size_t vb = OutOfLineBytes(Units(e->GetAttributeValue(i)));
-            c.textStrings += (nb != 0) + (vb != 0);
-            c.textBytes += nb + vb;
+            c.textStrings += 2;
+            c.textBytes += StoredAttrBytes(Units(e->GetAttributeName(i))) + StoredAttrBytes(Units(e->GetAttributeValue(i)));
         }
         return true;
     });
@@ -162,9 +151,8 @@ void PrintMemory(const std::string& bytes, const TreeCounts& counts, size_t slab
     }
     std::printf("  text outside the nodes                    %12zu bytes in %zu texts\n", counts.textBytes,
                 counts.textStrings);
-    std::printf("    rule: element data costs 2n + 2 bytes in its slab's text store; attribute names and\n"
-                "    values longer than %zu UTF-16 units cost max(32, (2n + 2 + 8 + 15) & ~15) bytes each\n",
-                kSsoCapacity);
+    std::printf("    rule: element data, attribute names and attribute values cost 2n + 2 bytes each in\n"
+                "    their slab's text store (element data only when not empty)\n");
     std::printf("  tree bytes per element (total - text) / elements   %.1f\n",
                 double(mallocDelta - (long long)counts.textBytes) / double(counts.elements));
     std::printf("  input UTF-8 bytes per element                      %.1f\n",

@@ -77,15 +77,6 @@ const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs
     }
 }
 
-// Appends the attributes to those of a node, out of line: the loop of
-// string constructions would crowd the registers of the content loop.
-__attribute__((noinline)) void AddFastAttributes(XmlDeque<XmlAttribute>& to, const XmlFastAttr* attrs, int count) {
-    to.reserve(size_t(count));
-    for (int i = 0; i < count; ++i)
-        to.emplace_back(std::u16string_view(attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name)),
-                        std::u16string_view(attrs[i].value, size_t(attrs[i].valueEnd - attrs[i].value)));
-}
-
 }  // namespace
 
 // Takes character data that ends at markup, start tags with their
@@ -230,7 +221,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         }
         child->m_nameId = CachedName(name, length) + 1;
         if (attrCount)
-            AddFastAttributes(child->m_attributes, attrs, attrCount);
+            child->TakeParsedAttributes(attrs, attrCount);
         TrackedDefs* tracked = nullptr;
         if (m_trackMaxLen) {
             tracked = &Tracked(child->m_nameId);

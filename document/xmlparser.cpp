@@ -147,7 +147,7 @@ XmlElement* XmlDocument::ParseAttributes(XmlElement* element, bool& isEmpty) {
             element = nullptr;
             break;
         }
-        element->m_attributes.emplace_back(attrName, attrValue);
+        element->AddParsedAttribute(attrName.data(), attrName.size(), attrValue.data(), attrValue.size());
         if (m_trackMaxLen)
             TrackAttribute(Tracked(element->m_nameId), attrName.data(), attrName.size(), attrValue.size());
     }

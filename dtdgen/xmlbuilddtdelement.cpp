@@ -57,9 +57,6 @@ void XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
         // The node's attributes are in the order of their words; the node
         // is read only for a value that was not interned, and from where
         // the last one was read.
-        XmlDeque<XmlAttribute>::const_iterator nodeAttribute;
-        size_t nodeIndex = 0;
-        bool nodeRead = false;
         for (size_t index = 0; at < end; at += 2, ++index) {
             GenWalk::AttrKey& k = walk.attrKeys[at[0]];
             uint32_t id = at[1];
@@ -85,13 +82,7 @@ void XmlDocument::BuildDTDElement(const XmlElement* first, GenWalk& walk) {
                 k.inEnum |= 1u << id;
                 value = k.values[id];
             } else {
-                if (!nodeRead) {
-                    nodeAttribute = node->m_attributes.begin();
-                    nodeRead = true;
-                }
-                for (; nodeIndex < index; ++nodeIndex)
-                    ++nodeAttribute;
-                value = nodeAttribute->Value();
+                value = node->GetAttributeValue(int(index));
             }
             if (att->FindEnum(value) < 0) {
                 const int before = att->EnumCount();

@@ -82,13 +82,15 @@ uint32_t XmlDocument::GenWalk::Gather(const XmlElement* first) {
     // Interns the attributes of e, whose name has the given key, into
     // pending words; returns the flags they add.
     auto gatherAttributes = [&](const XmlElement* e, uint32_t key) -> unsigned {
-        uint32_t* count = pending.Extend(1 + 2 * e->m_attributes.size() + PointerWords);
+        const int attrCount = e->AttributeCount();
+        const XmlElement::Attr* attrs = e->AttrItems();
+        uint32_t* count = pending.Extend(1 + 2 * size_t(attrCount) + PointerWords);
         uint32_t* w = count + 1;
         bool node = false;
-        for (const XmlAttribute& a : e->m_attributes) {
-            uint32_t attrKey = AttrKeyOf(key, a.Name());
+        for (int i = 0; i < attrCount; ++i) {
+            uint32_t attrKey = AttrKeyOf(key, attrs[i].name);
             AttrKey& k = attrKeys[attrKey];
-            const UCChar* value = a.Value();
+            const UCChar* value = attrs[i].value;
             size_t length = std::char_traits<UCChar>::length(value);
             k.maxLen = std::max(k.maxLen, int(length));
             uint32_t id = k.Intern(value, length);
@@ -141,7 +143,7 @@ uint32_t XmlDocument::GenWalk::Gather(const XmlElement* first) {
         size_t record = pending.size();
         if (e->m_child)
             pending.push_back(0);  // the place of the children's record
-        if (!e->m_attributes.empty())
+        if (e->AttributeCount())
             facts |= gatherAttributes(e, key);
         if (e->m_child) {
             nodes.push_back(uint64_t(facts) << 32 | key);

@@ -242,7 +242,7 @@ private:
         return e->m_nameId - 1;
     }
     // e's attributes, read in place.
-    static const XmlDeque<XmlAttribute>& AttributesOf(const XmlElement* e) { return e->m_attributes; }
+    static const XmlElement::Attr* AttributesOf(const XmlElement* e) { return e->AttrItems(); }
 
 private:
     friend class XmlElement;

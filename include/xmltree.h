@@ -91,7 +91,7 @@ public:
         return old;
     }
 
-    int AttributeCount() const { return int(m_attributes.size()); }
+    int AttributeCount() const { return int(m_attrCount & ~kHeapList); }
     void AddAttribute(const UCChar* name, const UCChar* value);
     const UCChar* GetAttributeValue(const UCChar* name) const;
     const UCChar* GetAttributeValue(int i) const;
@@ -118,7 +118,7 @@ private:
     void WriteSubtree(XmlOutputStream& out, int indent, bool escape, bool lineBreaks, int indentStep,
                       bool writeEmpty) const;
     void CollectData(UCString& out, XMLD mode) const;
-    ~XmlElement() = default;
+    ~XmlElement() { FreeAttributes(); }
 
     // The text of a node. Text read by the parser is kept in the text store
     // of the node's slab and only pointed to here; text set through Data or
@@ -154,9 +154,40 @@ private:
         size_t m_capacity = 0;  // units of the owned buffer; 0 when borrowed
     };
 
+    // The attributes of a node: a list header followed by its name and
+    // value pairs, each pointing at a terminated text. A list the parser
+    // makes lives in the text store of the node's slab together with its
+    // texts, taken by the bump of a pointer; it is never freed on its own.
+    // A program adding an attribute moves the list to the heap (the pairs
+    // read so far keep pointing into the slab), and each added pair owns
+    // one heap block holding the name, a 0, the value and a 0. Whether the
+    // list is on the heap is kept in the node, since a slab that is reset
+    // reuses its store under nodes not yet handed out again.
+    struct Attr {
+        const UCChar* name;
+        const UCChar* value;
+    };
+    struct AttrList {
+        uint32_t capacity;
+        uint32_t borrowed;  // pairs before this index point into a slab
+        Attr* Items() { return reinterpret_cast<Attr*>(this + 1); }
+    };
+    static constexpr uint32_t kHeapList = 0x80000000u;  // in m_attrCount
+    const Attr* AttrItems() const { return m_attrs ? m_attrs->Items() : nullptr; }
+    // Parser side: gives the node the count attributes of attrs (fields
+    // name, nameEnd, value, valueEnd), stored in its slab's text store in
+    // one piece. The node must have none yet.
+    template <class A>
+    void TakeParsedAttributes(const A* attrs, int count);
+    // Parser side: appends one attribute, stored in the slab's text store;
+    // the list grows in the store by doubling.
+    void AddParsedAttribute(const UCChar* name, size_t nameLength, const UCChar* value, size_t valueLength);
+    void FreeAttributes();
+
     int m_nameId = 0;
+    uint32_t m_attrCount = 0;  // the count, with kHeapList when the list is on the heap
     Text m_data;
-    XmlDeque<XmlAttribute> m_attributes;
+    AttrList* m_attrs = nullptr;
     XmlElement* m_next = nullptr;
     XmlElement* m_child = nullptr;
     XmlElement* m_parent = nullptr;
@@ -192,6 +223,7 @@ public:
 
 private:
     friend class XmlDocument;
+    friend class XmlElement;
     // Room for n units and a 0 behind them in the slab's text store, for
     // the caller to fill: the room lives as long as the slab, and is given
     // up only when the slab is reset or destroyed. Text is stored by the
@@ -203,6 +235,17 @@ private:
         t[n] = 0;
         m_textNext = t + n + 1;
         return t;
+    }
+    // Room for bytes bytes at an address aligned for pointers, from the
+    // text store, as TextRoom gives it.
+    void* AlignedRoom(size_t bytes) {
+        const uintptr_t next = (reinterpret_cast<uintptr_t>(m_textNext) + 7) & ~uintptr_t(7);
+        const size_t units = (bytes + 1) / sizeof(UCChar);
+        if (next >= reinterpret_cast<uintptr_t>(m_textEnd) ||
+            (reinterpret_cast<uintptr_t>(m_textEnd) - next) / sizeof(UCChar) <= units)
+            return TextRoomInNewChunk(units - 1);  // chunks start aligned
+        m_textNext = reinterpret_cast<UCChar*>(next) + units;
+        return reinterpret_cast<void*>(next);
     }
     // Copies n units at p, and a 0 behind them, into the text store
     // (inline, in tree/xmltextstore.h).

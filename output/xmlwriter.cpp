@@ -93,11 +93,12 @@ void XmlElement::WriteSubtree(XmlOutputStream& out, int indent, bool escape, boo
             pieces.Spaces(level);
         pieces.Put(u'<');
         putName(e);
-        for (const XmlAttribute& a : e->m_attributes) {
+        const XmlElement::Attr* attrs = e->AttrItems();
+        for (int i = 0, count = e->AttributeCount(); i < count; ++i) {
             pieces.Put(u' ');
-            pieces.Put(a.Name());
+            pieces.Put(attrs[i].name);
             pieces.Put(u"=\"", 2);
-            pieces.Put(a.Value());
+            pieces.Put(attrs[i].value);
             pieces.Put(u'"');
         }
         if (!e->m_child && !hasData) {

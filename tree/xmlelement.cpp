@@ -5,6 +5,7 @@
 #include <new>
 
 #include "xmldocument.h"
+#include "platform/units/ozmunits.h"
 
 const UCChar* XmlElement::Name() const {
     if (m_nameId == 0 || !m_block)
@@ -40,10 +41,70 @@ void XmlElement::Data(const UCChar* text) { m_data.Assign(text, text ? UCString:
 void XmlElement::AddData(const UCChar* text) { m_data.Append(text, text ? UCString::traits_type::length(text) : 0); }
 
 void XmlElement::AddAttribute(const UCChar* name, const UCChar* value) {
-    try {
-        m_attributes.emplace_back(name, value);
-    } catch (const std::bad_alloc&) {
+    if (!name)
+        name = u"";
+    if (!value)
+        value = u"";
+    const size_t n = UCString::traits_type::length(name);
+    const size_t v = UCString::traits_type::length(value);
+    UCChar* t = new (std::nothrow) UCChar[n + v + 2];
+    if (!t)
+        return;
+    std::memcpy(t, name, (n + 1) * sizeof(UCChar));
+    std::memcpy(t + n + 1, value, (v + 1) * sizeof(UCChar));
+    const uint32_t count = m_attrCount & ~kHeapList;
+    AttrList* list = m_attrs;
+    if (!(m_attrCount & kHeapList) || count == list->capacity) {
+        // A new heap list: the first, one out of the slab, or one of twice
+        // the capacity.
+        const uint32_t capacity = count < 4 ? 4 : 2 * count;
+        if (count >= kHeapList / 2 || !(list = static_cast<AttrList*>(::operator new(
+                                            sizeof(AttrList) + capacity * sizeof(Attr), std::nothrow)))) {
+            delete[] t;
+            return;
+        }
+        list->capacity = capacity;
+        list->borrowed = m_attrs ? m_attrs->borrowed : 0;
+        if (count)
+            std::memcpy(static_cast<void*>(list->Items()), m_attrs->Items(), count * sizeof(Attr));
+        if (m_attrCount & kHeapList)
+            ::operator delete(m_attrs);
+        m_attrs = list;
     }
+    list->Items()[count] = Attr{t, t + n + 1};
+    m_attrCount = (count + 1) | kHeapList;
+}
+
+void XmlElement::AddParsedAttribute(const UCChar* name, size_t nameLength, const UCChar* value, size_t valueLength) {
+    const uint32_t count = m_attrCount;
+    if (!m_attrs || count == m_attrs->capacity) {
+        const uint32_t capacity = count < 4 ? 4 : 2 * count;
+        if (count >= kHeapList / 2)
+            throw std::bad_alloc();
+        AttrList* list = static_cast<AttrList*>(m_block->AlignedRoom(sizeof(AttrList) + capacity * sizeof(Attr)));
+        list->capacity = capacity;
+        if (count)
+            std::memcpy(static_cast<void*>(list->Items()), m_attrs->Items(), count * sizeof(Attr));
+        m_attrs = list;
+    }
+    UCChar* t = m_block->TextRoom(nameLength + 1 + valueLength);
+    OzmUnits::Copy(t, name, nameLength);
+    t[nameLength] = 0;
+    OzmUnits::Copy(t + nameLength + 1, value, valueLength);
+    m_attrs->Items()[count] = Attr{t, t + nameLength + 1};
+    m_attrs->borrowed = count + 1;
+    m_attrCount = count + 1;
+}
+
+void XmlElement::FreeAttributes() {
+    if (m_attrCount & kHeapList) {
+        const uint32_t count = m_attrCount & ~kHeapList;
+        for (uint32_t i = m_attrs->borrowed; i < count; ++i)
+            delete[] m_attrs->Items()[i].name;
+        ::operator delete(m_attrs);
+    }
+    m_attrs = nullptr;
+    m_attrCount = 0;
 }
 
 // Both may be given a part of the node's own text: the new buffer is filled
@@ -153,13 +214,14 @@ void XmlElement::InsertChild(XmlElement* e) {
 const UCChar* XmlElement::GetAttributeValue(const UCChar* name) const {
     if (!name)
         name = u"";
-    for (const XmlAttribute& a : m_attributes) {
-        const UCChar* n = a.Name();
+    const Attr* items = AttrItems();
+    for (int k = 0, count = AttributeCount(); k < count; ++k) {
+        const UCChar* n = items[k].name;
         size_t i = 0;
         while (n[i] == name[i] && n[i] != 0)
             ++i;
         if (n[i] == name[i])
-            return a.Value();
+            return items[k].value;
     }
     return nullptr;
 }
@@ -167,20 +229,20 @@ const UCChar* XmlElement::GetAttributeValue(const UCChar* name) const {
 const UCChar* XmlElement::GetAttributeValue(int i) const {
     if (i < 0 || i >= AttributeCount())
         return nullptr;
-    return m_attributes[size_t(i)].Value();
+    return m_attrs->Items()[i].value;
 }
 
 const UCChar* XmlElement::GetAttributeName(int i) const {
     if (i < 0 || i >= AttributeCount())
         return nullptr;
-    return m_attributes[size_t(i)].Name();
+    return m_attrs->Items()[i].name;
 }
 
 void XmlElement::Clear() {
     m_child = nullptr;
     m_parent = nullptr;
     m_next = nullptr;
-    m_attributes.clear();
+    FreeAttributes();
     m_nameId = 0;
     m_data.Clear();
     m_mark = 0;

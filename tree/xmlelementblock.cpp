@@ -56,6 +56,19 @@ UCChar* XmlElementBlock::TextRoomInNewChunk(size_t n) {
         // text fits, which it does in the largest chunk at the latest.
         size_t bytes = m_fillUnits ? std::min(2 * (sizeof(TextChunk) + m_fillUnits * sizeof(UCChar)), kLargestBytes)
                                    : kFirstBytes;
+        // Once most nodes are handed out, the rest need about as much text
+        // each as those before: a smaller chunk may hold it all, where a
+        // doubled one would stay mostly empty.
+        if (m_fillUnits && m_unused > 0) {
+            size_t used = 0;
+            for (const TextChunk* c = m_textChunks; c; c = c->next)
+                used += c->units * sizeof(UCChar);
+            const size_t expect = used / size_t(m_unused) * size_t(Capacity - m_unused + 8) + 2 * (n + 1);
+            size_t fit = kFirstBytes;
+            while (fit < bytes && fit - sizeof(TextChunk) < expect)
+                fit *= 2;
+            bytes = fit;
+        }
         while ((bytes - sizeof(TextChunk)) / sizeof(UCChar) < n + 1)
             bytes *= 2;
         units = (bytes - sizeof(TextChunk)) / sizeof(UCChar);

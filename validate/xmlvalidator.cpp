@@ -832,10 +832,9 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
     if (count == 0 && info.required.empty())
         return true;
     const uint64_t serial = m_serial;
-    int i = -1;
-    for (const XmlAttribute& attribute : XmlDocument::AttributesOf(e)) {
-        ++i;
-        const UCChar* name = attribute.Name();
+    const auto* attrs = XmlDocument::AttributesOf(e);
+    for (int i = 0; i < count; ++i) {
+        const UCChar* name = attrs[i].name;
         int a = -1;
         if (!info.attIndex.empty()) {
             auto it = info.attIndex.find(View(name));
@@ -866,7 +865,7 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
             continue;
         }
         info.stamps[size_t(a)] = serial;
-        if (!CheckValue(e, i, attribute.Value(), info.atts[size_t(a)]))
+        if (!CheckValue(e, i, attrs[i].value, info.atts[size_t(a)]))
             return false;
     }
     for (int r : info.required)
