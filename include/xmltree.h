@@ -133,6 +133,7 @@ private:
         const UCChar* data() const { return m_p; }
         size_t size() const { return m_size; }
         bool empty() const { return m_size == 0; }
+        bool Owned() const { return m_capacity != 0; }
         // Points at n units at p followed by a 0, which outlive the node.
         void Borrow(const UCChar* p, size_t n) {
             Free();
@@ -183,6 +184,18 @@ private:
     // the list grows in the store by doubling.
     void AddParsedAttribute(const UCChar* name, size_t nameLength, const UCChar* value, size_t valueLength);
     void FreeAttributes();
+    // Clear for a node handed out again: inline for one that owns nothing on
+    // the heap, as every node the parser filled.
+    void Reuse() {
+        if ((m_attrCount & kHeapList) || m_data.Owned())
+            return Clear();
+        m_child = m_parent = m_next = nullptr;
+        m_attrs = nullptr;
+        m_attrCount = 0;
+        m_nameId = 0;
+        m_data.Clear();
+        m_mark = 0;
+    }
 
     int m_nameId = 0;
     uint32_t m_attrCount = 0;  // the count, with kHeapList when the list is on the heap
@@ -282,7 +295,7 @@ inline XmlElement* XmlElementBlock::NewElement() {
     XmlElement* e = m_firstFree;
     if (e) {
         m_firstFree = e->m_next;
-        e->Clear();
+        e->Reuse();
     } else {
         if (m_unused == Capacity)
             return nullptr;
@@ -291,7 +304,7 @@ inline XmlElement* XmlElementBlock::NewElement() {
             new (e) XmlElement();  // cleared by construction
             ++m_constructed;
         } else {
-            e->Clear();
+            e->Reuse();
         }
     }
     e->m_block = this;
