@@ -15,6 +15,7 @@
 #include "input/xmlcharstream.h"
 #include "input/xmlpushstack.h"
 #include "platform/ozmmem.h"
+#include "tree/xmlblockcache.h"
 
 struct XmlBlockShare {
     std::vector<XmlDocument*> members;
@@ -102,6 +103,7 @@ XmlDocument& XmlDocument::operator=(const XmlDocument& other) {
 static void DestroyBlock(XmlElementBlock* b);
 
 XmlDocument::~XmlDocument() {
+    XmlBlockCache::Release release;
     Clear();
     ReleaseBlocks();
 }
@@ -130,7 +132,8 @@ void XmlDocument::JoinBlocks(const XmlDocument& other) {
 
 static void DestroyBlock(XmlElementBlock* b) {
     b->~XmlElementBlock();
-    OzmMemFree(b);
+    if (!XmlBlockCache::Give(b, sizeof(XmlElementBlock)))
+        OzmMemFree(b);
 }
 
 // Gives up this document's hold on its slab chain: frees it when this
@@ -159,6 +162,7 @@ void XmlDocument::ReleaseBlocks() {
 }
 
 void XmlDocument::Clear() {
+    XmlBlockCache::Release release;
     ClearTree();
     FreeSpareBlocks();
     m_input.reset();
@@ -207,7 +211,9 @@ XmlElement* XmlDocument::NewElement() {
     if (block) {
         m_spareBlocks = block->m_nextBlock;
     } else {
-        void* mem = OzmMemAlloc(sizeof(XmlElementBlock));
+        void* mem = XmlBlockCache::Take(sizeof(XmlElementBlock));
+        if (!mem)
+            mem = OzmMemAlloc(sizeof(XmlElementBlock));
         if (!mem)
             return nullptr;
         block = new (mem) XmlElementBlock(this);

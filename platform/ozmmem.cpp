@@ -17,6 +17,15 @@ void* OzmMemAlloc(size_t size) {
     return std::malloc(size == 0 ? 1 : size);
 }
 
+// A block the library takes from its own cache instead of OzmMemAlloc
+// passes the same switch (tree/xmlblockcache.cpp).
+bool OzmMemMayAllocate() {
+    long left = g_allowed.load(std::memory_order_relaxed);
+    while (left > 0 && !g_allowed.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) {
+    }
+    return left != 0;
+}
+
 void OzmMemFree(void* p) { std::free(p); }
 
 void OzmMemFailAfter(long count) { g_allowed.store(count < 0 ? -1 : count, std::memory_order_relaxed); }

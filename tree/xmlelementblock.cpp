@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <new>
 
+#include "tree/xmlblockcache.h"
 #include "xmldocument.h"
 
 XmlElementBlock::XmlElementBlock(XmlDocument* document) : m_document(document) { Reset(); }
@@ -37,7 +38,8 @@ void XmlElementBlock::FreeSpareText() {
 void XmlElementBlock::FreeTextChunks(TextChunk* from) {
     while (from) {
         TextChunk* next = from->next;
-        ::operator delete(from);
+        if (!XmlBlockCache::Give(from, sizeof(TextChunk) + from->units * sizeof(UCChar)))
+            ::operator delete(from);
         from = next;
     }
 }
@@ -87,7 +89,9 @@ UCChar* XmlElementBlock::TextRoomInNewChunk(size_t n) {
         }
     }
     if (!chunk) {
-        chunk = static_cast<TextChunk*>(::operator new(sizeof(TextChunk) + units * sizeof(UCChar)));
+        const size_t bytes = sizeof(TextChunk) + units * sizeof(UCChar);
+        void* kept = XmlBlockCache::Take(bytes);
+        chunk = static_cast<TextChunk*>(kept ? kept : ::operator new(bytes));
         chunk->units = units;
     }
     UCChar* t = chunk->Units();

@@ -2,6 +2,8 @@
 // table of the suite checks that through CheckParses; here the shipped
 // documents and the edges of the decoding windows), its own bad input, and
 // the memory a re-used document keeps between parses.
+#include <thread>
+
 #include "test_alloc.h"
 #include "test_util.h"
 
@@ -134,6 +136,44 @@ TEST(ParseBytesTest, ReusedDocumentKeepsWhatTheLastParseUsed) {
     EXPECT_EQ(doc.RootElement(), nullptr);
     allocations(doc, small);
     EXPECT_EQ(Tree(doc).substr(0, 10), u"r{}(t{aaaa");
+}
+
+// A new document made after one went takes the blocks that one gave back:
+// its parse allocates no more than a re-used document's, and what the
+// process keeps after a large document and then a small one went is what the
+// small one held. Documents on two threads share the kept blocks safely.
+TEST(ParseBytesTest, NewDocumentsTakeWhatTheLastOneGaveBack) {
+    const std::string small = Texts(10, 40), large = Texts(5000, 300);
+    auto parseNew = [](const std::string& bytes) {
+        XmlDocument doc;
+        const uint64_t before = TestAlloc::Count();
+        EXPECT_EQ(doc.ParseBytes(bytes.data(), bytes.size()), errNone);
+        return TestAlloc::Count() - before;
+    };
+    parseNew(large);
+    EXPECT_LT(parseNew(large), 40u);  // 5,000 elements, 16 KiB of text a slab
+    const size_t start = TestAlloc::HeldBytes();
+    parseNew(small);
+    EXPECT_LT(TestAlloc::HeldBytes(), start);
+    EXPECT_LE(TestAlloc::HeldBytes() + 65536 * 2, start);
+
+    XmlDocument one;
+    one.ParseBytes(small.data(), small.size());
+    const UCString smallTree = Tree(one);
+    one.ParseBytes(large.data(), large.size());
+    const UCString largeTree = Tree(one);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 2; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 40; ++i) {
+                XmlDocument doc;
+                const std::string& bytes = i % 3 ? small : large;
+                EXPECT_EQ(doc.ParseBytes(bytes.data(), bytes.size()), errNone);
+                EXPECT_TRUE(Tree(doc) == (i % 3 ? smallTree : largeTree));
+            }
+        });
+    for (std::thread& t : threads)
+        t.join();
 }
 
 }  // namespace
