@@ -57,19 +57,26 @@ uint32_t HashOf(View v) {
     return h;
 }
 
-// Sorts keys by their upper 32 bits, keeping the order of equal ones: two
-// passes of a radix sort, which read and write in sequence.
+// Sorts keys by their upper 32 bits, keeping the order of equal ones: the
+// passes of a radix sort, which read and write in sequence (three).
 void SortByHigh(std::vector<uint64_t>& keys) {
+    // Digits of 11, 11 and 10 bits: tables small enough to clear for every
+    // check, however few the keys.
+    constexpr int kBits[] = {11, 11, 10};
     std::vector<uint64_t> other(keys.size());
-    for (int shift = 32; shift < 64; shift += 16) {
-        std::vector<size_t> start(65537, 0);
+    std::vector<size_t> start;
+    int shift = 32;
+    for (int bits : kBits) {
+        const uint64_t mask = (uint64_t(1) << bits) - 1;
+        start.assign(size_t(mask) + 2, 0);
         for (uint64_t k : keys)
-            ++start[((k >> shift) & 0xFFFF) + 1];
+            ++start[((k >> shift) & mask) + 1];
         for (size_t d = 1; d < start.size(); ++d)
             start[d] += start[d - 1];
         for (uint64_t k : keys)
-            other[start[(k >> shift) & 0xFFFF]++] = k;
+            other[start[(k >> shift) & mask]++] = k;
         keys.swap(other);
+        shift += bits;
     }
 }
 
@@ -709,11 +716,22 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
     // A value that nothing is compared with is not read.
     if (!tokenized && !fixed)
         return true;
-    // One pass finds the length and whether a reference stands in it.
+    // One pass finds the length, whether a reference stands in it, and
+    // whether its white space is anything but single blanks between other
+    // characters, which most values' is not: those need no normalising.
     const UCChar* end = raw;
-    bool hasRef = false;
-    for (; *end; ++end)
-        hasRef |= *end == u'&';
+    bool hasRef = false, oddSpace = false, otherSpace = false;
+    UCChar prev = u' ';
+    for (; *end; ++end) {
+        const UCChar c = *end;
+        hasRef |= c == u'&';
+        if (c == u' ')
+            oddSpace |= prev == u' ';
+        else if (c == u'\t' || c == u'\n' || c == u'\r')
+            otherSpace = true;
+        prev = c;
+    }
+    oddSpace |= otherSpace || (end != raw && prev == u' ');
     View v(raw, size_t(end - raw));
     // stable: v points into the tree, which outlives the check.
     bool stable = true;
@@ -724,7 +742,7 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
         v = m_value;
         stable = false;
     }
-    if (tokenized) {
+    if (tokenized && (hasRef || oddSpace)) {
         // Trimmed, and collapsed unless it has single blanks only. Once
         // references are replaced, only blanks count: white space that a
         // character reference gave is part of the value.
@@ -744,7 +762,7 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
             v = m_value;
             stable = false;
         }
-    } else if (fixed && !hasRef && v.find_first_of(u"\t\n\r") != View::npos) {
+    } else if (!tokenized && fixed && !hasRef && otherSpace) {
         m_value.assign(v);
         for (UCChar& c : m_value)
             c = IsSpace(c) ? u' ' : c;
