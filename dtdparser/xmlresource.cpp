@@ -135,13 +135,20 @@ BATCHERR XmlDocument::OpenConfined(const UCString& path, const std::string& narr
     } while (fd < 0 && errno == EINTR);
     if (fd >= 0 || (errno != ENOSYS && errno != EPERM))
         return fd < 0 && (errno == EXDEV || errno == ELOOP) ? refuse() : errNone;
-    // No openat2 here: open, then test where the opened file really is.
+    // No openat2 here (kernels before 5.6, emulators): the path is resolved
+    // first, so that a link leading out is refused without opening what it
+    // names; then opened, and where the opened file really is tested again,
+    // since a link may change in between.
+    char real[PATH_MAX];
+    std::string realRest, realDirectory;
+    if (::realpath((directory + "/" + rest).c_str(), real) && !m_resources.Below(real, realRest, realDirectory))
+        return refuse();
     do {
         fd = ::openat(base.fd, rest.c_str(), kOpenFlags);
     } while (fd < 0 && errno == EINTR);
     if (fd < 0)
         return errNone;
-    char link[64], real[PATH_MAX];
+    char link[64];
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
     const ssize_t n = ::readlink(link, real, sizeof real - 1);
     if (n > 0) {

@@ -39,6 +39,9 @@ constexpr int kOzmMemHeaps = 128;
 constexpr int kOzmMemClasses = 107;
 constexpr int kOzmMemFirstMapped = 60;  // usable sizes above 1 MB
 constexpr size_t kOzmMemLargest = 0xE0000000u;
+// The largest request served: the largest class, and no more than a pointer
+// difference spans (2 GB with 32-bit words), as the C library's malloc.
+constexpr size_t kOzmMemLargestRequest = kOzmMemLargest < size_t(PTRDIFF_MAX) ? kOzmMemLargest : size_t(PTRDIFF_MAX);
 
 // Classes below kOzmMemCachedClasses (usable sizes up to 8 KB) are also kept
 // in a cache of each thread: a thread's frees push onto its own lists and its
@@ -53,8 +56,9 @@ struct OzmMemOwner {
 
 // The two words in front of every block. m_offset is 0 for a block as a heap
 // hands it out; a block placed at a stricter alignment inside a larger one
-// carries its distance from the start of that one.
-struct OzmMemBlockHeader {
+// carries its distance from the start of that one. With 32-bit words the
+// header is padded to 16 bytes all the same, the alignment malloc gives.
+struct alignas(16) OzmMemBlockHeader {
     uintptr_t m_offset;
     OzmMemOwner* m_owner;
 };

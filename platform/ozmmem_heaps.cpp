@@ -141,7 +141,7 @@ const uint32_t g_ozmMemUsableSizes[kOzmMemClasses] = {
 int OzmMemSizeClass(size_t size) {
     if (size <= 128)
         return size == 0 ? 0 : int((size - 1) >> 4);
-    if (size > kOzmMemLargest)
+    if (size > kOzmMemLargestRequest)
         return kOzmMemClasses;
     size_t n = size - 1;
     int b = 63 - __builtin_clzll(n);

@@ -140,7 +140,7 @@ void* OzmFrontRealloc(void* p, size_t size) {
 void* OzmFrontAligned(size_t align, size_t size) {
     if (align <= alignof(std::max_align_t))
         return OzmFrontMalloc(size);
-    if (size > kOzmMemLargest || align > kOzmMemLargest - size) {
+    if (size > kOzmMemLargestRequest || align > kOzmMemLargestRequest - size) {
         errno = ENOMEM;
         return nullptr;
     }
@@ -210,7 +210,7 @@ OZM_API void* aligned_alloc(size_t align, size_t size) noexcept {
 
 OZM_API void* memalign(size_t align, size_t size) noexcept {
     // Like the C library's: an alignment that is no power of two is rounded up.
-    if (align > (size_t(1) << 62)) {
+    if (align > SIZE_MAX / 2 + 1) {  // no power of two of size_t above it
         errno = EINVAL;
         return nullptr;
     }

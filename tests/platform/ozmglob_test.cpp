@@ -136,8 +136,9 @@ TEST(WsfmtTest, Directives) {
     EXPECT_EQ(Fmt(u"<%*.*s|%*s|%s>", 5, 2, u"abcdef", -4, u"a", static_cast<const UCChar*>(nullptr)), u"<   ab|a   |(null)>");
     EXPECT_EQ(Fmt(u"<%S%c%c%3c>%%", u"\u20ACx", 'a', 0x20AC, 'z'), u"<\u20ACxa\u20AC  z>%");
     EXPECT_EQ(Fmt(u"%d|%i|%u|%d", INT_MIN, INT_MAX, 3000000000u, 0), u"-2147483648|2147483647|3000000000|0");
-    EXPECT_EQ(Fmt(u"%ld|%lld|%llu", -1234567890123L, LLONG_MIN, 18446744073709551615ULL),
-              u"-1234567890123|-9223372036854775808|18446744073709551615");
+    EXPECT_EQ(Fmt(u"%ld|%ld|%lld|%llu", LONG_MIN, LONG_MAX, LLONG_MIN, 18446744073709551615ULL),
+              U(std::to_string(LONG_MIN) + "|" + std::to_string(LONG_MAX)) +
+                  u"|-9223372036854775808|18446744073709551615");  // long has the width of a word
     EXPECT_EQ(Fmt(u"%x|%X|%lx|%llX", 255u, 0xABCDEFu, 0xdeadbeefUL, 0x123456789ABCDEFULL), u"ff|ABCDEF|deadbeef|123456789ABCDEF");
     EXPECT_EQ(Fmt(u"<%5d|%-5d|%05d|%-05d|%08X>", 42, 42, -42, 42, 0xBEEFu), u"<   42|42   |-0042|42   |0000BEEF>");
     EXPECT_EQ(Fmt(u"<%*d|%0*d|%.3d|%6.3d|%.0d>", 4, 7, 3, 7, 5, -5, 0), u"<   7|007|005|  -005|>");

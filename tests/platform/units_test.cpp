@@ -120,7 +120,7 @@ void CheckLevel() {
 // The vector level is the one in use wherever there is one: a build that fell back to the portable level would
 // leave the vector code untested and unused.
 TEST(UnitsTest, BuildUsesItsMachinesLevel) {
-#if defined(__x86_64__)
+#if defined(__x86_64__) || (defined(__i386__) && defined(__SSE2__))
     EXPECT_STREQ(OzmUnits::kName, "SSE2");
 #elif defined(__aarch64__)
     EXPECT_STREQ(OzmUnits::kName, "NEON");
