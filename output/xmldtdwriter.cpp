@@ -178,7 +178,11 @@ void XmlDtd::WriteAttrList(XmlOutputStream& out, const XmlAttrList* list, bool) 
             batch.Put(AttTypeText(def.m_type));
         }
         batch.Spaces(2);
-        // Default values go out as they were stored, whatever escape says.
+        // Default values go out as they were stored, whatever escape says,
+        // between the quotes they can stand in: a stored value holds '"'
+        // only when it was written between apostrophes, which it then lacks.
+        const UCChar* value = def.DefVal();
+        const UCChar quote = value && std::char_traits<UCChar>::find(value, TextLength(value), u'"') ? u'\'' : u'"';
         switch (def.m_defType) {
         case defRequired:
             batch.Literal(u"#REQUIRED");
@@ -187,14 +191,15 @@ void XmlDtd::WriteAttrList(XmlOutputStream& out, const XmlAttrList* list, bool) 
             batch.Literal(u"#IMPLIED");
             break;
         case defFixed:
-            batch.Literal(u"#FIXED \"");
-            batch.Put(def.DefVal());
-            batch.Put(u'"');
+            batch.Literal(u"#FIXED ");
+            batch.Put(quote);
+            batch.Put(value);
+            batch.Put(quote);
             break;
         case defValue:
-            batch.Put(u'"');
-            batch.Put(def.DefVal());
-            batch.Put(u'"');
+            batch.Put(quote);
+            batch.Put(value);
+            batch.Put(quote);
             break;
         default:  // defNone: nothing, the two spaces stand
             break;

@@ -40,6 +40,7 @@ void Attributes(XmlDtd& d) {
     Att(l, u"id", attId, defImplied);
     Att(l, u"abcdefghij", attCdata, defValue, u"v&amp;<");
     Att(l, u"abcdefghi", attNmtokens, defRequired);
+    Att(l, u"q", attNmtokens, defFixed, u"\"x  y ");  // read between apostrophes
     XmlAttDef* en = Att(l, u"en", attEnumerated, defFixed, u"x");
     en->AddEnum(u"x"), en->AddEnum(u"y");
     Att(l, u"no", attIdref, defNone);
@@ -84,7 +85,7 @@ TEST(DtdWriterTest, WrittenText) {
          u"<!ELEMENT c5 ((a, b)? | c)>\n<!ELEMENT n (Whoops)>\n]>\n"},
         {Attributes, false, false,
          u"<!DOCTYPE r [<!ATTLIST e\n          id         ID  #IMPLIED\n          abcdefghij  CDATA  \"v&amp;<\"\n"
-         u"          abcdefghi  NMTOKENS  #REQUIRED\n          en         (x | y)  #FIXED \"x\"\n"
+         u"          abcdefghi  NMTOKENS  #REQUIRED\n          q          NMTOKENS  #FIXED '\"x  y '\n          en         (x | y)  #FIXED \"x\"\n"
          u"          no         IDREF  \n          nt         Whoops  \n          un         Whoops  #IMPLIED>\n"
          u"<!ATTLIST z>\n]>"},
         {Ordering, true, false, u"<!DOCTYPE r [<!ENTITY i \"1\"><!ELEMENT a ANY><!ATTLIST orphan>\n]>"},
