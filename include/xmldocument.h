@@ -112,8 +112,9 @@ public:
     // Hands the mode to the I/O module while one is open.
     void DesignMode(bool on);
     // Empties the document: no root, an empty definition. The memory kept
-    // for the next parse (slabs, text chunks, the decoding buffers) is given
-    // back too.
+    // for the next parse is given up too: the decoding buffers to the
+    // allocator, the slabs and text chunks to the process, which keeps them
+    // for the next document made (up to what this one held, 256 MiB at most).
     void Clear();
 
     double Version() const { return m_version; }
