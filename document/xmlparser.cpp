@@ -20,7 +20,7 @@ BATCHERR XmlDocument::ParseString(const UCString& text, bool validate, bool igno
 }
 
 BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
-    ClearTree();
+    // InitParser below empties the tree for the parse.
     m_errorMessage.clear();
     m_errorFile.clear();
     m_errorFileStale = true;

@@ -106,7 +106,20 @@ public:
     void GetData(UCString& out, XMLD mode) const;
 
     // Empties the node for its next use; links of other nodes are untouched.
-    void Clear();
+    // Inline: a node handed out again is cleared, and one the parser filled
+    // owns nothing on the heap.
+    void Clear() {
+        if ((m_attrCount & kHeapList) || m_data.Owned()) {
+            FreeAttributes();
+            m_data.Clear();
+        }
+        m_child = m_parent = m_next = nullptr;
+        m_attrs = nullptr;
+        m_attrCount = 0;
+        m_nameId = 0;
+        m_data.Forget();
+        m_mark = 0;
+    }
     // Gives the node back to its slab.
     void Release();
 
@@ -133,7 +146,6 @@ private:
         const UCChar* data() const { return m_p; }
         size_t size() const { return m_size; }
         bool empty() const { return m_size == 0; }
-        bool Owned() const { return m_capacity != 0; }
         // Points at n units at p followed by a 0, which outlive the node.
         void Borrow(const UCChar* p, size_t n) {
             Free();
@@ -143,6 +155,12 @@ private:
         void Assign(const UCChar* p, size_t n);
         void Append(const UCChar* p, size_t n);
         void Clear() { Borrow(u"", 0); }
+        bool Owned() const { return m_capacity != 0; }
+        // Empty, for a text that owns nothing.
+        void Forget() {
+            m_p = u"";
+            m_size = 0;
+        }
 
     private:
         void Free() {
@@ -184,19 +202,6 @@ private:
     // the list grows in the store by doubling.
     void AddParsedAttribute(const UCChar* name, size_t nameLength, const UCChar* value, size_t valueLength);
     void FreeAttributes();
-    // Clear for a node handed out again: inline for one that owns nothing on
-    // the heap, as every node the parser filled.
-    void Reuse() {
-        if ((m_attrCount & kHeapList) || m_data.Owned())
-            return Clear();
-        m_child = m_parent = m_next = nullptr;
-        m_attrs = nullptr;
-        m_attrCount = 0;
-        m_nameId = 0;
-        m_data.Clear();
-        m_mark = 0;
-    }
-
     int m_nameId = 0;
     uint32_t m_attrCount = 0;  // the count, with kHeapList when the list is on the heap
     Text m_data;
@@ -295,7 +300,7 @@ inline XmlElement* XmlElementBlock::NewElement() {
     XmlElement* e = m_firstFree;
     if (e) {
         m_firstFree = e->m_next;
-        e->Reuse();
+        e->Clear();
     } else {
         if (m_unused == Capacity)
             return nullptr;
@@ -304,7 +309,7 @@ inline XmlElement* XmlElementBlock::NewElement() {
             new (e) XmlElement();  // cleared by construction
             ++m_constructed;
         } else {
-            e->Reuse();
+            e->Clear();
         }
     }
     e->m_block = this;

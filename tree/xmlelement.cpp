@@ -238,14 +238,4 @@ const UCChar* XmlElement::GetAttributeName(int i) const {
     return m_attrs->Items()[i].name;
 }
 
-void XmlElement::Clear() {
-    m_child = nullptr;
-    m_parent = nullptr;
-    m_next = nullptr;
-    FreeAttributes();
-    m_nameId = 0;
-    m_data.Clear();
-    m_mark = 0;
-}
-
 void XmlElement::Release() { m_block->FreeElement(this); }
