@@ -188,6 +188,7 @@ public:
     void Run();
 
 private:
+    bool CheckTree(const XmlElement* root);
     // What the definition says of one attribute.
     struct AttInfo {
         const XmlAttDef* def = nullptr;
@@ -206,12 +207,14 @@ private:
         std::unordered_map<View, int> attIndex;  // when there are many
         std::vector<int> required;
         std::vector<uint64_t> stamps;  // the element that last had each attribute
+        size_t hint = 0;  // where the search for the next attribute's definition starts
         std::unique_ptr<XmlAutomaton> automaton;
         bool compiled = false;
         bool nondeterministicReported = false;
         // Mixed content, no attribute required: an element of this name
         // without attributes and children has nothing to check.
         bool plain = false;
+        bool quick = false;  // plain, and compiled: nothing is left to prepare
         int type = -1;  // of the definition; -1 without one
         std::vector<bool> mixed;  // by key: whether mixed content lists it
     };
@@ -230,8 +233,8 @@ private:
     struct Token {
         View text;
         const XmlElement* element;
-        int attribute;
         uint64_t serial;  // the element's place in document order
+        int attribute;
         uint32_t hash;    // of text, worked out while the text is at hand
     };
 
@@ -716,12 +719,19 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
     // A value that nothing is compared with is not read.
     if (!tokenized && !fixed)
         return true;
-    // One pass finds the length, whether a reference stands in it, and
-    // whether its white space is anything but single blanks between other
-    // characters, which most values' is not: those need no normalising.
+    // Most values are ASCII name characters only: no reference, no white
+    // space, nothing to normalise, and a name when the first is a name
+    // start. Such a value is measured by one test a unit.
     const UCChar* end = raw;
+    while (*end < 0x80 && (kOzmAsciiNames.cls[*end] & 2))
+        ++end;
+    const bool simple = *end == 0 && end != raw;
+    // The rest of the pass finds the length, whether a reference stands in
+    // the value, and whether its white space is anything but single blanks
+    // between other characters, which most values' is not: those need no
+    // normalising either.
     bool hasRef = false, oddSpace = false, otherSpace = false;
-    UCChar prev = u' ';
+    UCChar prev = end == raw ? u' ' : end[-1];
     for (; *end; ++end) {
         const UCChar c = *end;
         hasRef |= c == u'&';
@@ -779,26 +789,27 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
         m_kept.emplace_back(token);
         return m_kept.back();
     };
+    auto isName = [simple](View t) { return simple ? (kOzmAsciiNames.cls[t[0]] & 1) != 0 : IsName(t); };
     auto syntax = [&](const UCChar* what) {
         return Report(valAttributeSyntax, u"Value " + Quoted(v) + u" of " + Where(e, index) + u" is not " + what, e);
     };
     switch (type) {
     case attId:
-        if (!IsName(v))
+        if (!isName(v))
             return syntax(u"a name");
-        m_ids.push_back({keep(v), e, index, m_serial, HashOf(v)});
+        m_ids.push_back({keep(v), e, m_serial, index, HashOf(v)});
         return true;
     case attIdref:
-        if (!IsName(v))
+        if (!isName(v))
             return syntax(u"a name");
-        m_refs.push_back({keep(v), e, index, m_serial, HashOf(v)});
+        m_refs.push_back({keep(v), e, m_serial, index, HashOf(v)});
         return true;
     case attIdrefs: {
         bool ok = !v.empty();
         Tokens(v, true, [&](View t) { ok = ok && IsName(t); });
         if (!ok)
             return syntax(u"a list of names");
-        Tokens(v, true, [&](View t) { m_refs.push_back({keep(t), e, index, m_serial, HashOf(t)}); });
+        Tokens(v, true, [&](View t) { m_refs.push_back({keep(t), e, m_serial, index, HashOf(t)}); });
         return true;
     }
     case attEntity:
@@ -815,7 +826,7 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
                       e);
     }
     case attNmtoken:
-        return IsNmtoken(v) || syntax(u"a name token");
+        return simple || IsNmtoken(v) || syntax(u"a name token");
     case attNmtokens: {
         bool ok = !v.empty();
         Tokens(v, true, [&](View t) { ok = ok && IsNmtoken(t); });
@@ -859,14 +870,22 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
             a = it == info.attIndex.end() ? -1 : it->second;
         } else {
             // Unit by unit against the definitions' names, whose lengths are
-            // known: the attribute's name is not measured first.
-            for (size_t k = 0; k < info.atts.size() && a < 0; ++k) {
+            // known: the attribute's name is not measured first. The search
+            // starts after the definition the last attribute matched, since
+            // documents mostly write attributes in the order declared.
+            const size_t size = info.atts.size();
+            size_t k = info.hint < size ? info.hint : 0;
+            for (size_t tried = 0; tried < size; ++tried) {
                 const View def = info.atts[k].name;
                 size_t n = 0;
                 while (n < def.size() && name[n] == def[n])
                     ++n;
-                if (n == def.size() && name[n] == 0)
+                if (n == def.size() && name[n] == 0) {
                     a = int(k);
+                    info.hint = k + 1;
+                    break;
+                }
+                k = k + 1 == size ? 0 : k + 1;
             }
         }
         if (a < 0) {
@@ -900,6 +919,7 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
 // that mixed content lists.
 bool XmlValidator::Prepare(const XmlElement* e, ElementInfo& info) {
     info.compiled = true;
+    info.quick = info.plain;
     const XmlElementDef& def = *info.def;
     if (def.Type() == elemMixed) {
         std::vector<UCString> names;
@@ -1095,6 +1115,56 @@ bool XmlValidator::CheckIds() {
     return !m_stopped;
 }
 
+// The walk of the check: the children of each open element in turn, the
+// innermost open element at hand, so that a child that needs nothing but
+// its step in the parent's content (a childless element without attributes
+// whose content is mixed) costs a few loads. The same order as Walk.
+bool XmlValidator::CheckTree(const XmlElement* root) {
+    m_open.clear();
+    const XmlElement* e = root;
+    Open* top = nullptr;  // the innermost open element, the back of m_open
+    for (;;) {
+        if (!e) {
+            // The children of top are done.
+            const Open done = *top;
+            m_open.pop_back();
+            if (!Finish(done))
+                return false;
+            if (m_open.empty())
+                return true;
+            top = &m_open.back();
+            e = done.element->Next();
+            continue;
+        }
+        __builtin_prefetch(reinterpret_cast<const char*>(e) + 12 * sizeof(XmlElement));
+        const int key = KeyOf(e);
+        ElementInfo& info = Info(key, e);
+        if (top) {
+            if (!Step(*top, e, key))
+                return false;
+            if (info.quick && !e->Child() && !e->AttributeCount()) {
+                e = e->Next();
+                continue;
+            }
+        }
+        if (!Visit(e, info))
+            return false;
+        const Open open{e, &info, XmlAutomaton::Start,
+                        info.automaton ? info.automaton->Row(XmlAutomaton::Start) : nullptr, nullptr, true};
+        if (e->Child()) {
+            m_open.push_back(open);
+            top = &m_open.back();
+            e = e->Child();
+            continue;
+        }
+        if (!Finish(open))
+            return false;
+        if (!top)
+            return true;  // the root alone
+        e = e->Next();
+    }
+}
+
 void XmlValidator::Run() {
     const XmlDtd& own = m_doc.GetDTD();
     const bool none = &m_dtd == &own ? !own.HaveContents() && own.DocType().empty()
@@ -1115,25 +1185,7 @@ void XmlValidator::Run() {
         !Report(valRootName,
                 u"Root element '" + UCString(root->Name()) + u"' is not the document type '" + docType + u"'", root))
         return;
-    const bool done = Walk(
-        [this](const XmlElement* e) {
-            const int key = KeyOf(e);
-            ElementInfo& info = Info(key, e);
-            if (!m_open.empty() && !Step(m_open.back(), e, key))
-                return false;
-            if (info.plain && info.compiled && !e->Child() && !e->AttributeCount())
-                return true;
-            if (!Visit(e, info))
-                return false;
-            Open open{e, &info, XmlAutomaton::Start,
-                      info.automaton ? info.automaton->Row(XmlAutomaton::Start) : nullptr, nullptr, true};
-            if (e->Child()) {
-                m_open.push_back(open);
-                return true;
-            }
-            return Finish(open);
-        },
-        [this](const Open& open) { return Finish(open); });
+    const bool done = CheckTree(root);
     if (!done)
         return;
     m_open.clear();
