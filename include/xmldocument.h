@@ -220,7 +220,9 @@ public:
     // Checks the tree against the document's own definition, or against dtd
     // (one read with ParseExternalDTD, say, or generated into another
     // document). violations is emptied, then receives what is found: the
-    // definition's own faults, then the tree's in document order, then, in
+    // definition's own faults, then the tree's in document order (text in
+    // element content, spread among the children, counts at the element's
+    // end, before a child found missing there), then, in
     // document order too, ID values met before and IDREF values that name no
     // ID, which are known only at the end; up to maxViolations of them (0: no
     // limit), where the check stops. True when nothing was found. Changes

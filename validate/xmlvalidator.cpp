@@ -196,6 +196,7 @@ private:
         std::vector<View> enums;
         UCString fixed;     // the #FIXED value as compared
         bool fixedOk = true;  // the fixed value could be worked out
+        bool read = false;    // the value is compared with anything: of a type other than CDATA, or #FIXED
         std::unordered_set<View> values;  // of a long enumeration
     };
     // What the definition says of one element name.
@@ -282,6 +283,46 @@ private:
         return true;  // EMPTY reported its children already; ANY takes any
     }
     bool StepFault(Open& parent, const XmlElement* child, int next);
+    // Whether the text of e, of element content, is white space only.
+    bool CheckText(const XmlElement* e, const ElementInfo& info);
+    // The children of open from e on that are childless, have no
+    // attributes, are of a name whose content needs no check, and whose step
+    // in open's model the automaton's table holds: matched in a loop of
+    // their own, most children of most documents. Returns the first child
+    // that is not such a one, or null after the last.
+    const XmlElement* StepLeaves(Open& open, const XmlElement* e) {
+        const ElementInfo& parent = *open.info;
+        if (parent.type != elemChildren || !open.matching || parent.automaton->Undecided())
+            return e;
+        const XmlAutomaton& automaton = *parent.automaton;
+        const uint32_t range = automaton.KeyRange();
+        ElementInfo* const* infos = m_infoOf.data();
+        const size_t known = m_infoOf.size();
+        const int* row = open.row;
+        int state = open.state;
+        const XmlElement* last = open.last;
+        while (e && row && !e->Child() && !e->AttributeCount()) {
+            __builtin_prefetch(reinterpret_cast<const char*>(e) + 12 * sizeof(XmlElement));
+            const XmlDocument* owner;
+            const int key = XmlDocument::NameIndexOf(e, owner);
+            if (owner != &m_doc || uint32_t(key) >= range || size_t(key) >= known || !infos[key] ||
+                !infos[key]->quick)
+                break;
+            const int next = row[key];
+            if (next < 0)
+                break;
+            if (next != state) {
+                state = next;
+                row = automaton.Row(next);
+            }
+            last = e;
+            e = e->Next();
+        }
+        open.state = state;
+        open.row = row;
+        open.last = last;
+        return e;
+    }
     // The end of the children of the open element.
     bool Finish(const Open& open);
     bool ContentFault(const Open& open, const XmlElement* child, int state);
@@ -349,6 +390,13 @@ private:
     std::unordered_map<const XmlElement*, std::unordered_map<const XmlElement*, std::pair<int, int>>> m_ranks;
     std::unordered_map<UCString, const XmlEntityDef*> m_entities;
     std::vector<Token> m_ids, m_refs;
+    // Their sort keys, hash << 32 | place, kept beside them as they come,
+    // so that sorting does not read the tokens again.
+    std::vector<uint64_t> m_idKeys, m_refKeys;
+    static void AddToken(std::vector<Token>& tokens, std::vector<uint64_t>& keys, const Token& token) {
+        keys.push_back(uint64_t(token.hash) << 32 | tokens.size());
+        tokens.push_back(token);
+    }
     std::deque<UCString> m_kept;  // values that IDs and references point into
     UCString m_value, m_scratch;
     uint64_t m_expanded = 0, m_rawUnits = 0;
@@ -461,6 +509,7 @@ void XmlValidator::Describe(ElementInfo& info) {
         AttInfo& att = info.atts.back();
         att.def = def;
         att.name = def->Name();
+        att.read = (def->Type() != attCdata && def->Type() != attNone) || def->DefType() == defFixed;
         for (int k = 0; k < def->EnumCount(); ++k)
             att.enums.push_back(View(def->GetEnum(k)));
         if (def->DefType() == defRequired)
@@ -797,19 +846,19 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
     case attId:
         if (!isName(v))
             return syntax(u"a name");
-        m_ids.push_back({keep(v), e, m_serial, index, HashOf(v)});
+        AddToken(m_ids, m_idKeys, {keep(v), e, m_serial, index, HashOf(v)});
         return true;
     case attIdref:
         if (!isName(v))
             return syntax(u"a name");
-        m_refs.push_back({keep(v), e, m_serial, index, HashOf(v)});
+        AddToken(m_refs, m_refKeys, {keep(v), e, m_serial, index, HashOf(v)});
         return true;
     case attIdrefs: {
         bool ok = !v.empty();
         Tokens(v, true, [&](View t) { ok = ok && IsName(t); });
         if (!ok)
             return syntax(u"a list of names");
-        Tokens(v, true, [&](View t) { m_refs.push_back({keep(t), e, m_serial, index, HashOf(t)}); });
+        Tokens(v, true, [&](View t) { AddToken(m_refs, m_refKeys, {keep(t), e, m_serial, index, HashOf(t)}); });
         return true;
     }
     case attEntity:
@@ -902,7 +951,8 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
             continue;
         }
         info.stamps[size_t(a)] = serial;
-        if (!CheckValue(e, i, attrs[i].value, info.atts[size_t(a)]))
+        const AttInfo& att = info.atts[size_t(a)];
+        if (att.read && !CheckValue(e, i, attrs[i].value, att))
             return false;
     }
     for (int r : info.required)
@@ -969,13 +1019,15 @@ bool XmlValidator::Visit(const XmlElement* e, ElementInfo& info) {
                           e);
         return true;
     case elemChildren: {
+        // The text of an element with children is checked when they are
+        // done (CheckText from Finish): it is fetched now, and is at hand
+        // by then.
+        if (!e->Child())
+            return CheckText(e, info);
+        const UCChar* data = e->Data();
         const size_t n = size_t(e->DataLength());
-        const size_t at = OzmUnits::SpaceRun(e->Data(), n);
-        if (at < n)
-            return Report(valTextInContent, u"Element '" + UCString(e->Name()) + u"' has text " +
-                                                Quoted(View(e->Data() + at, n - at)) + u" where its content " +
-                                                ModelText(def) + u" allows only elements",
-                          e);
+        for (size_t i = 0; i < n && i < 128; i += 32)
+            __builtin_prefetch(data + i);
         return true;
     }
     default:
@@ -1029,22 +1081,34 @@ bool XmlValidator::StepFault(Open& parent, const XmlElement* child, int next) {
     return true;
 }
 
+bool XmlValidator::CheckText(const XmlElement* e, const ElementInfo& info) {
+    const size_t n = size_t(e->DataLength());
+    const size_t at = OzmUnits::SpaceRun(e->Data(), n);
+    if (at < n)
+        return Report(valTextInContent, u"Element '" + UCString(e->Name()) + u"' has text " +
+                                            Quoted(View(e->Data() + at, n - at)) + u" where its content " +
+                                            ModelText(*info.def) + u" allows only elements",
+                      e);
+    return true;
+}
+
 bool XmlValidator::Finish(const Open& open) {
     const ElementInfo& info = *open.info;
-    if (!info.def || info.def->Type() != elemChildren || !open.matching || info.automaton->Accepting(open.state))
+    if (!info.def || info.def->Type() != elemChildren)
+        return true;
+    if (open.element->Child() && !CheckText(open.element, info))
+        return false;
+    if (!open.matching || info.automaton->Accepting(open.state))
         return true;
     return ContentFault(open, nullptr, open.state);
 }
 
 bool XmlValidator::CheckIds() {
-    auto sorted = [](const std::vector<Token>& tokens) {
-        std::vector<uint64_t> keys(tokens.size());
-        for (size_t i = 0; i < tokens.size(); ++i)
-            keys[i] = uint64_t(tokens[i].hash) << 32 | i;
-        SortByHigh(keys);
-        return keys;
-    };
-    const std::vector<uint64_t> ids = sorted(m_ids), refs = sorted(m_refs);
+    std::vector<uint64_t> ids, refs;
+    ids.swap(m_idKeys);
+    refs.swap(m_refKeys);
+    SortByHigh(ids);
+    SortByHigh(refs);
     // The faults, as (token, is a reference), in document order below.
     std::vector<std::pair<const Token*, bool>> faults;
     // Runs of one hash: the distinct texts in each, and the IDs after the
@@ -1124,6 +1188,8 @@ bool XmlValidator::CheckTree(const XmlElement* root) {
     const XmlElement* e = root;
     Open* top = nullptr;  // the innermost open element, the back of m_open
     for (;;) {
+        if (e && top && top->row)
+            e = StepLeaves(*top, e);
         if (!e) {
             // The children of top are done.
             const Open done = *top;

@@ -130,18 +130,19 @@ TEST(Validate, OneViolationEach) {
 
 TEST(Validate, PathsAndOrder) {
     // Positions among siblings of one name, only where there are several;
-    // the definition first, the tree in document order, IDs and references
-    // last.
+    // the definition first, the tree in document order (text in element
+    // content at the element's end), IDs and references last.
     const std::vector<Found> found = CheckText(
         "<!DOCTYPE r [<!ELEMENT r (a | b)*><!ELEMENT a (#PCDATA)><!ELEMENT b EMPTY><!ELEMENT b EMPTY>"
         "<!ATTLIST a i ID #IMPLIED ref IDREF #IMPLIED>]>"
-        "<r><a ref='none'/><b/><a i='x'/><a i='x'><z/></a></r>");
+        "<r>t<a ref='none'/><b/><a i='x'/><a i='x'><z/></a></r>");
     std::vector<std::pair<int, std::string>> got;
     for (const Found& f : found)
         got.emplace_back(f.kind, f.path);
     const std::vector<std::pair<int, std::string>> want = {{valDuplicateElementDecl, ""},
                                                            {valMixedContent, "/r/a[3]"},
                                                            {valUndeclaredElement, "/r/a[3]/z"},
+                                                           {valTextInContent, "/r"},
                                                            {valDanglingIdref, "/r/a[1]"},
                                                            {valDuplicateId, "/r/a[3]"}};
     EXPECT_EQ(got, want);
