@@ -208,7 +208,6 @@ private:
         std::unordered_map<View, int> attIndex;  // when there are many
         std::vector<int> required;
         std::vector<uint64_t> stamps;  // the element that last had each attribute
-        size_t hint = 0;  // where the search for the next attribute's definition starts
         std::unique_ptr<XmlAutomaton> automaton;
         bool compiled = false;
         bool nondeterministicReported = false;
@@ -775,6 +774,37 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
     while (*end < 0x80 && (kOzmAsciiNames.cls[*end] & 2))
         ++end;
     const bool simple = *end == 0 && end != raw;
+    if (simple && !fixed) {
+        // Nothing to normalise and no fixed value: the common types are
+        // checked here; what is wrong is reported below.
+        const View v(raw, size_t(end - raw));
+        switch (type) {
+        case attId:
+        case attIdref:
+            if (!(kOzmAsciiNames.cls[raw[0]] & 1))
+                break;
+            if (type == attId)
+                AddToken(m_ids, m_idKeys, {v, e, m_serial, index, HashOf(v)});
+            else
+                AddToken(m_refs, m_refKeys, {v, e, m_serial, index, HashOf(v)});
+            return true;
+        case attNmtoken:
+        case attNmtokens:
+            return true;
+        case attEnumerated:
+            if (!att.values.empty()) {
+                if (att.values.count(v))
+                    return true;
+            } else {
+                for (const View& value : att.enums)
+                    if (value.size() == v.size() && OzmUnits::Same(value.data(), v.data(), v.size()))
+                        return true;
+            }
+            break;
+        default:
+            break;
+        }
+    }
     // The rest of the pass finds the length, whether a reference stands in
     // the value, and whether its white space is anything but single blanks
     // between other characters, which most values' is not: those need no
@@ -911,6 +941,7 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
         return true;
     const uint64_t serial = m_serial;
     const auto* attrs = XmlDocument::AttributesOf(e);
+    size_t hint = 0;  // where the search for the next attribute's definition starts
     for (int i = 0; i < count; ++i) {
         const UCChar* name = attrs[i].name;
         int a = -1;
@@ -920,10 +951,11 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
         } else {
             // Unit by unit against the definitions' names, whose lengths are
             // known: the attribute's name is not measured first. The search
-            // starts after the definition the last attribute matched, since
-            // documents mostly write attributes in the order declared.
+            // starts after the definition the element's previous attribute
+            // matched, since documents mostly write attributes in the order
+            // declared.
             const size_t size = info.atts.size();
-            size_t k = info.hint < size ? info.hint : 0;
+            size_t k = hint < size ? hint : 0;
             for (size_t tried = 0; tried < size; ++tried) {
                 const View def = info.atts[k].name;
                 size_t n = 0;
@@ -931,7 +963,7 @@ bool XmlValidator::CheckAttributes(const XmlElement* e, ElementInfo& info) {
                     ++n;
                 if (n == def.size() && name[n] == 0) {
                     a = int(k);
-                    info.hint = k + 1;
+                    hint = k + 1;
                     break;
                 }
                 k = k + 1 == size ? 0 : k + 1;

@@ -119,7 +119,8 @@ TEST(Validate, OneViolationEach) {
             EXPECT_TRUE(found.empty()) << found[0].message;
             continue;
         }
-        ASSERT_EQ(found.size(), 1u) << found[0].message << (found.size() > 1 ? " / " + found[1].message : "");
+        ASSERT_EQ(found.size(), 1u) << (found.empty() ? "none" : found[0].message)
+                                    << (found.size() > 1 ? " / " + found[1].message : "");
         EXPECT_EQ(found[0].kind, row.kind) << found[0].message;
         EXPECT_EQ(found[0].path, row.path);
         if (row.message) {
