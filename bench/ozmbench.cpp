@@ -35,7 +35,7 @@ const Command kCommands[] = {
     {"generate", GenerateCommand, "ozmbench generate [--size MB] [--repeat N] [--names N]\n"},
     {"write", WriteCommand, "ozmbench write [--size MB] [--repeat N] [--dir PATH]\n"},
     {"validate", ValidateCommand,
-     "ozmbench validate [--size MB] [--repeat N]\nozmbench validate --emit FILE [--size MB]\n"
+     "ozmbench validate [--size MB] [--repeat N] [--entry string|bytes|file]\nozmbench validate --emit FILE [--size MB]\n"
      "ozmbench validate --emit-small DIR [--count N]\n"},
 };
 

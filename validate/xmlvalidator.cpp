@@ -257,6 +257,8 @@ private:
     bool Visit(const XmlElement* e, ElementInfo& info);
     bool CheckAttributes(const XmlElement* e, ElementInfo& info);
     bool CheckValue(const XmlElement* e, int index, const UCChar* raw, const AttInfo& att);
+    // The whole check of a value, for any value and type.
+    bool CheckAnyValue(const XmlElement* e, int index, const UCChar* raw, const AttInfo& att);
     bool Prepare(const XmlElement* e, ElementInfo& info);
     // The child of the open element parent with name key: inline for the
     // common case, StepFault for the rest.
@@ -759,7 +761,50 @@ UCString XmlValidator::PathOf(const XmlElement* e) {
     return path;
 }
 
-bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw, const AttInfo& att) {
+// The common case inline: a value of ASCII name characters only, of a type
+// that needs neither normalising nor a fixed value, is checked in place;
+// anything else, and any fault, goes to the general check.
+inline bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw, const AttInfo& att) {
+    const XmlAttDef& def = *att.def;
+    const int type = def.Type();
+    if (def.DefType() == defFixed)
+        return CheckAnyValue(e, index, raw, att);
+    const UCChar* end = raw;
+    while (*end < 0x80 && (kOzmAsciiNames.cls[*end] & 2))
+        ++end;
+    if (*end != 0 || end == raw)
+        return CheckAnyValue(e, index, raw, att);
+    const View v(raw, size_t(end - raw));
+    switch (type) {
+    case attId:
+    case attIdref:
+        if (!(kOzmAsciiNames.cls[raw[0]] & 1))
+            break;
+        if (type == attId)
+            AddToken(m_ids, m_idKeys, {v, e, m_serial, index, HashOf(v)});
+        else
+            AddToken(m_refs, m_refKeys, {v, e, m_serial, index, HashOf(v)});
+        return true;
+    case attNmtoken:
+    case attNmtokens:
+        return true;
+    case attEnumerated:
+        if (!att.values.empty()) {
+            if (att.values.count(v))
+                return true;
+        } else {
+            for (const View& value : att.enums)
+                if (value.size() == v.size() && OzmUnits::Same(value.data(), v.data(), v.size()))
+                    return true;
+        }
+        break;
+    default:
+        break;
+    }
+    return CheckAnyValue(e, index, raw, att);
+}
+
+bool XmlValidator::CheckAnyValue(const XmlElement* e, int index, const UCChar* raw, const AttInfo& att) {
     const XmlAttDef& def = *att.def;
     const int type = def.Type();
     const bool tokenized = type != attCdata && type != attNone;
@@ -774,37 +819,6 @@ bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw,
     while (*end < 0x80 && (kOzmAsciiNames.cls[*end] & 2))
         ++end;
     const bool simple = *end == 0 && end != raw;
-    if (simple && !fixed) {
-        // Nothing to normalise and no fixed value: the common types are
-        // checked here; what is wrong is reported below.
-        const View v(raw, size_t(end - raw));
-        switch (type) {
-        case attId:
-        case attIdref:
-            if (!(kOzmAsciiNames.cls[raw[0]] & 1))
-                break;
-            if (type == attId)
-                AddToken(m_ids, m_idKeys, {v, e, m_serial, index, HashOf(v)});
-            else
-                AddToken(m_refs, m_refKeys, {v, e, m_serial, index, HashOf(v)});
-            return true;
-        case attNmtoken:
-        case attNmtokens:
-            return true;
-        case attEnumerated:
-            if (!att.values.empty()) {
-                if (att.values.count(v))
-                    return true;
-            } else {
-                for (const View& value : att.enums)
-                    if (value.size() == v.size() && OzmUnits::Same(value.data(), v.data(), v.size()))
-                        return true;
-            }
-            break;
-        default:
-            break;
-        }
-    }
     // The rest of the pass finds the length, whether a reference stands in
     // the value, and whether its white space is anything but single blanks
     // between other characters, which most values' is not: those need no
