@@ -1,7 +1,9 @@
 // ozmxml - the command-line front door of the library: checks documents,
 // shows their element trees, writes them back, and prints, generates and
 // draws their definitions. Built on the public interface only.
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <stdio_ext.h>
 #include <unistd.h>
 
@@ -389,10 +391,12 @@ bool Parse(XmlDocument& doc, const std::string& file, bool ignoreDtd, bool requi
     if (IsStdin(file)) {
         rc = doc.ParseDLL(u"fd:0", false, false, nullptr, ignoreDtd);
     } else {
-        if (!Readable(file))
-            return false;
         const bool validate = false;
         rc = doc.ParseFile(Wide(file.c_str()).c_str(), validate, ignoreDtd);
+        // A file that could not be opened is named with the system's
+        // reason, asked only then, so that a good file costs no call more.
+        if (rc == errOpenSource && !Readable(file))
+            return false;
     }
     if (rc == errNone) {
         if (doc.RootElement() || !requireRoot)
@@ -592,6 +596,44 @@ struct BatchFile {
     std::string problem;  // why it fails before it is read
 };
 
+// Appends to found the files below dir (a path ending in '/') whose names
+// end in ext: regular files, and links to them; directories are entered,
+// links to directories are not. The type comes with each entry where the
+// file system gives it, so that a directory of many files costs no call per
+// file. Directories that cannot be read below the first are passed over;
+// false with errno when dir itself cannot be.
+bool FindFiles(const std::string& dir, const std::string& ext, std::vector<std::string>& found, bool top) {
+    DIR* d = ::opendir(dir.c_str());
+    if (!d)
+        return !top;
+    std::vector<std::string> below;
+    while (const dirent* entry = ::readdir(d)) {
+        const char* name = entry->d_name;
+        if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
+            continue;
+        unsigned char type = entry->d_type;
+        std::string path = dir + name;
+        if (type == DT_UNKNOWN || type == DT_LNK) {
+            struct stat st;
+            if (::lstat(path.c_str(), &st) != 0)
+                continue;
+            if (S_ISLNK(st.st_mode))
+                type = ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) ? DT_REG : DT_LNK;
+            else
+                type = S_ISDIR(st.st_mode) ? DT_DIR : S_ISREG(st.st_mode) ? DT_REG : DT_UNKNOWN;
+        }
+        if (type == DT_DIR)
+            below.push_back(path + '/');
+        else if (type == DT_REG && path.size() > ext.size() &&
+                 path.compare(path.size() - ext.size(), std::string::npos, ext) == 0)
+            found.push_back(std::move(path));
+    }
+    ::closedir(d);
+    for (const std::string& sub : below)
+        FindFiles(sub, ext, found, false);
+    return true;
+}
+
 std::vector<BatchFile> ExpandFiles(const std::vector<std::string>& named, const Batch& batch) {
     std::vector<BatchFile> files;
     for (const std::string& file : named) {
@@ -604,24 +646,32 @@ std::vector<BatchFile> ExpandFiles(const std::vector<std::string>& named, const 
             files.push_back({file, "is a directory (use -r)"});
             continue;
         }
+        const std::string dir = file.back() == '/' ? file : file + '/';
         std::vector<std::string> found;
-        const auto options = std::filesystem::directory_options::skip_permission_denied;
-        std::filesystem::recursive_directory_iterator it(file, options, ec), end;
-        for (; !ec && it != end; it.increment(ec)) {
-            const std::string path = it->path().string();
-            if (path.size() > batch.ext.size() && path.compare(path.size() - batch.ext.size(), std::string::npos,
-                                                                batch.ext) == 0 &&
-                it->is_regular_file(ec))
-                found.push_back(path);
-            ec.clear();
-        }
-        if (ec) {
-            files.push_back({file, "cannot read the directory: " + ec.message()});
+        if (!FindFiles(dir, batch.ext, found, true)) {
+            files.push_back({file, std::string("cannot read the directory: ") + std::strerror(errno)});
             continue;
         }
-        std::sort(found.begin(), found.end());
-        for (std::string& f : found)
-            files.push_back({std::move(f), ""});
+        // In the order of the names' bytes: by the eight bytes after the
+        // directory's own name first, which tell most names apart, then
+        // whole.
+        struct Keyed {
+            uint64_t key;
+            size_t index;
+        };
+        std::vector<Keyed> order(found.size());
+        for (size_t i = 0; i < found.size(); ++i) {
+            uint64_t key = 0;
+            for (size_t k = 0; k < 8; ++k)
+                key = key << 8 | (dir.size() + k < found[i].size() ? uint8_t(found[i][dir.size() + k]) : 0);
+            order[i] = {key, i};
+        }
+        std::sort(order.begin(), order.end(), [&](const Keyed& a, const Keyed& b) {
+            return a.key != b.key ? a.key < b.key : found[a.index] < found[b.index];
+        });
+        files.reserve(files.size() + found.size());
+        for (const Keyed& k : order)
+            files.push_back({std::move(found[k.index]), ""});
     }
     return files;
 }
