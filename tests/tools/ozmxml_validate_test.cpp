@@ -38,9 +38,9 @@ struct Case {
      "\"Improper element nesting\"}]}\n{\"name\":\"good.xml\",\"status\":\"parsed\",\"errors\":[]}\n",
      ""},
     {"check dir", 1, "", "dir: is a directory (use -r)\n"},
-    {"check -r -j 3 dir", 1, "5 files: 4 parsed, 1 failed\n", "dir/d/e3.xml:1:3: Improper element nesting\n"},
+    {"check -r -j 3 dir", 1, "6 files: 5 parsed, 1 failed\n", "dir/d/e3.xml:1:3: Improper element nesting\n"},
     {"check -r --ext doc -j 2 dir", 0, "", ""},
-    {"validate -r -j 2 dir", 1, "5 files: 0 valid, 4 invalid, 1 failed\n",
+    {"validate -r -j 2 dir", 1, "6 files: 1 valid, 4 invalid, 1 failed\n",
      "dir/a1.xml: The document has no document type definition\n"
      "dir/a2.xml: The document has no document type definition\n"
      "dir/b.xml: The document has no document type definition\n"
@@ -71,6 +71,9 @@ TEST(OzmxmlValidate, TableOfRuns) {
     for (const char* f : {"dir/b.xml", "dir/a2.xml", "dir/a1.xml", "dir/d/e4.xml", "dir/skip.txt", "dir/x.doc"})
         dir.Write(f, "<a/>");
     dir.Write("dir/d/e3.xml", "<a></b>");
+    // A link to a file is a file; a link to a directory is not entered.
+    std::filesystem::create_symlink("../good.xml", dir.Path("dir/c.xml"));
+    std::filesystem::create_directory_symlink("..", dir.Path("dir/d/up"));
     for (const Case& c : kCases) {
         const std::string command = "cd '" + dir.Dir() + "' && { '" OZM_TOOL_OZMXML "' " + c.args +
                                     "; } >stdout.txt 2>stderr.txt </dev/null";
