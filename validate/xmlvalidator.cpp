@@ -211,10 +211,12 @@ private:
         std::unique_ptr<XmlAutomaton> automaton;
         bool compiled = false;
         bool nondeterministicReported = false;
-        // Mixed content, no attribute required: an element of this name
-        // without attributes and children has nothing to check.
+        // No attribute required, and content that is mixed, ANY or EMPTY:
+        // an element of this name without attributes and children (and,
+        // for EMPTY, without text) has nothing to check.
         bool plain = false;
         bool quick = false;  // plain, and compiled: nothing is left to prepare
+        bool textless = false;  // EMPTY: the element must have no text as well
         int type = -1;  // of the definition; -1 without one
         std::vector<bool> mixed;  // by key: whether mixed content lists it
     };
@@ -307,7 +309,7 @@ private:
             const XmlDocument* owner;
             const int key = XmlDocument::NameIndexOf(e, owner);
             if (owner != &m_doc || uint32_t(key) >= range || size_t(key) >= known || !infos[key] ||
-                !infos[key]->quick)
+                !infos[key]->quick || (infos[key]->textless && e->DataLength()))
                 break;
             const int next = row[key];
             if (next < 0)
@@ -488,7 +490,10 @@ XmlValidator::ElementInfo& XmlValidator::NewInfo(int key, const XmlElement* e) {
         info.list = m_dtd.FindAttrList(info.name);
     }
     Describe(info);
-    info.plain = info.def && info.def->Type() == elemMixed && info.required.empty();
+    info.plain = info.def &&
+                 (info.def->Type() == elemMixed || info.def->Type() == elemAny || info.def->Type() == elemEmpty) &&
+                 info.required.empty();
+    info.textless = info.def && info.def->Type() == elemEmpty;
     info.type = info.def ? info.def->Type() : -1;
     return info;
 }
@@ -1142,7 +1147,7 @@ bool XmlValidator::Finish(const Open& open) {
     const ElementInfo& info = *open.info;
     if (!info.def || info.def->Type() != elemChildren)
         return true;
-    if (open.element->Child() && !CheckText(open.element, info))
+    if (open.element->Child() && open.element->DataLength() && !CheckText(open.element, info))
         return false;
     if (!open.matching || info.automaton->Accepting(open.state))
         return true;
@@ -1234,7 +1239,7 @@ bool XmlValidator::CheckTree(const XmlElement* root) {
     const XmlElement* e = root;
     Open* top = nullptr;  // the innermost open element, the back of m_open
     for (;;) {
-        if (e && top && top->row)
+        if (e && top && top->row && !e->Child())
             e = StepLeaves(*top, e);
         if (!e) {
             // The children of top are done.
@@ -1254,7 +1259,7 @@ bool XmlValidator::CheckTree(const XmlElement* root) {
         if (top) {
             if (!Step(*top, e, key))
                 return false;
-            if (info.quick && !e->Child() && !e->AttributeCount()) {
+            if (info.quick && !e->Child() && !e->AttributeCount() && !(info.textless && e->DataLength())) {
                 e = e->Next();
                 continue;
             }
