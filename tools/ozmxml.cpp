@@ -165,7 +165,7 @@ UCString Wide(const char* text) {
     return out;
 }
 
-bool IsStdin(const std::string& file) { return file == "-"; }
+bool IsStdin(const std::string& file) { return file.size() == 1 && file[0] == '-'; }
 
 // Appends text from a document or a file name to out, made safe to print: a
 // control character would act on the terminal. Valid UTF-8 stays as it is,
