@@ -314,6 +314,12 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
+    // The number of files, once it is known.
+    void Total(size_t total) {
+        std::lock_guard<std::mutex> lock(g_terminal);
+        m_total = total;
+    }
+
     void At(size_t index, const std::string& file) {
         if (!m_thread.joinable())
             return;  // nothing is shown
@@ -596,13 +602,14 @@ struct BatchFile {
     std::string problem;  // why it fails before it is read
 };
 
-// Appends to found the files below dir (a path ending in '/') whose names
+// Hands each(path) the files below dir (a path ending in '/') whose names
 // end in ext: regular files, and links to them; directories are entered,
 // links to directories are not. The type comes with each entry where the
 // file system gives it, so that a directory of many files costs no call per
 // file. Directories that cannot be read below the first are passed over;
 // false with errno when dir itself cannot be.
-bool FindFiles(const std::string& dir, const std::string& ext, std::vector<std::string>& found, bool top) {
+template <class Each>
+bool FindFiles(const std::string& dir, const std::string& ext, bool top, Each&& each) {
     DIR* d = ::opendir(dir.c_str());
     if (!d)
         return !top;
@@ -626,54 +633,59 @@ bool FindFiles(const std::string& dir, const std::string& ext, std::vector<std::
             below.push_back(path + '/');
         else if (type == DT_REG && path.size() > ext.size() &&
                  path.compare(path.size() - ext.size(), std::string::npos, ext) == 0)
-            found.push_back(std::move(path));
+            each(std::move(path));
     }
     ::closedir(d);
     for (const std::string& sub : below)
-        FindFiles(sub, ext, found, false);
+        FindFiles(sub, ext, false, each);
     return true;
 }
 
-std::vector<BatchFile> ExpandFiles(const std::vector<std::string>& named, const Batch& batch) {
-    std::vector<BatchFile> files;
+template <class Found>
+std::vector<size_t> ExpandFiles(const std::vector<std::string>& named, const Batch& batch, Found&& found) {
+    std::vector<size_t> order;
     for (const std::string& file : named) {
         std::error_code ec;
         if (IsStdin(file) || !std::filesystem::is_directory(file, ec)) {
-            files.push_back({file, ""});
+            order.push_back(order.size());
+            found(BatchFile{file, ""});
             continue;
         }
         if (!batch.recursive) {
-            files.push_back({file, "is a directory (use -r)"});
+            order.push_back(order.size());
+            found(BatchFile{file, "is a directory (use -r)"});
             continue;
         }
         const std::string dir = file.back() == '/' ? file : file + '/';
-        std::vector<std::string> found;
-        if (!FindFiles(dir, batch.ext, found, true)) {
-            files.push_back({file, std::string("cannot read the directory: ") + std::strerror(errno)});
-            continue;
-        }
-        // In the order of the names' bytes: by the eight bytes after the
-        // directory's own name first, which tell most names apart, then
-        // whole.
+        // By the eight bytes after the directory's own name first, which
+        // tell most names apart, then whole.
         struct Keyed {
             uint64_t key;
             size_t index;
+            std::string name;
         };
-        std::vector<Keyed> order(found.size());
-        for (size_t i = 0; i < found.size(); ++i) {
+        std::vector<Keyed> keyed;
+        const size_t first = order.size();
+        const bool listed = FindFiles(dir, batch.ext, true, [&](std::string&& path) {
             uint64_t key = 0;
             for (size_t k = 0; k < 8; ++k)
-                key = key << 8 | (dir.size() + k < found[i].size() ? uint8_t(found[i][dir.size() + k]) : 0);
-            order[i] = {key, i};
-        }
-        std::sort(order.begin(), order.end(), [&](const Keyed& a, const Keyed& b) {
-            return a.key != b.key ? a.key < b.key : found[a.index] < found[b.index];
+                key = key << 8 | (dir.size() + k < path.size() ? uint8_t(path[dir.size() + k]) : 0);
+            keyed.push_back({key, first + keyed.size(), path});
+            found(BatchFile{std::move(path), ""});
         });
-        files.reserve(files.size() + found.size());
-        for (const Keyed& k : order)
-            files.push_back({std::move(found[k.index]), ""});
+        if (!listed) {
+            const int error = errno;
+            order.push_back(order.size());
+            found(BatchFile{file, std::string("cannot read the directory: ") + std::strerror(error)});
+            continue;
+        }
+        std::sort(keyed.begin(), keyed.end(), [](const Keyed& x, const Keyed& y) {
+            return x.key != y.key ? x.key < y.key : x.name < y.name;
+        });
+        for (const Keyed& k : keyed)
+            order.push_back(k.index);
     }
-    return files;
+    return order;
 }
 
 // What became of one file.
@@ -765,51 +777,79 @@ void PrintResult(const std::string& file, const FileResult& result, bool json, c
         Message("%s: stopped after %zu violations (--max-errors)\n", Shown(file).c_str(), result.violations.size());
 }
 
-// Runs work(doc, file, result) for every file on jobs threads, each with a
-// document of its own that it reuses, and hands the results to emit on this
-// thread in the order of the files, whatever the order in which they finish.
-template <class Work, class Emit>
-void RunBatch(const std::vector<BatchFile>& files, unsigned jobs, Work&& work, Emit&& emit) {
-    auto process = [&](XmlDocument& doc, size_t i, FileResult& result) {
+// Runs work(doc, file, result) for every file of named (see ExpandFiles) on
+// batch.jobs threads, each with a document of its own that it reuses, and
+// hands each result to emit(place, file, result) on this thread in the
+// order to show them, whatever the order in which they finish; listed(n)
+// is told the number of files once they are all found. The workers start on
+// the first files while the rest are still being found. Returns the number
+// of files.
+template <class Work, class Emit, class Listed>
+size_t RunBatch(const std::vector<std::string>& named, const Batch& batch, Work&& work, Emit&& emit,
+                Listed&& listed) {
+    auto process = [&](XmlDocument& doc, const BatchFile& file, FileResult& result) {
         t_problems = &result.problems;
         try {
-            if (!files[i].problem.empty()) {
-                FileError(files[i].name, -1, 0, files[i].problem);
+            if (!file.problem.empty()) {
+                FileError(file.name, -1, 0, file.problem);
                 result.status = 2;
             } else {
-                work(doc, files[i].name, result);
+                work(doc, file.name, result);
             }
         } catch (const std::bad_alloc&) {
-            result.problems.push_back({files[i].name, -1, 0, "out of memory"});
+            result.problems.push_back({file.name, -1, 0, "out of memory"});
             result.status = 2;
         }
         t_problems = nullptr;
     };
-    if (jobs <= 1 || files.size() <= 1) {
+    std::error_code ec;
+    const bool single = named.size() == 1 && (IsStdin(named[0]) || !batch.recursive ||
+                                              !std::filesystem::is_directory(named[0], ec));
+    if (batch.jobs <= 1 || single) {
+        std::vector<BatchFile> files;
+        const std::vector<size_t> order =
+            ExpandFiles(named, batch, [&](BatchFile&& f) { files.push_back(std::move(f)); });
+        listed(files.size());
         XmlDocument doc;
-        for (size_t i = 0; i < files.size(); ++i) {
+        for (size_t k = 0; k < order.size(); ++k) {
             FileResult result;
-            process(doc, i, result);
-            emit(i, result);
+            process(doc, files[order[k]], result);
+            emit(k, files[order[k]].name, result);
         }
-        return;
+        return files.size();
     }
-    // This thread is one of the workers: between files of its own it prints
-    // the results that are ready in order, and it waits only at the end, so
-    // that small files cost no switch between threads each.
-    std::vector<FileResult> results(files.size());
-    std::unique_ptr<std::atomic<bool>[]> done(new std::atomic<bool>[files.size()]);
-    for (size_t i = 0; i < files.size(); ++i)
-        done[i] = false;
-    std::atomic<size_t> next{0}, awaited{SIZE_MAX};
+    // The files as found, each with its result, in blocks that never move:
+    // block b holds 1024 << b of them. The finder fills a place and then
+    // publishes it; a worker takes the next number and waits only when the
+    // finder has not got that far.
+    struct Slot {
+        BatchFile file;
+        FileResult result;
+        std::atomic<bool> done{false};
+    };
+    constexpr int kBlocks = 48;
+    std::unique_ptr<Slot[]> blocks[kBlocks];
+    auto at = [&](size_t i) -> Slot& {
+        const size_t j = i + 1024;
+        const int b = 63 - __builtin_clzll(j) - 10;
+        return blocks[b][j - (size_t(1024) << b)];
+    };
+    std::atomic<size_t> next{0}, published{0};
+    std::atomic<bool> all{false};
     std::mutex lock;
-    std::condition_variable finished;
+    std::condition_variable more, finished;
+    std::atomic<size_t> awaited{SIZE_MAX};
     auto take = [&](XmlDocument& doc) {
         const size_t i = next++;
-        if (i >= files.size())
-            return false;
-        process(doc, i, results[i]);
-        done[i] = true;
+        if (i >= published.load()) {
+            std::unique_lock<std::mutex> guard(lock);
+            more.wait(guard, [&] { return i < published.load() || all.load(); });
+            if (i >= published.load())
+                return false;
+        }
+        Slot& slot = at(i);
+        process(doc, slot.file, slot.result);
+        slot.done = true;
         if (awaited == i) {
             std::lock_guard<std::mutex> guard(lock);
             finished.notify_one();
@@ -817,30 +857,66 @@ void RunBatch(const std::vector<BatchFile>& files, unsigned jobs, Work&& work, E
         return true;
     };
     std::vector<std::thread> threads;
-    for (size_t t = 1; t < std::min<size_t>(jobs, files.size()); ++t)
-        threads.emplace_back([&] {
-            XmlDocument doc;
-            while (take(doc))
-                ;
+    // Publishing: under the lock, so that a worker about to wait sees it.
+    auto publish = [&](size_t count, bool last) {
+        {
+            std::lock_guard<std::mutex> guard(lock);
+            published = count;
+            all = last;
+        }
+        more.notify_all();
+    };
+    size_t found = 0;
+    std::vector<size_t> order;
+    try {
+        for (size_t t = 1; t < batch.jobs; ++t)
+            threads.emplace_back([&] {
+                XmlDocument doc;
+                while (take(doc))
+                    ;
+            });
+        order = ExpandFiles(named, batch, [&](BatchFile&& f) {
+            const size_t j = found + 1024;
+            const int b = 63 - __builtin_clzll(j) - 10;
+            if (!blocks[b])
+                blocks[b].reset(new Slot[size_t(1024) << b]);
+            at(found).file = std::move(f);
+            ++found;
+            if (found % 64 == 0)
+                publish(found, false);
         });
+    } catch (...) {
+        // The workers finish the files they have and stop.
+        publish(found, true);
+        for (std::thread& t : threads)
+            t.join();
+        throw;
+    }
+    publish(found, true);
+    listed(found);
+    // This thread is one of the workers now: between files of its own it
+    // shows the results that are ready in order, and it waits only at the
+    // end, so that small files cost no switch between threads each.
     XmlDocument doc;
-    size_t printed = 0;
-    auto print = [&] {
-        emit(printed, results[printed]);
-        results[printed] = FileResult();
-        ++printed;
+    size_t shown = 0;
+    auto show = [&] {
+        Slot& slot = at(order[shown]);
+        emit(shown, slot.file.name, slot.result);
+        slot.result = FileResult();
+        ++shown;
     };
     while (take(doc))
-        while (printed < files.size() && done[printed])
-            print();
-    for (; printed < files.size(); print())
-        if (!done[printed]) {
+        while (shown < found && at(order[shown]).done)
+            show();
+    for (; shown < found; show())
+        if (!at(order[shown]).done) {
             std::unique_lock<std::mutex> guard(lock);
-            awaited = printed;
-            finished.wait(guard, [&] { return done[printed].load(); });
+            awaited = order[shown];
+            finished.wait(guard, [&] { return at(order[shown]).done.load(); });
         }
     for (std::thread& t : threads)
         t.join();
+    return found;
 }
 
 // ---- check ----
@@ -852,24 +928,24 @@ int Check(int argc, char** argv) {
         !CountFiles("check", args, 1, size_t(-1)) || !ReadBatch("check", args, batch))
         return kExitUsage;
     const bool ignoreDtd = args.options.count("--ignore-dtd") != 0;
-    const std::vector<BatchFile> files = ExpandFiles(args.files, batch);
-    size_t failed = 0;
+    size_t failed = 0, count = 0;
     {
-        Progress progress(files.size());
-        RunBatch(
-            files, batch.jobs,
+        Progress progress(0);
+        count = RunBatch(
+            args.files, batch,
             [&](XmlDocument& doc, const std::string& file, FileResult& result) {
                 if (!Parse(doc, file, ignoreDtd, true))
                     result.status = 2;
             },
-            [&](size_t i, const FileResult& result) {
-                progress.At(i, files[i].name);
+            [&](size_t i, const std::string& file, const FileResult& result) {
+                progress.At(i, file);
                 failed += result.status != 0;
-                PrintResult(files[i].name, result, batch.json, "parsed");
-            });
+                PrintResult(file, result, batch.json, "parsed");
+            },
+            [&](size_t n) { progress.Total(n); });
     }
-    if (files.size() > 1 && !batch.json)
-        Outf("%zu files: %zu parsed, %zu failed\n", files.size(), files.size() - failed, failed);
+    if (count > 1 && !batch.json)
+        Outf("%zu files: %zu parsed, %zu failed\n", count, count - failed, failed);
     return failed ? kExitFailed : kExitOk;
 }
 
@@ -929,12 +1005,11 @@ int Validate(int argc, char** argv) {
         }
         dtd = &definition.GetDTD();
     }
-    const std::vector<BatchFile> files = ExpandFiles(args.files, batch);
-    size_t counts[3] = {0, 0, 0};
+    size_t counts[3] = {0, 0, 0}, count = 0;
     {
-        Progress progress(files.size());
-        RunBatch(
-            files, batch.jobs,
+        Progress progress(0);
+        count = RunBatch(
+            args.files, batch,
             [&](XmlDocument& doc, const std::string& file, FileResult& result) {
                 if (!Parse(doc, file, false, true)) {
                     result.status = 2;
@@ -945,14 +1020,15 @@ int Validate(int argc, char** argv) {
                 result.status = valid ? 0 : 1;
                 result.stopped = most && result.violations.size() >= most;
             },
-            [&](size_t i, const FileResult& result) {
-                progress.At(i, files[i].name);
+            [&](size_t i, const std::string& file, const FileResult& result) {
+                progress.At(i, file);
                 ++counts[result.status];
-                PrintResult(files[i].name, result, batch.json, "valid");
-            });
+                PrintResult(file, result, batch.json, "valid");
+            },
+            [&](size_t n) { progress.Total(n); });
     }
     if (!batch.json)
-        Outf("%zu file%s: %zu valid, %zu invalid, %zu failed\n", files.size(), files.size() == 1 ? "" : "s",
+        Outf("%zu file%s: %zu valid, %zu invalid, %zu failed\n", count, count == 1 ? "" : "s",
              counts[0], counts[1], counts[2]);
     return counts[1] || counts[2] ? kExitFailed : kExitOk;
 }
