@@ -240,6 +240,58 @@ int XmlDocument::AddName(const UCChar* name, size_t length) {
     }
 }
 
+namespace {
+
+// The slot of a name in an index of mask + 1 slots.
+size_t NameHash(std::u16string_view name) {
+    uint32_t h = 2166136261u;
+    for (UCChar c : name)
+        h = (h ^ c) * 16777619u;
+    return size_t((uint64_t(h) * 0x9E3779B97F4A7C15ull) >> 32);
+}
+
+}  // namespace
+
+int XmlDocument::FindName(std::u16string_view name) const {
+    if (m_nameIndex.empty())
+        return -1;
+    const size_t mask = m_nameIndex.size() - 1;
+    for (size_t slot = NameHash(name) & mask;; slot = (slot + 1) & mask) {
+        const int entry = m_nameIndex[slot];
+        if (entry == 0)
+            return -1;
+        const UCString& known = m_names[size_t(entry - 1)];
+        if (known.size() == name.size() && OzmUnits::Same(known.data(), name.data(), name.size()))
+            return entry - 1;
+    }
+}
+
+void XmlDocument::ListName(const UCString& name) {
+    if ((m_names.size() + 1) * 2 > m_nameIndex.size()) {
+        // Twice the room (64 slots at first), the names placed again.
+        std::vector<int> index(std::max<size_t>(64, m_nameIndex.size() * 2), 0);
+        const size_t mask = index.size() - 1;
+        for (size_t i = 0; i < m_names.size(); ++i) {
+            size_t slot = NameHash(m_names[i]) & mask;
+            while (index[slot])
+                slot = (slot + 1) & mask;
+            index[slot] = int(i + 1);
+        }
+        m_names.reserve(std::max<size_t>(32, m_names.size() + 1));
+        m_nameIndex.swap(index);
+    } else if (m_names.size() == m_names.capacity()) {
+        m_names.reserve(m_names.size() * 2);
+    }
+    // Nothing below allocates but the copy of name, before anything changes.
+    UCString copy(name);
+    const size_t mask = m_nameIndex.size() - 1;
+    size_t slot = NameHash(name) & mask;
+    while (m_nameIndex[slot])
+        slot = (slot + 1) & mask;
+    m_names.push_back(std::move(copy));
+    m_nameIndex[slot] = int(m_names.size());
+}
+
 int XmlDocument::InternName(const UCChar* name, size_t length) {
     int& slot = m_nameCache[NameSlot(name, length)];
     std::u16string_view view(name, length);
@@ -248,34 +300,18 @@ int XmlDocument::InternName(const UCChar* name, size_t length) {
         if (known.size() == length && OzmUnits::Same(known.data(), name, length))
             return slot - 1;
     }
-    // One walk of the map finds the name or the place for it.
-    auto it = m_nameIndex.lower_bound(view);
-    if (it != m_nameIndex.end() && it->first == view) {
-        slot = it->second + 1;
-        return it->second;
+    const int found = FindName(view);
+    if (found >= 0) {
+        slot = found + 1;
+        return found;
     }
-    UCString key(view);
-    int index = int(m_names.size());
-    // The table is changed only once all the memory for it is had: each
-    // name goes into the list first, and out of it again when the index has
-    // no room for it.
-    auto add = [&](XmlDocument& d, auto hint) {
-        d.m_names.push_back(key);
-        try {
-            d.m_nameIndex.emplace_hint(hint, key, index);
-        } catch (const std::bad_alloc&) {
-            d.m_names.pop_back();
-            throw;
-        }
-    };
+    const UCString key(view);
+    const int index = int(m_names.size());
     if (m_blockShare) {
         for (XmlDocument* d : m_blockShare->members)
-            add(*d, d->m_nameIndex.end());
+            d->ListName(key);
     } else {
-        // A document has a few dozen names: room for them from the start.
-        if (m_names.empty())
-            m_names.reserve(32);
-        add(*this, it);
+        ListName(key);
     }
     slot = index + 1;
     return index;

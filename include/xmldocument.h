@@ -484,7 +484,14 @@ private:
     UCString m_token;
     UCString m_refText;
     std::vector<UCString> m_names;
-    std::map<UCString, int, std::less<>> m_nameIndex;
+    // An index over m_names by a hash of each name: index + 1 in a used
+    // slot, 0 in a free one; a power of two in size, at most half full.
+    std::vector<int> m_nameIndex;
+    // The index of name in m_names, or -1.
+    int FindName(std::u16string_view name) const;
+    // Appends name to m_names and to the index, which grows first, so that
+    // running out of memory changes neither.
+    void ListName(const UCString& name);
 
     // False while m_errorFile is known to equal m_fileName, which spares
     // SaveErrorPos a string copy per token. Whatever changes either of the two

@@ -442,9 +442,9 @@ bool XmlValidator::Report(int kind, UCString message, const XmlElement* element)
 }
 
 int XmlValidator::KeyOfName(const UCChar* name) {
-    auto it = m_doc.m_nameIndex.find(View(name));
-    if (it != m_doc.m_nameIndex.end())
-        return it->second;
+    const int known = m_doc.FindName(View(name));
+    if (known >= 0)
+        return known;
     auto extra = m_extraKeys.find(View(name));
     if (extra != m_extraKeys.end())
         return extra->second;

@@ -82,6 +82,32 @@ TEST(OutOfMemoryTest, EachAllocationOfAParseOrWriteFailsInTurn) {
                                                "Out of memory"}));
 }
 
+// The name table grows (past 32 names, and again past 64) or stays as it
+// was: a fresh document fails at each allocation of its first parse in
+// turn, then parses the same text whole.
+TEST(OutOfMemoryTest, NameTableGrowsOrStaysAsItWas) {
+    std::string xml = "<element-name-0>";
+    for (int i = 1; i < 70; ++i)
+        xml += "<element-name-" + std::to_string(i) + "/>";
+    xml += "</element-name-0>";
+    const UCString text = U(xml);
+    XmlDocument probe;
+    const uint64_t before = TestAlloc::Count();
+    ASSERT_EQ(probe.ParseString(text), errNone);
+    const long count = long(TestAlloc::Count() - before);
+    const UCString expected = Tree(probe);
+    for (long k = 1; k <= count; ++k) {
+        XmlDocument doc;
+        TestAlloc::FailAt(k);
+        const BATCHERR rc = doc.ParseString(text);
+        TestAlloc::FailAt(0);
+        EXPECT_TRUE(rc == errNone || rc == errSyntax) << k;
+        ASSERT_EQ(doc.ParseString(text), errNone) << k;
+        EXPECT_EQ(Tree(doc), expected) << k;
+        EXPECT_EQ(doc.AddName(u"element-name-69"), doc.AddName(u"element-name-69")) << k;
+    }
+}
+
 // A setter of the tree that cannot get its memory leaves the old value.
 TEST(OutOfMemoryTest, TreeSettersKeepTheOldValue) {
     XmlDocument doc;
@@ -106,7 +132,7 @@ TEST(OutOfMemoryTest, TreeSettersKeepTheOldValue) {
     TestAlloc::FailAt(0);
     EXPECT_EQ(out.substr(0, 1), u">");
     TestAlloc::FailAt(1);
-    EXPECT_EQ(doc.AddName(u"y"), -1);
+    EXPECT_EQ(doc.AddName(u"a-name-longer-than-a-short-string"), -1);
     TestAlloc::FailAt(0);
     EXPECT_EQ(doc.AddName(u"x"), 2);  // behind a and b: no trace of the failures
 }
