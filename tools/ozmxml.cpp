@@ -908,12 +908,14 @@ size_t RunBatch(const std::vector<std::string>& named, const Batch& batch, Work&
     while (take(doc))
         while (shown < found && at(order[shown]).done)
             show();
-    for (; shown < found; show())
+    while (shown < found) {
         if (!at(order[shown]).done) {
             std::unique_lock<std::mutex> guard(lock);
             awaited = order[shown];
             finished.wait(guard, [&] { return at(order[shown]).done.load(); });
         }
+        show();
+    }
     for (std::thread& t : threads)
         t.join();
     return found;
