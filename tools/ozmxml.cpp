@@ -1,6 +1,12 @@
 // ozmxml - the command-line front door of the library: checks documents,
 // shows their element trees, writes them back, and prints, generates and
 // draws their definitions. Built on the public interface only.
+
+// Directories are listed and files asked about with the 64-bit calls on
+// 32-bit systems too: the 32-bit ones fail on large inode numbers.
+#ifndef _FILE_OFFSET_BITS
+#define _FILE_OFFSET_BITS 64
+#endif
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -614,7 +620,11 @@ bool FindFiles(const std::string& dir, const std::string& ext, bool top, Each&& 
     if (!d)
         return !top;
     std::vector<std::string> below;
-    while (const dirent* entry = ::readdir(d)) {
+    for (;;) {
+        errno = 0;  // readdir's end and its failure differ only by errno
+        const dirent* entry = ::readdir(d);
+        if (!entry)
+            break;
         const char* name = entry->d_name;
         if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
             continue;
@@ -635,7 +645,13 @@ bool FindFiles(const std::string& dir, const std::string& ext, bool top, Each&& 
                  path.compare(path.size() - ext.size(), std::string::npos, ext) == 0)
             each(std::move(path));
     }
+    // A directory that stops being readable half way counts as unreadable.
+    const int error = errno;
     ::closedir(d);
+    if (error) {
+        errno = error;
+        return !top;
+    }
     for (const std::string& sub : below)
         FindFiles(sub, ext, false, each);
     return true;
