@@ -242,12 +242,10 @@ int XmlDocument::AddName(const UCChar* name, size_t length) {
 
 namespace {
 
-// The slot of a name in an index of mask + 1 slots.
+// The slot of a name in an index of mask + 1 slots: the hash's bits spread
+// by a multiplication, whose high half is taken.
 size_t NameHash(std::u16string_view name) {
-    uint32_t h = 2166136261u;
-    for (UCChar c : name)
-        h = (h ^ c) * 16777619u;
-    return size_t((uint64_t(h) * 0x9E3779B97F4A7C15ull) >> 32);
+    return size_t((uint64_t(OzmHashUnits(name.data(), name.size())) * 0x9E3779B97F4A7C15ull) >> 32);
 }
 
 }  // namespace

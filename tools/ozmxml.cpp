@@ -845,10 +845,17 @@ size_t RunBatch(const std::vector<std::string>& named, const Batch& batch, Work&
     };
     constexpr int kBlocks = 48;
     std::unique_ptr<Slot[]> blocks[kBlocks];
-    auto at = [&](size_t i) -> Slot& {
+    // The block of place i, and its place in the block.
+    auto blockOf = [](size_t i, size_t& within) {
         const size_t j = i + 1024;
         const int b = 63 - __builtin_clzll(j) - 10;
-        return blocks[b][j - (size_t(1024) << b)];
+        within = j - (size_t(1024) << b);
+        return b;
+    };
+    auto at = [&](size_t i) -> Slot& {
+        size_t within;
+        const int b = blockOf(i, within);
+        return blocks[b][within];
     };
     std::atomic<size_t> next{0}, published{0};
     std::atomic<bool> all{false};
@@ -892,8 +899,8 @@ size_t RunBatch(const std::vector<std::string>& named, const Batch& batch, Work&
                     ;
             });
         order = ExpandFiles(named, batch, [&](BatchFile&& f) {
-            const size_t j = found + 1024;
-            const int b = 63 - __builtin_clzll(j) - 10;
+            size_t within;
+            const int b = blockOf(found, within);
             if (!blocks[b])
                 blocks[b].reset(new Slot[size_t(1024) << b]);
             at(found).file = std::move(f);

@@ -50,12 +50,7 @@ bool IsNmtoken(View v) {
     return true;
 }
 
-uint32_t HashOf(View v) {
-    uint32_t h = 2166136261u;
-    for (UCChar c : v)
-        h = (h ^ c) * 16777619u;
-    return h;
-}
+uint32_t HashOf(View v) { return OzmHashUnits(v.data(), v.size()); }
 
 // Sorts keys by their upper 32 bits, keeping the order of equal ones: the
 // passes of a radix sort, which read and write in sequence (three).
@@ -217,6 +212,11 @@ private:
         bool plain = false;
         bool quick = false;  // plain, and compiled: nothing is left to prepare
         bool textless = false;  // EMPTY: the element must have no text as well
+        // Whether e, of this name, has nothing to check but its step in its
+        // parent's content.
+        bool Trivial(const XmlElement* e) const {
+            return quick && !e->Child() && !e->AttributeCount() && !(textless && e->DataLength());
+        }
         int type = -1;  // of the definition; -1 without one
         std::vector<bool> mixed;  // by key: whether mixed content lists it
     };
@@ -304,12 +304,12 @@ private:
         const int* row = open.row;
         int state = open.state;
         const XmlElement* last = open.last;
-        while (e && row && !e->Child() && !e->AttributeCount()) {
+        while (e && row) {
             __builtin_prefetch(reinterpret_cast<const char*>(e) + 12 * sizeof(XmlElement));
             const XmlDocument* owner;
             const int key = XmlDocument::NameIndexOf(e, owner);
             if (owner != &m_doc || uint32_t(key) >= range || size_t(key) >= known || !infos[key] ||
-                !infos[key]->quick || (infos[key]->textless && e->DataLength()))
+                !infos[key]->Trivial(e))
                 break;
             const int next = row[key];
             if (next < 0)
@@ -766,9 +766,11 @@ UCString XmlValidator::PathOf(const XmlElement* e) {
     return path;
 }
 
-// The common case inline: a value of ASCII name characters only, of a type
-// that needs neither normalising nor a fixed value, is checked in place;
-// anything else, and any fault, goes to the general check.
+// The common case inline: a value of ASCII name characters only (no
+// reference, no white space, nothing to normalise, a name when the first is
+// a name start), of a type that needs no fixed value, is checked in place,
+// by one test a unit; anything else, and any fault, goes to the general
+// check.
 inline bool XmlValidator::CheckValue(const XmlElement* e, int index, const UCChar* raw, const AttInfo& att) {
     const XmlAttDef& def = *att.def;
     const int type = def.Type();
@@ -817,19 +819,12 @@ bool XmlValidator::CheckAnyValue(const XmlElement* e, int index, const UCChar* r
     // A value that nothing is compared with is not read.
     if (!tokenized && !fixed)
         return true;
-    // Most values are ASCII name characters only: no reference, no white
-    // space, nothing to normalise, and a name when the first is a name
-    // start. Such a value is measured by one test a unit.
+    // One pass finds the length, whether a reference stands in it, and
+    // whether its white space is anything but single blanks between other
+    // characters, which most values' is not: those need no normalising.
     const UCChar* end = raw;
-    while (*end < 0x80 && (kOzmAsciiNames.cls[*end] & 2))
-        ++end;
-    const bool simple = *end == 0 && end != raw;
-    // The rest of the pass finds the length, whether a reference stands in
-    // the value, and whether its white space is anything but single blanks
-    // between other characters, which most values' is not: those need no
-    // normalising either.
     bool hasRef = false, oddSpace = false, otherSpace = false;
-    UCChar prev = end == raw ? u' ' : end[-1];
+    UCChar prev = u' ';
     for (; *end; ++end) {
         const UCChar c = *end;
         hasRef |= c == u'&';
@@ -887,18 +882,17 @@ bool XmlValidator::CheckAnyValue(const XmlElement* e, int index, const UCChar* r
         m_kept.emplace_back(token);
         return m_kept.back();
     };
-    auto isName = [simple](View t) { return simple ? (kOzmAsciiNames.cls[t[0]] & 1) != 0 : IsName(t); };
     auto syntax = [&](const UCChar* what) {
         return Report(valAttributeSyntax, u"Value " + Quoted(v) + u" of " + Where(e, index) + u" is not " + what, e);
     };
     switch (type) {
     case attId:
-        if (!isName(v))
+        if (!IsName(v))
             return syntax(u"a name");
         AddToken(m_ids, m_idKeys, {keep(v), e, m_serial, index, HashOf(v)});
         return true;
     case attIdref:
-        if (!isName(v))
+        if (!IsName(v))
             return syntax(u"a name");
         AddToken(m_refs, m_refKeys, {keep(v), e, m_serial, index, HashOf(v)});
         return true;
@@ -924,7 +918,7 @@ bool XmlValidator::CheckAnyValue(const XmlElement* e, int index, const UCChar* r
                       e);
     }
     case attNmtoken:
-        return simple || IsNmtoken(v) || syntax(u"a name token");
+        return IsNmtoken(v) || syntax(u"a name token");
     case attNmtokens: {
         bool ok = !v.empty();
         Tokens(v, true, [&](View t) { ok = ok && IsNmtoken(t); });
@@ -1232,8 +1226,8 @@ bool XmlValidator::CheckIds() {
 
 // The walk of the check: the children of each open element in turn, the
 // innermost open element at hand, so that a child that needs nothing but
-// its step in the parent's content (a childless element without attributes
-// whose content is mixed) costs a few loads. The same order as Walk.
+// its step in the parent's content (ElementInfo::Trivial) costs a few
+// loads. The same order as Walk.
 bool XmlValidator::CheckTree(const XmlElement* root) {
     m_open.clear();
     const XmlElement* e = root;
@@ -1259,7 +1253,7 @@ bool XmlValidator::CheckTree(const XmlElement* root) {
         if (top) {
             if (!Step(*top, e, key))
                 return false;
-            if (info.quick && !e->Child() && !e->AttributeCount() && !(info.textless && e->DataLength())) {
+            if (info.Trivial(e)) {
                 e = e->Next();
                 continue;
             }

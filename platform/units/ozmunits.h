@@ -49,6 +49,15 @@ struct OzmAsciiNames {
 };
 inline constexpr OzmAsciiNames kOzmAsciiNames{};
 
+// FNV-1a over n units: the hash of names and values in the tables that
+// key them by their text.
+inline uint32_t OzmHashUnits(const UCChar* p, size_t n) {
+    uint32_t h = 2166136261u;
+    for (size_t i = 0; i < n; ++i)
+        h = (h ^ p[i]) * 16777619u;
+    return h;
+}
+
 // The two units a stop set with Ends stops at besides its own: the line
 // separator and the end-of-input unit, which the reader treats apart alike.
 OZM_UNITS_INLINE bool OzmIsEndUnit(UCChar u) { return u == 0x2028 || u == UCEof; }
