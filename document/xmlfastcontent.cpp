@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "document/xmlcontentlevel.h"
+#include "dtd/xmlpredefined.h"
 #include "input/xmlcharstream.h"
 
 namespace {
@@ -79,9 +80,38 @@ const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs
 
 }  // namespace
 
-// Takes character data that ends at markup, start tags with their
-// attributes, whole leaf elements "<name ...>text</name>" and the end tag of
-// the level's element, as long as names are ASCII, tags hold no line end, and
+const XmlEntityDef* XmlDocument::PlainReference(const UCChar* p, const UCChar* end, const UCChar*& after) {
+    const UCChar* name = p + 1;
+    const UCChar* nameEnd = XmlScanAsciiName(name, end);
+    // The unit behind may not be 0xFFFF: the general tokeniser reads it as
+    // the end of the input, which ends a token differently from how it
+    // begins one.
+    if (nameEnd == name || end - nameEnd < 2 || *nameEnd != ';' || nameEnd[1] == UCEof)
+        return nullptr;
+    const std::u16string_view key(name, size_t(nameEnd - name));
+    const XmlEntityDef* entity = m_dtd.FindEntity(key);
+    if (!entity || entity->ValueLength() == 0)
+        return nullptr;
+    const UCChar* value = entity->Value();
+    const UCChar* valueEnd = value + entity->ValueLength();
+    for (const UCChar* v = value; v != valueEnd; ++v) {
+        const UCChar c = *v;
+        if (c == '<' || c == '&' || c == 10 || c == 13 || c == 0 || c == 0x2028 || c == 0xFFFF)
+            return nullptr;
+    }
+    if (!XmlIsPredefinedEntity(key)) {
+        const uint64_t expansion = m_entityExpansion + entity->ValueLength() + ReferenceCost;
+        if (expansion > m_expansionAllowed)
+            return nullptr;
+        m_entityExpansion = expansion;
+    }
+    after = nameEnd + 1;
+    return entity;
+}
+
+// Takes character data that ends at markup, references to entities of plain
+// text, start tags with their attributes, whole leaf elements
+// "<name ...>text</name>" and the end tag of the level's element, as long as names are ASCII, tags hold no line end, and
 // text and values hold no carriage return, U+2028, 0 or 0xFFFF unit. Lines,
 // columns, saved error positions and the push-back stack end up exactly as
 // the general tokenisers leave them. At anything else it stops in front of
@@ -147,14 +177,35 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
     Cursor at(*this, run);
     const UCChar*& p = at.p;
     const UCChar* const end = run + n;
-    // Set when the '<' at p ended the text before it. The general tokeniser
-    // has then read that '<' and pushed it back: its column already counts
-    // in the position the next token saves.
+    // Set when the '<' or '&' at p ended the text or the reference before
+    // it. The general tokeniser has then read that unit and pushed it back:
+    // its column already counts in the position the next token saves.
     bool ltRead = false;
     while (p != end) {
         if (*p != '<') {
-            if (*p == '&')
-                break;
+            if (*p == '&') {
+                // A reference to an entity of plain text adds the value to the
+                // text. The general tokeniser reads such a value as one token
+                // with the text behind it, up to and including the next '<' or
+                // '&', which it pushes back: the position saved is that behind
+                // the ';', and ltRead tells whether the unit at p was read.
+                const UCChar* after;
+                if (const XmlEntityDef* entity = PlainReference(p, end, after)) {
+                    at.Skip(after);
+                    at.Save(at.line, at.col);
+                    level.AddSpan(entity->Value(), entity->ValueLength());
+                    ltRead = *p == '<' || *p == '&';
+                    continue;
+                }
+                if (!ltRead)
+                    break;
+                // Any other reference is left to the general tokeniser, to
+                // which its '&' has been read.
+                at.Skip(p + 1);
+                PushBack(u'&');
+                level.AppendSpans();
+                return fastTook;
+            }
             int64_t lines = 0;
             const UCChar* lastLf = nullptr;
             const UCChar* stop = XmlScanText(p, end, lines, lastLf);
@@ -163,13 +214,11 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             at.Save(at.line, at.col);
             level.AddSpan(p, size_t(stop - p));
             at.Take(stop, lines, lastLf);
-            if (*p == '&') {
-                at.Skip(p + 1);
-                PushBack(u'&');
-                level.AppendSpans();
-                return fastTook;
-            }
+            // The general tokeniser has read the '<' or '&' that ended the
+            // text.
             ltRead = true;
+            if (*p == '&')
+                continue;
         }
         // A tag at p; the position its token saves.
         const int64_t tagCol = at.col + (ltRead ? 1 : 0);

@@ -131,6 +131,10 @@ const XmlEntityDef* XmlDtd::FindEntity(const UCChar* name) const {
     return m_entityIndex.Find(const_cast<XmlDeque<XmlEntityDef>&>(m_entities), name);
 }
 
+const XmlEntityDef* XmlDtd::FindEntity(std::u16string_view name) const {
+    return m_entityIndex.Find(const_cast<XmlDeque<XmlEntityDef>&>(m_entities), name);
+}
+
 bool XmlDtd::LookupEntity(const UCChar* name, UCString& value) const {
     const XmlEntityDef* entity = FindEntity(name);
     if (!entity)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 #include "ozmutil.h"
 
@@ -39,7 +40,7 @@ inline const XmlPredefinedEntity* XmlPredefinedFor(UCChar c) {
 
 // Whether name is one of the five. A name's length is that of its
 // reference less the '&' and the ';', which rules most names out unread.
-inline bool XmlIsPredefinedEntity(const UCString& name) {
+inline bool XmlIsPredefinedEntity(std::u16string_view name) {
     for (const XmlPredefinedEntity& e : kXmlPredefinedEntities)
         if (name.size() + 2 == e.referenceLength && name.compare(e.name) == 0)
             return true;

@@ -295,6 +295,17 @@ private:
     // Reads what it can of the content straight from the source buffer
     // (document/xmlfastcontent.cpp).
     int FastContent(ContentLevel& level, BATCHERR& result);
+    // What a reference to a declared entity in content counts against the
+    // expansion allowance besides its value, so that a short value that
+    // names itself behind some text ("b&e;") cannot take millions of rounds.
+    static constexpr uint64_t ReferenceCost = 32;
+    // The entity of the reference "&name;" at p, when the fast path may take
+    // it as its value's text: the reference and one unit behind it, not
+    // 0xFFFF, lie before end, the value is plain text (no markup, reference, line end, 0 or
+    // 0xFFFF) and not empty, and it fits the expansion allowance as it
+    // stands. Counts the expansion and sets after behind the ';'; otherwise
+    // null, and nothing changed.
+    const XmlEntityDef* PlainReference(const UCChar* p, const UCChar* end, const UCChar*& after);
     BATCHERR ParseTextDecl(OZM_CSET& encoding, double& version, bool& standalone);
     BATCHERR Rescan(UCString& text, bool expandParams, bool expandCharRefs);
 

@@ -119,7 +119,10 @@ public:
 
     template <class List>
     T* Find(List& list, const UCChar* name) {
-        std::u16string_view key(name ? name : u"");
+        return Find(list, std::u16string_view(name ? name : u""));
+    }
+    template <class List>
+    T* Find(List& list, std::u16string_view key) {
         if (list.size() < LinearLimit || !Built(list))
             return Walk(list, key);
         auto it = m_map.find(key);
@@ -478,6 +481,9 @@ public:
     BATCHERR Write(XmlOutputStream& out, bool withExternals, bool lineBreaks, bool escape) const;
 
 private:
+    friend class XmlDocument;
+    // FindEntity for a name that is a span of the parser's input.
+    const XmlEntityDef* FindEntity(std::u16string_view name) const;
     // One <!ATTLIST with a line per definition, whatever lineBreaks says.
     void WriteAttrList(XmlOutputStream& out, const XmlAttrList* list, bool lineBreaks) const;
     // The text of a content part and everything below it, with a closing

@@ -296,11 +296,7 @@ int XmlDocument::ReadReference(UCString& token, UCString* charData) {
         // The five predefined entities are short and final; everything else
         // counts against the limits.
         if (!XmlIsPredefinedEntity(m_refText)) {
-            // A reference costs as much as a few units of text besides its
-            // value, so that a short value that names itself behind some
-            // text ("b&e;") cannot take millions of rounds to reach the limit.
-            constexpr size_t kReferenceCost = 32;
-            m_entityExpansion += entity->ValueLength() + kReferenceCost;
+            m_entityExpansion += entity->ValueLength() + ReferenceCost;
             if (!ExpansionAllowed()) {
                 SetUpError(errSyntax, u"Entity expansion exceeds %llu units at '&%s;'",
                            static_cast<unsigned long long>(m_expansionAllowed), m_refText.c_str());
