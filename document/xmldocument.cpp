@@ -250,11 +250,13 @@ size_t NameHash(std::u16string_view name) {
 
 }  // namespace
 
-int XmlDocument::FindName(std::u16string_view name) const {
+int XmlDocument::FindName(std::u16string_view name) const { return FindName(name, NameHash(name)); }
+
+int XmlDocument::FindName(std::u16string_view name, size_t hash) const {
     if (m_nameIndex.empty())
         return -1;
     const size_t mask = m_nameIndex.size() - 1;
-    for (size_t slot = NameHash(name) & mask;; slot = (slot + 1) & mask) {
+    for (size_t slot = hash & mask;; slot = (slot + 1) & mask) {
         const int entry = m_nameIndex[slot];
         if (entry == 0)
             return -1;
@@ -264,8 +266,28 @@ int XmlDocument::FindName(std::u16string_view name) const {
     }
 }
 
-void XmlDocument::ListName(const UCString& name) {
-    if ((m_names.size() + 1) * 2 > m_nameIndex.size()) {
+void XmlDocument::ListName(std::u16string_view name, size_t hash) {
+    const bool indexFull = (m_names.size() + 1) * 2 > m_nameIndex.size();
+    if (indexFull || m_names.size() == m_names.capacity()) {
+        // Growing moves the names, in one of which name may lie: the name is
+        // copied first, and the copy listed once there is room.
+        const UCString copy(name);
+        GrowNames(indexFull);
+        ListName(copy, hash);
+        return;
+    }
+    // The room is there: nothing below allocates but the name's own copy,
+    // which is made before the list changes.
+    m_names.emplace_back(name);
+    const size_t mask = m_nameIndex.size() - 1;
+    size_t slot = hash & mask;
+    while (m_nameIndex[slot])
+        slot = (slot + 1) & mask;
+    m_nameIndex[slot] = int(m_names.size());
+}
+
+void XmlDocument::GrowNames(bool indexFull) {
+    if (indexFull) {
         // Twice the room (64 slots at first), the names placed again.
         std::vector<int> index(std::max<size_t>(64, m_nameIndex.size() * 2), 0);
         const size_t mask = index.size() - 1;
@@ -277,39 +299,31 @@ void XmlDocument::ListName(const UCString& name) {
         }
         m_names.reserve(std::max<size_t>(32, m_names.size() + 1));
         m_nameIndex.swap(index);
-    } else if (m_names.size() == m_names.capacity()) {
+    } else {
         m_names.reserve(m_names.size() * 2);
     }
-    // Nothing below allocates but the copy of name, before anything changes.
-    UCString copy(name);
-    const size_t mask = m_nameIndex.size() - 1;
-    size_t slot = NameHash(name) & mask;
-    while (m_nameIndex[slot])
-        slot = (slot + 1) & mask;
-    m_names.push_back(std::move(copy));
-    m_nameIndex[slot] = int(m_names.size());
 }
 
 int XmlDocument::InternName(const UCChar* name, size_t length) {
     int& slot = m_nameCache[NameSlot(name, length)];
-    std::u16string_view view(name, length);
     if (slot > 0 && size_t(slot) <= m_names.size()) {
         const UCString& known = m_names[size_t(slot - 1)];
         if (known.size() == length && OzmUnits::Same(known.data(), name, length))
             return slot - 1;
     }
-    const int found = FindName(view);
+    const std::u16string_view view(name, length);
+    const size_t hash = NameHash(view);
+    const int found = FindName(view, hash);
     if (found >= 0) {
         slot = found + 1;
         return found;
     }
-    const UCString key(view);
     const int index = int(m_names.size());
     if (m_blockShare) {
         for (XmlDocument* d : m_blockShare->members)
-            d->ListName(key);
+            d->ListName(view, hash);
     } else {
-        ListName(key);
+        ListName(view, hash);
     }
     slot = index + 1;
     return index;

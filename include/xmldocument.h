@@ -498,11 +498,15 @@ private:
     // An index over m_names by a hash of each name: index + 1 in a used
     // slot, 0 in a free one; a power of two in size, at most half full.
     std::vector<int> m_nameIndex;
-    // The index of name in m_names, or -1.
+    // The index of name in m_names, or -1; hash is NameHash of the name.
     int FindName(std::u16string_view name) const;
-    // Appends name to m_names and to the index, which grows first, so that
-    // running out of memory changes neither.
-    void ListName(const UCString& name);
+    int FindName(std::u16string_view name, size_t hash) const;
+    // Appends name, whose NameHash is hash, to m_names and to the index,
+    // which grows first, so that running out of memory changes neither.
+    void ListName(std::u16string_view name, size_t hash);
+    // Room for one more name: the index doubled when indexFull, else the
+    // list's capacity.
+    void GrowNames(bool indexFull);
 
     // False while m_errorFile is known to equal m_fileName, which spares
     // SaveErrorPos a string copy per token. Whatever changes either of the two
