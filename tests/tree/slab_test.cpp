@@ -71,6 +71,22 @@ TEST(NameTableTest, IndicesSurviveClearAndReparse) {
         EXPECT_EQ(Str(doc.GetName(bad)), u"");
 }
 
+// A name added may lie in a name of the table, which moves when the table
+// grows: each tail of a known name is a new name, and the table grows at 32,
+// 64 and 128 names.
+TEST(NameTableTest, NamesTakenFromTheTableSurviveItsGrowth) {
+    XmlDocument doc;
+    const UCString expected = u"abcdefghijklmnopqrstuvwxyz0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ-._abcdefghijklmnopqrstuvwxyz0123";
+    for (const size_t length : {size_t(3), size_t(12)}) {
+        int last = doc.AddName(expected.substr(0, length).c_str());
+        for (size_t i = 1; i + length <= expected.size(); ++i) {
+            const int added = doc.AddName(doc.GetName(last) + 1);
+            ASSERT_EQ(Str(doc.GetName(added)), expected.substr(i, length - 1)) << i;
+            last = doc.AddName(expected.substr(i, length).c_str());
+        }
+    }
+}
+
 TEST(SlabFailureTest, RefusedBlocksLeaveTheChainAndTheTreeAsTheyWere) {
     XmlDocument doc;
     {
