@@ -38,7 +38,7 @@ struct XmlDocument::ContentLevel {
     }
     // Appends the spans to data, which the general tokeniser appends to.
     // Several spans grow data once and are copied into it.
-    void AppendSpans() {
+    OZM_ALWAYS_INLINE void AppendSpans() {
         if (spanCount == 1)
             data->append(spans[0].text, spans[0].length);
         else if (spanCount > 1)

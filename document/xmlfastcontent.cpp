@@ -35,7 +35,7 @@ OZM_HOT const UCChar* SkipBlanks(const UCChar* p, const UCChar* end) {
 // else (a line end, a name beyond ASCII, too many attributes, a token that
 // does not belong) or runs past end. Blanks mostly stand before attribute
 // names alone: each step tests the unit at hand before it skips any.
-const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs, int& count) {
+OZM_HOT const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs, int& count) {
     count = 0;
     for (;;) {
         if (p == end)
@@ -79,6 +79,43 @@ const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAttr* attrs
 }
 
 }  // namespace
+
+bool XmlDocument::FastTagRest(XmlElement* element, bool& isEmpty) {
+    if (!m_hasPushTop || !PushStack().empty() || (m_pushTop != ' ' && m_pushTop != '\t'))
+        return false;
+    const UCChar* run;
+    size_t n;
+    if (m_sourceString) {
+        run = m_stringCursor;
+        n = size_t(m_stringEnd - run);
+    } else if (m_sourceFile) {
+        run = m_sourceFile->Pending();
+        n = size_t(m_sourceFile->PendingEnd() - run);
+    } else {
+        return false;
+    }
+    XmlFastAttr attrs[kMaxFastAttrs];
+    int count = 0;
+    const UCChar* close = ScanTagRest(run, run + n, attrs, count);
+    if (!close)
+        return false;
+    element->TakeParsedAttributes(attrs, count);
+    if (m_trackMaxLen) {
+        TrackedDefs& tracked = Tracked(element->m_nameId);
+        for (int i = 0; i < count; ++i)
+            TrackAttribute(tracked, attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name),
+                           size_t(attrs[i].valueEnd - attrs[i].value));
+    }
+    isEmpty = *close == '/';
+    // The blank comes off the stack, where it moved no column; the last
+    // token, '>' or "/>", saves the position behind its first unit.
+    m_hasPushTop = false;
+    m_pushPending = false;
+    const int64_t saved = m_col + (close - run) + 1;
+    ConsumeRun(size_t(close - run) + (isEmpty ? 2 : 1));
+    SaveErrorPos(m_line, saved);
+    return true;
+}
 
 const XmlEntityDef* XmlDocument::PlainReference(const UCChar* p, const UCChar* end, const UCChar*& after) {
     const UCChar* name = p + 1;
@@ -162,7 +199,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             }
             p = to;
         }
-        void Close() {
+        OZM_ALWAYS_INLINE void Close() {
             open = false;
             if (doc.m_sourceString)
                 doc.m_stringCursor = p;

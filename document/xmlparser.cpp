@@ -123,6 +123,8 @@ XmlElement* XmlDocument::ParseElementBegin(const UCString& name, bool& isEmpty) 
 // '>' or '/>'. On failure the element is released and null returned.
 XmlElement* XmlDocument::ParseAttributes(XmlElement* element, bool& isEmpty) {
     isEmpty = false;
+    if (m_fastContent && FastTagRest(element, isEmpty))
+        return element;
     UCString attrName;
     UCString attrValue;
     int kind;

@@ -295,6 +295,13 @@ private:
     // Reads what it can of the content straight from the source buffer
     // (document/xmlfastcontent.cpp).
     int FastContent(ContentLevel& level, BATCHERR& result);
+    // The attributes and the end of a start tag whose name the general
+    // tokeniser has read, taken as FastContent takes tags, when the blank
+    // behind the name is all that is pushed back and the rest of the tag
+    // lies in the source's run. Leaves lines, columns, the saved position
+    // and the push-back stack as ParseAttributes leaves them; false, and
+    // nothing changed, when the tag is not one of those.
+    bool FastTagRest(XmlElement* element, bool& isEmpty);
     // What a reference to a declared entity in content counts against the
     // expansion allowance besides its value, so that a short value that
     // names itself behind some text ("b&e;") cannot take millions of rounds.

@@ -14,7 +14,7 @@ inline const UCChar* XmlElementBlock::StoreText(const UCChar* p, size_t n) {
 // The attributes of a start tag, all in one piece of the text store: the
 // list, then each name and value with a 0 behind it.
 template <class A>
-void XmlElement::TakeParsedAttributes(const A* attrs, int count) {
+OZM_ALWAYS_INLINE void XmlElement::TakeParsedAttributes(const A* attrs, int count) {
     size_t units = 0;
     for (int i = 0; i < count; ++i)
         units += size_t(attrs[i].nameEnd - attrs[i].name) + size_t(attrs[i].valueEnd - attrs[i].value) + 2;

@@ -141,6 +141,27 @@ TEST(FastPathTest, ReferencesMatch) {
     Same(many + u"</r>");
 }
 
+// Start tags whose name the general reader has read (the root's, one behind
+// a reference it reads) have the rest taken as the fast path takes tags.
+TEST(FastPathTest, StartTagsBehindTheGeneralReaderMatch) {
+    const UCString dtd = u"<!DOCTYPE r [<!ELEMENT r ANY><!ATTLIST r a CDATA #IMPLIED b CDATA #IMPLIED>"
+                         u"<!ATTLIST a x CDATA #IMPLIED>]>";
+    UCString many = u"<r";
+    for (int i = 1; i <= 17; ++i)
+        many += Num(u" a", i) + u"='" + Num(u"", i) + u"'";
+    const UCString cases[] = {
+        u"<r a='1' b=\"2\">x</r>", u"<r a='1'/>", u"<r a='1' />", u"<r\ta='1'\t>x</r>", u"<r a='1'\n b='2'>x</r>",
+        u"<r a=1>x</r>", u"<r a='1'b='2'>x</r>", u"<r a='1' a='2'/>", u"<r a='1' b='2'", u"<r a='1' ", u"<r ",
+        u"<r \u00E9='1'>x</r>", u"<r a='\u00E9'>x</r>", u"<r/>", u"<r />", u"<r >x</r>", u"<r a='1' / >x</r>",
+        u"<r a='<&>'>&bad;<a x='1'>y</a>&bad; <a x='2' x='3'/></r>", u"<r>&bad;<a x='1' y='2'\n/></r>",
+        many + u">x</r>", many + u"/>",
+    };
+    for (const UCString& text : cases) {
+        Same(text);
+        Same(dtd + text);
+    }
+}
+
 // The element that gets no slab fails at the same place both ways.
 TEST(FastPathTest, FailedSlabAllocationMatches) {
     UCString text = u"<r>";
