@@ -125,9 +125,17 @@ const XmlEntityDef* XmlDocument::PlainReference(const UCChar* p, const UCChar* e
     // begins one.
     if (nameEnd == name || end - nameEnd < 2 || *nameEnd != ';' || nameEnd[1] == UCEof)
         return nullptr;
-    const std::u16string_view key(name, size_t(nameEnd - name));
-    const XmlEntityDef* entity = m_dtd.FindEntity(key);
-    if (!entity || entity->ValueLength() == 0)
+    const size_t length = size_t(nameEnd - name);
+    const std::u16string_view key(name, length);
+    const XmlEntityDef*& cached = m_referenceCache[(length * 7 + name[0]) % std::size(m_referenceCache)];
+    const XmlEntityDef* entity = cached;
+    if (!entity || !OzmSameText(name, length, entity->Name())) {
+        entity = m_dtd.FindEntity(key);
+        if (!entity)
+            return nullptr;
+        cached = entity;
+    }
+    if (entity->ValueLength() == 0)
         return nullptr;
     const UCChar* value = entity->Value();
     const UCChar* valueEnd = value + entity->ValueLength();

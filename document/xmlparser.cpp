@@ -93,6 +93,7 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
 
     m_trackMaxLen = m_dtd.HaveContents();
     m_fastContent = !m_generalOnly && !m_validate;
+    std::fill(std::begin(m_referenceCache), std::end(m_referenceCache), nullptr);
     PushBack(u'<');
     kind = ContentToken(token);
     if (kind != tokStartTag)

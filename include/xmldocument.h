@@ -313,6 +313,10 @@ private:
     // stands. Counts the expansion and sets after behind the ';'; otherwise
     // null, and nothing changed.
     const XmlEntityDef* PlainReference(const UCChar* p, const UCChar* end, const UCChar*& after);
+    // The entities PlainReference found last, by length and first unit of
+    // their names; emptied when content begins, since the definition does
+    // not change while content is read.
+    const XmlEntityDef* m_referenceCache[8] = {};
     BATCHERR ParseTextDecl(OZM_CSET& encoding, double& version, bool& standalone);
     BATCHERR Rescan(UCString& text, bool expandParams, bool expandCharRefs);
 

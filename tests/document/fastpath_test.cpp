@@ -122,17 +122,25 @@ TEST(FastPathTest, HandPickedContentMatches) {
 // left to the general reader, at every place a reference may stand.
 TEST(FastPathTest, ReferencesMatch) {
     const UCString dtd = u"<!DOCTYPE r [<!ELEMENT r ANY><!ELEMENT a (#PCDATA)><!ENTITY s 'Smith'><!ENTITY e '\u00E9'><!ENTITY nl 'a&#10;b'><!ENTITY z ''>"
-                         u"<!ENTITY m '<a/>'><!ENTITY t 'x&#9;y'><!ENTITY gt 'G'><!ENTITY ls 'a&#x2028;b'>]>";
+                         u"<!ENTITY m '<a/>'><!ENTITY t 'x&#9;y'><!ENTITY gt 'G'><!ENTITY ls 'a&#x2028;b'>"
+                         u"<!ENTITY a 'A'><!ENTITY i 'I'>]>";
     const UCString cases[] = {
         u"<r>&s;</r>", u"<r>x&s;</r>", u"<r>&s;x</r>", u"<r>&s;&s;</r>", u"<r>&s;&bad;</r>", u"<r>x&s;&bad;y</r>",
         u"<r>&s;&bad</r>", u"<r><a>&s;</a>&s;<b/>&s;\n <c k='&s;'>&s;y</c></r>", u"<r>&s;<", u"<r>&s;", u"<r>&s",
         u"<r>&s;&", u"<r>&s;</x></r>", u"<r>&s;<1/></r>", u"<r>&s;</r >", u"<r>&gt;&apos;&quot;&lt;&amp;&e;</r>",
         u"<r>&nl;x&z;y&m;&t;&s;</r>", u"<r>&s;\n<a>x&s;</a>\r\n&s;<!--c-->&s;</r>", u"<r>&S;&s ;&s:x;&\u00E9;</r>",
-        u"<r>&s;\xFFFF</r>", u"<r>&s;<a>&s;&s;&s;</a></r>", u"<r>&ls;x</y></r>",
+        u"<r>&s;\xFFFF</r>", u"<r>&s;<a>&s;&s;&s;</a></r>", u"<r>&ls;x</y></r>", u"<r>&a;&i;&a;x&i;&i;</r>",
     };
     for (const UCString& text : cases) {
         Same(text);
         Same(dtd + text);
+    }
+    // A document parsed again finds the entities of its new definition.
+    XmlDocument reused;
+    for (const UCChar* value : {u"one", u"two"}) {
+        ASSERT_EQ(reused.ParseString(u"<!DOCTYPE r [<!ELEMENT r ANY><!ENTITY s '" + UCString(value) + u"'>]><r>&s;.</r>"),
+                  errNone);
+        EXPECT_EQ(Show(reused.RootElement()->Data()), Show((UCString(value) + u".").c_str()));
     }
     // The expansion allowance runs out among references the fast path takes.
     UCString many = u"<!DOCTYPE r [<!ELEMENT r ANY><!ENTITY k '" + UCString(1000, u'k') + u"'>]><r>";
