@@ -84,16 +84,9 @@ bool XmlDocument::FastTagRest(XmlElement* element, bool& isEmpty) {
     if (!m_hasPushTop || !PushStack().empty() || (m_pushTop != ' ' && m_pushTop != '\t'))
         return false;
     const UCChar* run;
-    size_t n;
-    if (m_sourceString) {
-        run = m_stringCursor;
-        n = size_t(m_stringEnd - run);
-    } else if (m_sourceFile) {
-        run = m_sourceFile->Pending();
-        n = size_t(m_sourceFile->PendingEnd() - run);
-    } else {
+    const size_t n = SourceRun(run);
+    if (n == 0)
         return false;
-    }
     XmlFastAttr attrs[kMaxFastAttrs];
     int count = 0;
     const UCChar* close = ScanTagRest(run, run + n, attrs, count);
@@ -156,11 +149,12 @@ const XmlEntityDef* XmlDocument::PlainReference(const UCChar* p, const UCChar* e
 
 // Takes character data that ends at markup, references to entities of plain
 // text, start tags with their attributes, whole leaf elements
-// "<name ...>text</name>" and the end tag of the level's element, as long as names are ASCII, tags hold no line end, and
-// text and values hold no carriage return, U+2028, 0 or 0xFFFF unit. Lines,
-// columns, saved error positions and the push-back stack end up exactly as
-// the general tokenisers leave them. At anything else it stops in front of
-// the token, for the general tokeniser to read it.
+// "<name ...>text</name>" and the end tag of the level's element, as long as
+// names are ASCII, tags hold no line end, and text and values hold no
+// carriage return, U+2028, 0 or 0xFFFF unit. Lines, columns, saved error
+// positions and the push-back stack end up exactly as the general
+// tokenisers leave them. At anything else it stops in front of the token,
+// for the general tokeniser to read it.
 int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
     const UCChar* run;
     const size_t n = PendingRun(run);

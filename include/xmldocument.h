@@ -425,6 +425,7 @@ private:
     static inline bool IsNameChar(UCChar c);
     inline UCChar ReadName(UCString& token);
     inline size_t PendingRun(const UCChar*& run);
+    inline size_t SourceRun(const UCChar*& run);
     inline void ConsumeRun(size_t count);
     inline void ConsumeLines(size_t count, int64_t lines, size_t tail);
     void ScanRun(UCString& token, UCChar stop1, UCChar stop2);

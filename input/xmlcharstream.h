@@ -141,6 +141,12 @@ inline UCChar XmlDocument::ReadName(UCString& token) {
 OZM_HOT size_t XmlDocument::PendingRun(const UCChar*& run) {
     if (m_pushPending)
         return m_hasPushTop ? 0 : PushStack().run(run);
+    return SourceRun(run);
+}
+
+// What the source holds in memory after what has been read of it, whatever
+// is pushed back; none for an I/O module.
+OZM_HOT size_t XmlDocument::SourceRun(const UCChar*& run) {
     if (m_sourceString) {
         run = m_stringCursor;
         return size_t(m_stringEnd - m_stringCursor);
@@ -149,6 +155,7 @@ OZM_HOT size_t XmlDocument::PendingRun(const UCChar*& run) {
         run = m_sourceFile->Pending();
         return size_t(m_sourceFile->PendingEnd() - run);
     }
+    run = nullptr;
     return 0;
 }
 
