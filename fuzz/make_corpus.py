@@ -66,7 +66,7 @@ def main():
             else:
                 docs.add(text)
     seeds = sorted((src / 'fuzz' / 'seeds').glob('*'))
-    for target in ('parse_string', 'parse_file', 'round_trip', 'generate'):
+    for target in ('parse_string', 'parse_file', 'round_trip', 'generate', 'fast_path'):
         for text in sorted(docs):
             write(out / target, text.encode('utf-8', 'surrogatepass'))
         for seed in seeds:
