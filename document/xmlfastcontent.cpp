@@ -80,6 +80,20 @@ OZM_HOT const UCChar* ScanTagRest(const UCChar* p, const UCChar* end, XmlFastAtt
 
 }  // namespace
 
+template <class A>
+OZM_ALWAYS_INLINE XmlDocument::TrackedDefs* XmlDocument::TakeAttributes(XmlElement* element, const A* attrs,
+                                                                        int count) {
+    if (count)
+        element->TakeParsedAttributes(attrs, count);
+    if (!m_trackMaxLen)
+        return nullptr;
+    TrackedDefs& tracked = Tracked(element->m_nameId);
+    for (int i = 0; i < count; ++i)
+        TrackAttribute(tracked, attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name),
+                       size_t(attrs[i].valueEnd - attrs[i].value));
+    return &tracked;
+}
+
 bool XmlDocument::FastTagRest(XmlElement* element, bool& isEmpty) {
     if (!m_hasPushTop || !PushStack().empty() || (m_pushTop != ' ' && m_pushTop != '\t'))
         return false;
@@ -92,13 +106,7 @@ bool XmlDocument::FastTagRest(XmlElement* element, bool& isEmpty) {
     const UCChar* close = ScanTagRest(run, run + n, attrs, count);
     if (!close)
         return false;
-    element->TakeParsedAttributes(attrs, count);
-    if (m_trackMaxLen) {
-        TrackedDefs& tracked = Tracked(element->m_nameId);
-        for (int i = 0; i < count; ++i)
-            TrackAttribute(tracked, attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name),
-                           size_t(attrs[i].valueEnd - attrs[i].value));
-    }
+    TakeAttributes(element, attrs, count);
     isEmpty = *close == '/';
     // The blank comes off the stack, where it moved no column; the last
     // token, '>' or "/>", saves the position behind its first unit.
@@ -123,19 +131,19 @@ const XmlEntityDef* XmlDocument::PlainReference(const UCChar* p, const UCChar* e
     const XmlEntityDef*& cached = m_referenceCache[(length * 7 + name[0]) % std::size(m_referenceCache)];
     const XmlEntityDef* entity = cached;
     if (!entity || !OzmSameText(name, length, entity->Name())) {
+        // Only entities of plain text are kept, so that one found there
+        // needs no look at its value.
         entity = m_dtd.FindEntity(key);
-        if (!entity)
+        if (!entity || entity->ValueLength() == 0)
             return nullptr;
+        const UCChar* value = entity->Value();
+        const UCChar* valueEnd = value + entity->ValueLength();
+        for (const UCChar* v = value; v != valueEnd; ++v) {
+            const UCChar c = *v;
+            if (c == '<' || c == '&' || c == 10 || c == 13 || c == 0 || c == 0x2028 || c == 0xFFFF)
+                return nullptr;
+        }
         cached = entity;
-    }
-    if (entity->ValueLength() == 0)
-        return nullptr;
-    const UCChar* value = entity->Value();
-    const UCChar* valueEnd = value + entity->ValueLength();
-    for (const UCChar* v = value; v != valueEnd; ++v) {
-        const UCChar c = *v;
-        if (c == '<' || c == '&' || c == 10 || c == 13 || c == 0 || c == 0x2028 || c == 0xFFFF)
-            return nullptr;
     }
     if (!XmlIsPredefinedEntity(key)) {
         const uint64_t expansion = m_entityExpansion + entity->ValueLength() + ReferenceCost;
@@ -308,15 +316,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             return fastTook;
         }
         child->m_nameId = CachedName(name, length) + 1;
-        if (attrCount)
-            child->TakeParsedAttributes(attrs, attrCount);
-        TrackedDefs* tracked = nullptr;
-        if (m_trackMaxLen) {
-            tracked = &Tracked(child->m_nameId);
-            for (int i = 0; i < attrCount; ++i)
-                TrackAttribute(*tracked, attrs[i].name, size_t(attrs[i].nameEnd - attrs[i].name),
-                               size_t(attrs[i].valueEnd - attrs[i].value));
-        }
+        TrackedDefs* tracked = TakeAttributes(child, attrs, attrCount);
         if (textEnd) {
             if (tracked && tracked->element)
                 tracked->element->MaxLen(int(textEnd - text));

@@ -308,14 +308,14 @@ private:
     static constexpr uint64_t ReferenceCost = 32;
     // The entity of the reference "&name;" at p, when the fast path may take
     // it as its value's text: the reference and one unit behind it, not
-    // 0xFFFF, lie before end, the value is plain text (no markup, reference, line end, 0 or
-    // 0xFFFF) and not empty, and it fits the expansion allowance as it
-    // stands. Counts the expansion and sets after behind the ';'; otherwise
-    // null, and nothing changed.
+    // 0xFFFF, lie before end, the value is plain text (no markup, reference,
+    // line end, 0 or 0xFFFF) and not empty, and it fits the expansion
+    // allowance as it stands. Counts the expansion and sets after behind the
+    // ';'; otherwise null, and nothing changed.
     const XmlEntityDef* PlainReference(const UCChar* p, const UCChar* end, const UCChar*& after);
-    // The entities PlainReference found last, by length and first unit of
-    // their names; emptied when content begins, since the definition does
-    // not change while content is read.
+    // The entities of plain text PlainReference found last, by length and
+    // first unit of their names; emptied when content begins, since the
+    // definition does not change while content is read.
     const XmlEntityDef* m_referenceCache[8] = {};
     BATCHERR ParseTextDecl(OZM_CSET& encoding, double& version, bool& standalone);
     BATCHERR Rescan(UCString& text, bool expandParams, bool expandCharRefs);
@@ -574,4 +574,10 @@ private:
     }
     TrackedDefs& LookUpTracked(int nameId);
     void TrackAttribute(TrackedDefs& defs, const UCChar* name, size_t nameLength, size_t length);
+    // Gives element the attributes a scan of its start tag found (spans with
+    // name, nameEnd, value, valueEnd) and records their lengths; the
+    // definitions of its name when lengths are recorded, else null
+    // (document/xmlfastcontent.cpp).
+    template <class A>
+    TrackedDefs* TakeAttributes(XmlElement* element, const A* attrs, int count);
 };
