@@ -228,6 +228,23 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
     // it. The general tokeniser has then read that unit and pushed it back:
     // its column already counts in the position the next token saves.
     bool ltRead = false;
+    // Text that ends at a '<' or '&' in front of p, which the general
+    // tokeniser reads as one token and which ends with that unit read.
+    const auto takeText = [&](const UCChar* stop, int64_t lines, const UCChar* lastLf) __attribute__((always_inline)) {
+        at.Save(at.line, at.col);
+        level.AddSpan(p, size_t(stop - p));
+        at.Take(stop, lines, lastLf);
+        ltRead = true;
+    };
+    if (m_scannedText.from) {
+        // The level's first text, scanned already by the leaf check of the
+        // level above.
+        const ScannedText scanned = m_scannedText;
+        m_scannedText.from = nullptr;
+        if (scanned.from == run && scanned.end == end && scanned.stop != run && scanned.stop != end &&
+            (*scanned.stop == '<' || *scanned.stop == '&'))
+            takeText(scanned.stop, scanned.lines, scanned.lastLf);
+    }
     while (p != end) {
         if (*p != '<') {
             if (*p == '&') {
@@ -258,12 +275,7 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
             const UCChar* stop = XmlScanText(p, end, lines, lastLf);
             if (stop == end || (*stop != '<' && *stop != '&'))
                 break;
-            at.Save(at.line, at.col);
-            level.AddSpan(p, size_t(stop - p));
-            at.Take(stop, lines, lastLf);
-            // The general tokeniser has read the '<' or '&' that ended the
-            // text.
-            ltRead = true;
+            takeText(stop, lines, lastLf);
             if (*p == '&')
                 continue;
         }
@@ -300,10 +312,11 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         // A leaf: text without markup, then the element's own end tag.
         const UCChar* text = afterTag;
         const UCChar* textEnd = nullptr;
+        const UCChar* stop = nullptr;
         int64_t lines = 0;
         const UCChar* lastLf = nullptr;
         if (!isEmpty && level.depth + 1 < MaxDepth) {
-            const UCChar* stop = XmlScanText(text, end, lines, lastLf);
+            stop = XmlScanText(text, end, lines, lastLf);
             if (size_t(end - stop) > length + 2 && stop[0] == '<' && stop[1] == '/' && stop[length + 2] == '>' &&
                 OzmUnits::Same(stop + 2, name, length))
                 textEnd = stop;
@@ -343,6 +356,8 @@ int XmlDocument::FastContent(ContentLevel& level, BATCHERR& result) {
         // beyond the block the spans point into.
         at.Close();
         level.AppendSpans();
+        if (stop)
+            m_scannedText = ScannedText{text, end, stop, lines, lastLf};
         result = AttachChild(level, child, false);
         return fastTook;
     }

@@ -94,6 +94,7 @@ BATCHERR XmlDocument::ParseDocument(bool validate, bool ignoreDtd) {
     m_trackMaxLen = m_dtd.HaveContents();
     m_fastContent = !m_generalOnly && !m_validate;
     std::fill(std::begin(m_referenceCache), std::end(m_referenceCache), nullptr);
+    m_scannedText.from = nullptr;
     PushBack(u'<');
     kind = ContentToken(token);
     if (kind != tokStartTag)

@@ -317,6 +317,18 @@ private:
     // first unit of their names; emptied when content begins, since the
     // definition does not change while content is read.
     const XmlEntityDef* m_referenceCache[8] = {};
+    // The text behind a start tag that FastContent scanned to see whether
+    // the element is a leaf, when it was not: the first FastContent of the
+    // element's level takes it as found rather than scanning it again. Set
+    // just before that level begins; its first FastContent drops it.
+    struct ScannedText {
+        const UCChar* from = nullptr;  // where the text begins; null: none
+        const UCChar* end;             // the end of the run it was scanned in
+        const UCChar* stop;            // what XmlScanText returned
+        int64_t lines;
+        const UCChar* lastLf;
+    };
+    ScannedText m_scannedText;
     BATCHERR ParseTextDecl(OZM_CSET& encoding, double& version, bool& standalone);
     BATCHERR Rescan(UCString& text, bool expandParams, bool expandCharRefs);
 

@@ -128,7 +128,7 @@ Read8 ReadFile8(const std::string& path) {
 }
 
 // Characters of every length cut at every place by the byte buffer (64 KB)
-// and by the block of decoded units (16384), and characters that a stateful
+// and by the block of decoded units (65536), and characters that a stateful
 // decoder holds back across them: each text is shifted by 0 to 11 bytes.
 TEST_F(OzmFileTest, DeclaredEncodingsAcrossBlockBoundaries) {
     const struct {
@@ -149,7 +149,7 @@ TEST_F(OzmFileTest, DeclaredEncodingsAcrossBlockBoundaries) {
         for (size_t shift = 0; shift < 12; ++shift) {
             std::string bytes = decl + std::string(shift, 'a');
             UCString units = U(bytes);
-            while (bytes.size() < 140000)
+            while (bytes.size() < 300000)
                 bytes += s.chunk, units += s.units;
             const Read8 r = ReadFile8(tmp.Write("s.xml", bytes));
             EXPECT_TRUE(r.units == units && !r.failed) << s.name << " shifted by " << shift;

@@ -20,8 +20,10 @@ const size_t kBoundaries[] = {
     2048,                            // the definition writer's buffer
     4000,                            // the UTF-8 decoder's block
     4096,                            // OZM_MAX_PATH: paths and identifiers
-    8192, 16384,                     // units a file decodes at a time (UTF-16, UTF-8); the UTF-8 output block
-    32768, 65536,                    // a file's byte buffer in UTF-16 units and in bytes; the tree writer's buffer
+    8192,                            // the UTF-8 output block
+    16384,                           // a deque's largest chunk of small items
+    32768, 65536,                    // a file's byte buffer in UTF-16 units and in bytes, and the units it
+                                     // decodes at a time; the tree writer's buffer
 };
 // Ten texts of kLongest units stay below the entity expansion limit.
 constexpr size_t kDense = 600, kStore = 8400, kLongest = 800000;
