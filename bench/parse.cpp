@@ -203,7 +203,9 @@ int ParseCommand(int argc, char** argv) {
     else if (generated)
         std::printf("  generator: %zu elements, %zu attributes, %zu characters beyond U+FFFF, depth %d\n",
                     gen.elements, gen.attributes, gen.emoji, gen.maxDepth);
-    std::printf("UTF-8 decoder: %s level\n", OzmUtf8DecodeLevel() == kOzmUtf8Avx2 ? "AVX2" : "plain");
+    const int level = OzmUtf8DecodeLevel();
+    std::printf("UTF-8 decoder: %s level\n",
+                level == kOzmUtf8Avx512 ? "AVX-512" : level == kOzmUtf8Avx2 ? "AVX2" : "plain");
     std::printf("repeats: %d (best and median; MB = 1e6 bytes of UTF-8 input)\n\n", repeat);
 
     // Correctness first: one parse, checked and counted.

@@ -28,7 +28,7 @@ namespace {
 // final is set, in which case its bytes are taken one by one as Latin-1.
 // Returns the number of units written; *consumed receives the bytes used.
 //
-// At the AVX2 level the vector code takes windows of up to 64 bytes as long
+// At the AVX2 and AVX-512 levels the vector code takes windows of up to 64 bytes as long
 // as they begin with a valid sequence of up to three bytes; what stops it (a
 // four-byte sequence, an invalid byte, the last 63 bytes) goes through the
 // code below, one sequence at a time, before the vector code takes over again.
@@ -42,7 +42,9 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
     const unsigned char* const end = src + n;
     UCChar* out = dst;
 #if defined(__x86_64__)
-    const bool wide = g_ozmUtf8Level.load(std::memory_order_relaxed) >= kOzmUtf8Avx2;
+    const int level = g_ozmUtf8Level.load(std::memory_order_relaxed);
+    const bool wide = level >= kOzmUtf8Avx2;
+    const auto windows = level >= kOzmUtf8Avx512 ? OzmDecodeUtf8Avx512 : OzmDecodeUtf8Avx2;
 #else
     const bool wide = false;
     static_cast<void>(more);  // only the vector code leaves bytes for the next call
@@ -53,7 +55,7 @@ size_t DecodeUtf8Run(const unsigned char* src, size_t n, UCChar* dst, bool final
         if (wide) {
             if (end - p >= kWindow) {
                 size_t units;
-                p += OzmDecodeUtf8Avx2(p, static_cast<size_t>(end - p), out, &units);
+                p += windows(p, static_cast<size_t>(end - p), out, &units);
                 out += units;
                 if (end - p >= kWindow)
                     goto sequence;

@@ -95,9 +95,11 @@ inline size_t OzmFlushUtf8(UCChar* pendingHigh, unsigned char* out) {
 
 // Levels of the UTF-8 decoder: plain is the ASCII blocks of OzmUnits and the
 // scalar code; AVX2 adds whole windows of one-, two- and three-byte
-// sequences.
+// sequences; AVX-512 takes each window in one register and compresses its
+// units instead of packing them through a table.
 constexpr int kOzmUtf8Plain = 0;
 constexpr int kOzmUtf8Avx2 = 1;
+constexpr int kOzmUtf8Avx512 = 2;
 
 // The level in use: the highest the CPU has, chosen at static initialisation
 // (the plain level before it).
@@ -116,3 +118,6 @@ OZM_API int OzmUtf8DecodeLevel(int level = -1);
 // them. dst must have room for n units. Returns the bytes consumed; *written
 // receives the units. Only with the AVX2 level.
 size_t OzmDecodeUtf8Avx2(const unsigned char* src, size_t n, UCChar* dst, size_t* written);
+// The same, a window of 64 bytes at a time, with the same results. Only with
+// the AVX-512 level.
+size_t OzmDecodeUtf8Avx512(const unsigned char* src, size_t n, UCChar* dst, size_t* written);

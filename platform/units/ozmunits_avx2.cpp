@@ -1,7 +1,8 @@
 // ozmunits_avx2.cpp - the AVX2 level of the UTF-8 decoder: windows of 64
 // bytes holding one-, two- and three-byte sequences decoded at once, and the
-// choice of level made once from the CPU.
+// choice of level made once from the CPU (the AVX-512 level is beside it).
 #include "platform/ozmutf8.h"
+#include "platform/units/ozmutf8_windows.h"
 
 #include <atomic>
 
@@ -14,13 +15,19 @@
 namespace {
 
 // Every processor with AVX2 and BMI2 also has LZCNT, which not every
-// compiler can ask about.
+// compiler can ask about. The AVX-512 level needs the byte and word
+// instructions (BW), byte permutes (VBMI) and compression (VBMI2); the
+// processor's own answer includes whether the system saves those registers.
 int CpuLevel() {
 #if defined(__x86_64__)
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
-        __builtin_cpu_supports("popcnt"))
-        return kOzmUtf8Avx2;
+    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("bmi") || !__builtin_cpu_supports("bmi2") ||
+        !__builtin_cpu_supports("popcnt"))
+        return kOzmUtf8Plain;
+    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+        __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2"))
+        return kOzmUtf8Avx512;
+    return kOzmUtf8Avx2;
 #endif
     return kOzmUtf8Plain;
 }
@@ -66,52 +73,8 @@ constexpr PackTable MakePackTable() {
 
 constexpr PackTable kPack = MakePackTable();
 
-// Faults of a byte and the one before it, found by looking up the high and low
-// half of the earlier byte and the high half of the later one: a bit survives
-// the AND of the three lookups only when all of them name it.
-constexpr char kTooShort = 0x01;    // a lead byte not followed by a continuation byte
-constexpr char kTooLong = 0x02;     // a continuation byte after an ASCII byte
-constexpr char kOverlong3 = 0x04;   // E0 followed by 80..9F
-constexpr char kSurrogate = 0x08;   // ED followed by A0..BF
-constexpr char kOverlong2 = 0x10;   // C0 or C1 followed by a continuation byte
-constexpr char kFourByte = 0x20;    // F0..FF followed by a continuation byte: left to the scalar code
-constexpr char kTwoConts = char(0x80);  // two continuation bytes: right only after E0..EF
-
-// The constants of the window code, 32 bytes each, read from memory where
-// they are used (there are more of them than registers).
-struct alignas(32) WindowConstants {
-    char firstHigh[32], firstLow[32], secondHigh[32];
-    char nibble[32], top2[32], third[32], bit7[32], lead3[32];
-};
-
-constexpr WindowConstants MakeWindowConstants() {
-    constexpr char kAny = kTooShort | kTooLong | kTwoConts | kFourByte;
-    constexpr char kCont89 = kTooLong | kTwoConts | kOverlong2 | kOverlong3 | kFourByte;
-    constexpr char kContAB = kTooLong | kTwoConts | kOverlong2 | kSurrogate | kFourByte;
-    const char firstHigh[16] = {kTooLong, kTooLong, kTooLong, kTooLong, kTooLong, kTooLong,
-                                kTooLong, kTooLong, kTwoConts, kTwoConts, kTwoConts, kTwoConts,
-                                kTooShort | kOverlong2, kTooShort, kTooShort | kOverlong3 | kSurrogate,
-                                kTooShort | kFourByte};
-    const char firstLow[16] = {kAny | kOverlong3 | kOverlong2, kAny | kOverlong2, kAny, kAny, kAny, kAny, kAny, kAny,
-                               kAny, kAny, kAny, kAny, kAny, kAny | kSurrogate, kAny, kAny};
-    const char secondHigh[16] = {kTooShort, kTooShort, kTooShort, kTooShort, kTooShort, kTooShort,
-                                 kTooShort, kTooShort, kCont89,   kCont89,   kContAB,   kContAB,
-                                 kTooShort, kTooShort, kTooShort, kTooShort};
-    WindowConstants c{};
-    for (int i = 0; i < 32; ++i) {
-        c.firstHigh[i] = firstHigh[i & 15];
-        c.firstLow[i] = firstLow[i & 15];
-        c.secondHigh[i] = secondHigh[i & 15];
-        c.nibble[i] = 0x0F;
-        c.top2[i] = char(0xC0);
-        c.third[i] = 0x60;     // E0..FF minus this is 0x80 or more
-        c.bit7[i] = char(0x80);
-        c.lead3[i] = char(0xE0);
-    }
-    return c;
-}
-
-constexpr WindowConstants kWindow = MakeWindowConstants();
+typedef ozmutf8::WindowConstants<32> WindowConstants;
+constexpr WindowConstants kWindow = ozmutf8::MakeWindowConstants<32>();
 
 OZM_AVX2_INLINE __m256i Const(const char (&c)[32]) { return _mm256_load_si256(reinterpret_cast<const __m256i*>(c)); }
 

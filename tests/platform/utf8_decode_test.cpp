@@ -1,4 +1,4 @@
-// The UTF-8 decoder at the plain level and the CPU's (AVX2 where it has it) against a plain decoder, on random
+// The UTF-8 decoder at every level the CPU has (plain, AVX2, AVX-512) against a plain decoder, on random
 // mixes of sequences, faults and ASCII at every offset to the windows, across blocks, and on a file of them all.
 #include <gtest/gtest.h>
 #include <random>
@@ -33,10 +33,15 @@ TEST(Utf8DecodeTest, EveryLevelMatchesTheReference) {
         "\xEF\xBB\xBF"};
     const int cpu = OzmUtf8DecodeLevel();
 #if defined(__x86_64__)
-    EXPECT_EQ(cpu, __builtin_cpu_supports("avx2") ? kOzmUtf8Avx2 : kOzmUtf8Plain);
+    EXPECT_EQ(cpu, !__builtin_cpu_supports("avx2")        ? kOzmUtf8Plain
+                   : !__builtin_cpu_supports("avx512vbmi2") ? kOzmUtf8Avx2
+                                                            : kOzmUtf8Avx512);
 #else
     EXPECT_EQ(cpu, kOzmUtf8Plain);
 #endif
+    std::vector<int> levels;
+    for (int level = kOzmUtf8Plain; level <= cpu; ++level)
+        levels.push_back(level);
     std::mt19937 rng(1602);
     std::string all;
     for (int round = 0; round < 512 && !HasFailure(); ++round) {
@@ -46,13 +51,13 @@ TEST(Utf8DecodeTest, EveryLevelMatchesTheReference) {
             s += rng() % 1000 < faultsPerMille ? pieces[9 + rng() % 13]
                  : rng() % 3                  ? pieces[rng() % 40 == 0 ? 7 + rng() % 2 : rng() % 7]
                                               : std::string(1 + rng() % asciiRun, char(' ' + rng() % 95));
-        for (int level : {kOzmUtf8Plain, cpu})
+        for (int level : levels)
             EXPECT_EQ((OzmUtf8DecodeLevel(level), U(s)), Reference(s)) << level << ", round " << round;
         all += s;
     }
     TempDir tmp;
     const UCString path = U(tmp.Write("mix.txt", all));
-    for (int level : {kOzmUtf8Plain, cpu}) {  // files decode in blocks of their own
+    for (int level : levels) {  // files decode in blocks of their own
         OzmUCFile f;
         ASSERT_EQ((OzmUtf8DecodeLevel(level), f.Open(path.c_str(), u"r", 1, csetUTF8)), 0);
         UCString read;
@@ -60,4 +65,5 @@ TEST(Utf8DecodeTest, EveryLevelMatchesTheReference) {
             read += c;
         EXPECT_EQ(read, Reference(all)) << level;
     }
+    OzmUtf8DecodeLevel(cpu);
 }

@@ -185,11 +185,11 @@ void CheckHeavy(size_t n, const Kinds& k, const TempDir& dir) {
     CheckEntities(d, e);
     CheckWriteBack(d, tree, e, dir);
     // The files into a document that keeps its first slab and that slab's
-    // text chunk; UTF-8 at either level of the decoder.
+    // text chunk; UTF-8 at each level of the decoder in turn.
     const int level = OzmUtf8DecodeLevel();
     for (const std::string& path : {doc8, doc16}) {
         SCOPED_TRACE(path);
-        OzmUtf8DecodeLevel(n % 2 ? kOzmUtf8Plain : level);
+        OzmUtf8DecodeLevel(int(n % size_t(level + 1)));
         const BATCHERR result = d.ParseFile(U(path).c_str());
         OzmUtf8DecodeLevel(level);
         ASSERT_EQ(result, errNone) << Narrow(d.ErrorMessage());
