@@ -10,7 +10,7 @@
 // bytes, default 100): the data-heavy document, or with --text the
 // text-heavy one of long multilingual paragraphs. --plain decodes UTF-8 at
 // the decoder's plain level (SSE2 and scalar code) even where the CPU has
-// AVX2. Times are best and median of N runs (default 5); every rate is
+// AVX2 or AVX-512. Times are best and median of N runs (default 5); every rate is
 // counted against the UTF-8 byte count of the input.
 //
 // --once runs the named work exactly once in the counted region of
