@@ -362,7 +362,7 @@ public:
     }
 
 private:
-    static constexpr size_t kUnits = 65536;  // decoded units per refill
+    static constexpr size_t kUnits = 32768;  // decoded units per refill
 
     UCChar Refill();
     bool BeginDecoding();

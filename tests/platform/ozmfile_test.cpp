@@ -128,7 +128,7 @@ Read8 ReadFile8(const std::string& path) {
 }
 
 // Characters of every length cut at every place by the byte buffer (64 KB)
-// and by the block of decoded units (65536), and characters that a stateful
+// and by the block of decoded units (32768), and characters that a stateful
 // decoder holds back across them: each text is shifted by 0 to 11 bytes.
 TEST_F(OzmFileTest, DeclaredEncodingsAcrossBlockBoundaries) {
     const struct {
