@@ -136,13 +136,13 @@ const XmlEntityDef* XmlDocument::PlainReference(const UCChar* p, const UCChar* e
         entity = m_dtd.FindEntity(key);
         if (!entity || entity->ValueLength() == 0)
             return nullptr;
+        // Plain text is what the text scan takes whole, with no line feed.
         const UCChar* value = entity->Value();
         const UCChar* valueEnd = value + entity->ValueLength();
-        for (const UCChar* v = value; v != valueEnd; ++v) {
-            const UCChar c = *v;
-            if (c == '<' || c == '&' || c == 10 || c == 13 || c == 0 || c == 0x2028 || c == 0xFFFF)
-                return nullptr;
-        }
+        int64_t lines = 0;
+        const UCChar* lastLf = nullptr;
+        if (XmlScanText(value, valueEnd, lines, lastLf) != valueEnd || lines)
+            return nullptr;
         cached = entity;
     }
     if (!XmlIsPredefinedEntity(key)) {

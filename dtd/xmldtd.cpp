@@ -128,7 +128,7 @@ bool XmlDtd::AddEntity(const UCChar* name, UCString value) {
 }
 
 const XmlEntityDef* XmlDtd::FindEntity(const UCChar* name) const {
-    return m_entityIndex.Find(const_cast<XmlDeque<XmlEntityDef>&>(m_entities), name);
+    return FindEntity(std::u16string_view(name ? name : u""));
 }
 
 const XmlEntityDef* XmlDtd::FindEntity(std::u16string_view name) const {
