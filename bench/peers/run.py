@@ -12,7 +12,8 @@ document, see peer_bench.cpp), each in a fresh peer_bench process, the parsers' 
 Markdown table of the median MB/s, the median ratio to pugixml of the same
 round (input and mode), and the peak RSS of parsing the records document
 from a file, then one of the page faults of the timed parses per MB; the
-raw lines of peer_bench go to stderr.
+raw lines of peer_bench go to stderr. --parsers may also name pugixml-ws:
+pugixml keeping text of white space alone, as this library keeps it.
 """
 import argparse
 import os
@@ -25,11 +26,15 @@ import tempfile
 import time
 
 PARSERS = ["ozm", "pugixml", "libxml2", "expat", "tinyxml2"]
+# Run when named in --parsers: pugixml keeping text of white space alone, as
+# this library keeps it (see peer_bench.cpp).
+EXTRA_PARSERS = ["pugixml-ws"]
 INPUTS = ["records", "text", "dtd", "small"]
 MODES = ["memory", "file", "warm"]
 LABELS = {
     "ozm": "ozmxmlapi",
     "pugixml": "pugixml",
+    "pugixml-ws": "pugixml (white space kept)",
     "libxml2": "libxml2",
     "expat": "expat (events only)",
     "tinyxml2": "TinyXML-2",
@@ -129,6 +134,9 @@ def main():
     ap.add_argument("--modes", default=",".join(MODES))
     a = ap.parse_args()
     parsers = a.parsers.split(",")
+    for p in parsers:
+        if p not in PARSERS + EXTRA_PARSERS:
+            sys.exit("run.py: unknown parser %s" % p)
     inputs = a.inputs.split(",")
     modes = a.modes.split(",")
     if "pugixml" not in parsers:
