@@ -26,8 +26,7 @@ import tempfile
 import time
 
 PARSERS = ["ozm", "pugixml", "libxml2", "expat", "tinyxml2"]
-# Run when named in --parsers: pugixml keeping text of white space alone, as
-# this library keeps it (see peer_bench.cpp).
+# Run only when named in --parsers (see the docstring).
 EXTRA_PARSERS = ["pugixml-ws"]
 INPUTS = ["records", "text", "dtd", "small"]
 MODES = ["memory", "file", "warm"]
